@@ -1,0 +1,207 @@
+#include "ZQCore/device/ZQCoreiPod.h"
+
+#include "ZQCore/device/ZQCore.h"
+#include "ZQCore/device/ZQCoreiPodRef.h"
+#include "ZQCore/foundation/Exception.h"
+#include "ZQCore/foundation/File.h"
+#include "ZQCore/foundation/Resources.h"
+#include "ZQCore/model/Podcasts.h"
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include <algorithm>
+#include <filesystem>
+
+namespace zq {
+
+namespace fs = std::filesystem;
+
+std::shared_ptr<ZQCoreiPod> ZQCoreiPod::initWithiPodReference(const std::shared_ptr<ZQCoreiPodRef>& reference)
+{
+    if (auto existing = ZQCore::sharedInstance()->existingiPodForReference(reference))
+        return existing;
+    std::shared_ptr<ZQCoreiPod> library(new ZQCoreiPod());
+    library->loadLibrary(reference);
+    return library;
+}
+
+ZQCoreiPod::~ZQCoreiPod() = default;
+
+void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
+{
+    const std::optional<std::string> path = reference ? reference->path() : std::nullopt;
+    if (!path || !fileExists(*path))
+        throw Exception("ZQCoreiPodNotFoundException", "Exception: Could not init ZQCoreiPod - path doesn't exist.");
+    iPodBasePath_ = *path;
+    const fs::path base(iPodBasePath_);
+
+    // Newer devices keep their library in the SQLite databases of "iTunes Library.itlp"; when
+    // all four are there, they are loaded first and the binary database is the fallback. The
+    // SQLite loader is not part of this build yet, so such devices load from iTunesDB.
+    bool needsBinaryDatabase = true;
+
+    if (needsBinaryDatabase) {
+        auto database = contentsOfFileAtPath(base / "iPod_Control" / "iTunes" / "iTunesDB");
+        if (database)
+            parseiTunesDBWithData(*database);
+    }
+
+    // The artwork database walk joins the load sequence here once album art is supported.
+
+    setIsConnected(true);
+
+    // The Device folder is one of the two things the framework may create on a device.
+    const fs::path device = base / "iPod_Control" / "Device";
+    if (!fileExists(device)) {
+        std::error_code ignored;
+        fs::create_directory(device, ignored);
+    }
+    // A missing SysInfoExtended is asked of the device itself at this point once the SCSI
+    // inquiry is supported; until then the identity comes from the files already there.
+    readIdentityProperties();
+    detectModelType();
+
+    ZQCore::sharedInstance()->iPodWasCreated(shared_from_this());
+}
+
+void ZQCoreiPod::readIdentityProperties()
+{
+    const fs::path device = fs::path(iPodBasePath_) / "iPod_Control" / "Device";
+    const fs::path extended = device / "SysInfoExtended";
+    struct stat info {};
+    // An empty SysInfoExtended counts as absent; one that does not parse leaves the properties
+    // empty without falling back to SysInfo.
+    if (::stat(extended.c_str(), &info) == 0 && static_cast<std::int32_t>(info.st_size) > 0) {
+        if (auto contents = contentsOfFileAtPath(extended))
+            if (auto list = Value::fromPropertyList(*contents))
+                properties_ = std::move(*list);
+        return;
+    }
+    const fs::path sysInfo = device / "SysInfo";
+    if (fileExists(sysInfo))
+        if (auto contents = contentsOfFileAtPath(sysInfo))
+            if (auto serial = serialNumberFromSysInfo(std::string(contents->stringView())))
+                properties_ = Value::Dictionary{{"SerialNumber", *serial}};
+}
+
+void ZQCoreiPod::detectModelType()
+{
+    const Value* serial = properties_.find("SerialNumber");
+    autodetectedType_ =
+        modelTypeForSerialNumber(serial && serial->string() ? std::optional<std::string>(*serial->string()) : std::nullopt);
+}
+
+std::int32_t modelTypeForSerialNumber(const std::optional<std::string>& serial)
+{
+    if (!serial)
+        return 0;
+    std::string_view text = *serial;
+    auto space = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f'; };
+    while (!text.empty() && space(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && space(text.back()))
+        text.remove_suffix(1);
+    if (text.size() < 3)
+        throw Exception("RangeException", "The serial number \"" + std::string(text) +
+                                              "\" is shorter than the three characters that name a model.");
+    const std::string suffix(text.substr(text.size() - 3));
+
+    static const std::optional<Value> types = [] {
+        auto resource = Resources::dataForResource("iPodTypes", "plist");
+        return resource ? Value::fromPropertyList(*resource) : std::nullopt;
+    }();
+    if (!types)
+        return 0;
+    const Value* type = types->find(suffix);
+    return type ? static_cast<std::int32_t>(type->integerValue()) : 0;
+}
+
+std::optional<std::string> ZQCoreiPod::name() const
+{
+    if (auto master = masterPlaylist())
+        return master->name();
+    if (name_ && !name_->empty())
+        return name_;
+    return std::string("iPod");
+}
+
+void ZQCoreiPod::setName(const std::optional<std::string>& name)
+{
+    if (auto master = masterPlaylist())
+        master->setName(name);
+    else
+        name_ = name;
+}
+
+std::shared_ptr<Playlist> ZQCoreiPod::masterPlaylist() const
+{
+    for (const auto& playlist : playlists_)
+        if (playlist->isMaster())
+            return playlist;
+    return nullptr;
+}
+
+std::shared_ptr<Podcasts> ZQCoreiPod::podcasts() const
+{
+    for (const auto& playlist : playlists_)
+        if (playlist->isPodcasts())
+            if (auto podcasts = std::dynamic_pointer_cast<Podcasts>(playlist))
+                return podcasts;
+    return nullptr;
+}
+
+void ZQCoreiPod::addPlaylist(const std::shared_ptr<Playlist>& playlist)
+{
+    ChangeScope change(*this, "playlists");
+    playlists_.push_back(playlist);
+}
+
+void ZQCoreiPod::removePlaylist(const std::shared_ptr<Playlist>& playlist)
+{
+    ChangeScope change(*this, "playlists");
+    std::erase(playlists_, playlist);
+}
+
+void ZQCoreiPod::addTrack(const std::shared_ptr<iPodTrack>& track) { tracks_.push_back(track); }
+
+void ZQCoreiPod::removeTrack(const std::shared_ptr<iPodTrack>& track)
+{
+    for (const auto& playlist : playlists_)
+        playlist->removeTrack(track);
+    ChangeScope change(*this, "tracks");
+    std::erase(tracks_, track);
+}
+
+std::shared_ptr<iPodTrack> ZQCoreiPod::trackWithID(std::uint64_t trackID, std::uint32_t mhiiID) const
+{
+    for (const auto& track : tracks_)
+        if ((track->artworkLink() != 0 && track->artworkLink() == mhiiID) || track->dbid() == trackID)
+            return track;
+    return nullptr;
+}
+
+Value::Dictionary ZQCoreiPod::deviceInfo() const
+{
+    // The free size comes first; a figure that cannot be read ends the list, so a volume whose
+    // free size is unknown reports nothing at all.
+    Value::Dictionary info;
+    struct statvfs volume {};
+    if (::statvfs(iPodBasePath_.c_str(), &volume) != 0)
+        return info;
+    info["FSFreeBytes"] = static_cast<std::int64_t>(static_cast<std::uint64_t>(volume.f_bavail) * volume.f_frsize);
+    info["FSTotalBytes"] = static_cast<std::int64_t>(static_cast<std::uint64_t>(volume.f_blocks) * volume.f_frsize);
+    return info;
+}
+
+std::optional<Data> ZQCoreiPod::contentsOfFileAtPath(const std::string& path) const { return Data::contentsOfFile(path); }
+
+std::optional<Data> ZQCoreiPod::chunkOfFileAtPath(const std::string& path, Range range) const
+{
+    auto file = File::openForReading(path);
+    if (!file)
+        return std::nullopt;
+    return file->readRange(range.location, range.length);
+}
+
+} // namespace zq

@@ -1,0 +1,148 @@
+#pragma once
+
+#include "ZQCore/foundation/Data.h"
+#include "ZQCore/foundation/Observable.h"
+#include "ZQCore/foundation/Range.h"
+#include "ZQCore/foundation/Value.h"
+#include "ZQCore/model/iPodTrack.h"
+#include "ZQCore/model/Playlist.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace zq {
+
+class Podcasts;
+class XRDataReader;
+class ZQCoreiPodRef;
+
+/// What a client may hang on a library object. The framework itself calls nothing on it.
+class ZQCoreiPodDelegate {
+public:
+    virtual ~ZQCoreiPodDelegate() = default;
+};
+
+/// The loaded music library of one device: its tracks, playlists and identity properties, and
+/// the operations that read files off its volume.
+///
+/// Made with initWithiPodReference(), which loads the library (or hands back the object
+/// already loaded for the same device; the framework keeps every library object for the life
+/// of the process, so a device that leaves and returns finds its library again). The object
+/// owns its tracks and playlists; tracks refer back to it without owning it.
+///
+/// Observable keys: "tracks" (removeTrack) and "playlists" (addPlaylist, removePlaylist).
+class ZQCoreiPod : public Observable, public std::enable_shared_from_this<ZQCoreiPod> {
+public:
+    using Tracks = std::vector<std::shared_ptr<iPodTrack>>;
+    using Playlists = std::vector<std::shared_ptr<Playlist>>;
+    /// Track ID (as an unsigned 64-bit key) to index in the track array.
+    using TrackIndexCache = std::unordered_map<std::uint64_t, std::int32_t>;
+
+    /// Loads the library of the device `reference` points at, or returns the library object
+    /// already loaded for a device with the same serial number. Throws
+    /// "ZQCoreiPodNotFoundException" when the device's path does not exist; exceptions of a
+    /// corrupt library database ("XRDataReaderInvalidRead") pass through.
+    static std::shared_ptr<ZQCoreiPod> initWithiPodReference(const std::shared_ptr<ZQCoreiPodRef>& reference);
+
+    ~ZQCoreiPod() override;
+
+    std::shared_ptr<ZQCoreiPodDelegate> delegate() const { return delegate_.lock(); }
+    void setDelegate(const std::shared_ptr<ZQCoreiPodDelegate>& delegate) { delegate_ = delegate; }
+
+    /// The master playlist's name; without a master playlist the stored name, or "iPod".
+    virtual std::optional<std::string> name() const;
+    void setName(const std::optional<std::string>& name);
+    /// The mount point of the device's volume.
+    std::string path() const { return iPodBasePath_; }
+    std::shared_ptr<ZQCoreiPodRef> iPodReference() const { return iPodReference_; }
+
+    std::shared_ptr<Playlist> masterPlaylist() const;
+    /// The first playlist that is a Podcasts object and says it is the podcast playlist.
+    std::shared_ptr<Podcasts> podcasts() const;
+    const Playlists& allPlaylists() const { return playlists_; }
+    const Tracks& allTracks() const { return tracks_; }
+
+    void addPlaylist(const std::shared_ptr<Playlist>& playlist);
+    void removePlaylist(const std::shared_ptr<Playlist>& playlist);
+    /// Appends without a change notice (unlike removeTrack).
+    void addTrack(const std::shared_ptr<iPodTrack>& track);
+    /// Removes the track from every playlist, then from the library.
+    void removeTrack(const std::shared_ptr<iPodTrack>& track);
+
+    /// The first track whose artwork link is non-zero and equals `mhiiID`, or whose dbid
+    /// equals `trackID`.
+    std::shared_ptr<iPodTrack> trackWithID(std::uint64_t trackID, std::uint32_t mhiiID) const;
+
+    Value::Dictionary& additionalData() { return additionalData_; }
+    /// The parsed SysInfoExtended property list, or { "SerialNumber": serial } from SysInfo;
+    /// null when neither was available.
+    const Value& properties() const { return properties_; }
+    /// The model type looked up by the serial number's last three characters (see the
+    /// framework's "iPodTypes" resource); 0 when unknown.
+    std::int32_t type() const { return autodetectedType_; }
+
+    /// { "FSTotalBytes", "FSFreeBytes" } of the device's volume, as far as they can be read.
+    virtual Value::Dictionary deviceInfo() const;
+    /// A whole file of the device; no value when it cannot be read.
+    virtual std::optional<Data> contentsOfFileAtPath(const std::string& path) const;
+    /// Up to `range.length` bytes from `range.location` (fewer at the end of the file); no
+    /// value when there is no file at the path.
+    virtual std::optional<Data> chunkOfFileAtPath(const std::string& path, Range range) const;
+
+    bool isConnected() const { return connected_; }
+    void setIsConnected(bool connected) { connected_ = connected; }
+
+    /// True for library objects whose files are reached through a device session rather than
+    /// a mounted volume; tracks then read their files through this object.
+    virtual bool readsFilesThroughDevice() const { return false; }
+
+    // ---- the binary library database (iTunesDB) ----
+    /// Walks a whole library database and keeps its track list and grouped playlist list
+    /// (replacing only what the file holds). Empty data changes nothing. A truncated or corrupt
+    /// file throws "XRDataReaderInvalidRead".
+    void parseiTunesDBWithData(const Data& data);
+    /// The tracks of the track list at the reader's position, in file order.
+    Tracks parseTrackList(XRDataReader& reader);
+    /// The playlists of the playlist list at the reader's position, with their members
+    /// resolved through `cache` (checked against each track's own ID; a miss falls back to a
+    /// search of the library's tracks).
+    Playlists parsePlaylistListWithReader(XRDataReader& reader, const Tracks& tracks, const TrackIndexCache& cache);
+    /// The smart-playlist rule list of a rule blob: { "operatorOr", "rules" }.
+    static Value::Dictionary parseSmartPlaylistRulesInData(const Data& data);
+    /// The key under which a text object of the given type is known ("title", "location", ...,
+    /// or the type in decimal).
+    static std::string keyForStringMHODType(std::int32_t type);
+
+protected:
+    ZQCoreiPod() = default;
+
+    /// The load sequence, run once on a new object.
+    void loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference);
+
+    Tracks tracks_;
+    Playlists playlists_;
+    std::string iPodBasePath_;
+    std::optional<std::string> name_;
+    std::weak_ptr<ZQCoreiPodDelegate> delegate_;
+    std::shared_ptr<ZQCoreiPodRef> iPodReference_;
+    Value::Dictionary additionalData_;
+    Value properties_;
+    std::int32_t autodetectedType_ = 0;
+    bool connected_ = false;
+
+private:
+    void readIdentityProperties();
+    void detectModelType();
+};
+
+/// The model type for a serial number: its last three characters looked up in the framework's
+/// "iPodTypes" list; 0 when the serial is absent or the suffix unknown. A serial of fewer than
+/// three characters is not padded: it throws "RangeException", which leaves the library
+/// object's initialiser.
+std::int32_t modelTypeForSerialNumber(const std::optional<std::string>& serial);
+
+} // namespace zq

@@ -1,0 +1,108 @@
+#include "ZQCore/device/ZQCoreiPodRef.h"
+
+#include "ZQCore/foundation/Description.h"
+#include "ZQCore/foundation/Exception.h"
+#include "ZQCore/foundation/File.h"
+#include "ZQCore/foundation/Resources.h"
+
+#include <filesystem>
+
+namespace zq {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string trimBlanks(std::string_view text)
+{
+    auto blank = [](char c) { return c == ' ' || c == '\t'; };
+    while (!text.empty() && blank(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && blank(text.back()))
+        text.remove_suffix(1);
+    return std::string(text);
+}
+
+} // namespace
+
+std::optional<std::string> serialNumberFromSysInfo(const std::string& text)
+{
+    static constexpr std::string_view kMarker = "pszSerialNumber:";
+    std::optional<std::string> serial;
+    std::string_view rest = text;
+    while (true) {
+        const std::size_t end = rest.find('\n');
+        std::string_view line = rest.substr(0, end);
+        if (auto at = line.find(kMarker); at != std::string_view::npos)
+            serial = trimBlanks(line.substr(at + kMarker.size()));
+        if (end == std::string_view::npos)
+            break;
+        rest.remove_prefix(end + 1);
+    }
+    return serial;
+}
+
+std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::initWithPath(const std::string& path)
+{
+    if (!fileExists(path))
+        throw Exception("ZQCoreiPodNotFoundException", "Exception: Could not init ZQCoreiPodRef - path doesn't exist.");
+
+    std::shared_ptr<ZQCoreiPodRef> reference(new ZQCoreiPodRef());
+    reference->basePath_ = path;
+    reference->revision_ = "unknown";
+
+    const fs::path base(path);
+    auto database = Data::contentsOfFile(base / "iPod_Control" / "iTunes" / "iTunesDB");
+    reference->name_ = database && !database->empty() ? getNameFromiTunesDBWithData(*database) : std::string("iPod");
+
+    // SysInfoExtended wins whenever it exists, even when it cannot be parsed.
+    const fs::path device = base / "iPod_Control" / "Device";
+    if (fileExists(device / "SysInfoExtended")) {
+        if (auto contents = Data::contentsOfFile(device / "SysInfoExtended"))
+            if (auto list = Value::fromPropertyList(*contents))
+                reference->properties_ = std::move(*list);
+    } else if (fileExists(device / "SysInfo")) {
+        if (auto contents = Data::contentsOfFile(device / "SysInfo"))
+            if (auto serial = serialNumberFromSysInfo(std::string(contents->stringView())))
+                reference->properties_ = Value::Dictionary{{"SerialNumber", *serial}};
+    }
+    return reference;
+}
+
+std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::initWithiPodRef(iPodDeviceHandle* ref)
+{
+    std::shared_ptr<ZQCoreiPodRef> reference(new ZQCoreiPodRef());
+    reference->ref_ = ref;
+    if (ref) {
+        reference->name_ = ref->copyName();
+        reference->revision_ = ref->copyRevision();
+    }
+    return reference;
+}
+
+std::optional<std::string> ZQCoreiPodRef::serialNumber() const
+{
+    const Value* serial = properties_.find("SerialNumber");
+    if (!serial || !serial->string())
+        return std::nullopt;
+    return *serial->string();
+}
+
+std::shared_ptr<Image> ZQCoreiPodRef::icon() const { return Resources::imageForResource("iPod", "icns"); }
+
+std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::copy() const
+{
+    std::shared_ptr<ZQCoreiPodRef> duplicate(new ZQCoreiPodRef());
+    duplicate->setName(name());
+    duplicate->setRevision(revision());
+    duplicate->setiPodRef(iPodRef());
+    duplicate->setPath(path());
+    return duplicate;
+}
+
+std::string ZQCoreiPodRef::description() const
+{
+    return "iPod name=" + describe(name()) + " rev=" + describe(revision()) + " path=" + describe(path());
+}
+
+} // namespace zq

@@ -1,0 +1,83 @@
+#pragma once
+
+#include "ZQCore/foundation/Data.h"
+#include "ZQCore/foundation/Value.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace zq {
+
+class Image;
+
+/// A device as a platform iPod service knows it: all a reference needs of such a service is
+/// the device's name and its firmware revision, each of which may be unavailable. (No such
+/// service exists on Linux; the hook stays so that a platform layer can make references from
+/// its own device records.)
+class iPodDeviceHandle {
+public:
+    virtual ~iPodDeviceHandle() = default;
+    virtual std::optional<std::string> copyName() const = 0;
+    virtual std::optional<std::string> copyRevision() const = 0;
+};
+
+/// The light-weight handle of one connected device, made before its library is loaded: where
+/// its volume is mounted, what it calls itself, its firmware revision and its identity
+/// properties (above all the serial number that ties it to an already loaded library).
+class ZQCoreiPodRef {
+public:
+    /// A reference to the device volume mounted at `path`. Throws
+    /// "ZQCoreiPodNotFoundException" when nothing exists at the path. The name comes from the
+    /// library database ("iPod" when there is none), the properties from SysInfoExtended, or
+    /// else from SysInfo's serial number line.
+    static std::shared_ptr<ZQCoreiPodRef> initWithPath(const std::string& path);
+    /// A reference to a device of a platform iPod service (not owned; must outlive the reference).
+    static std::shared_ptr<ZQCoreiPodRef> initWithiPodRef(iPodDeviceHandle* ref);
+
+    virtual ~ZQCoreiPodRef() = default;
+
+    virtual std::optional<std::string> name() const { return name_; }
+    void setName(const std::optional<std::string>& name) { name_ = name; }
+    const std::optional<std::string>& revision() const { return revision_; }
+    void setRevision(const std::optional<std::string>& revision) { revision_ = revision; }
+    /// The mount point of the device's volume (the folder that holds iPod_Control).
+    virtual std::optional<std::string> path() const { return basePath_; }
+    void setPath(const std::optional<std::string>& path) { basePath_ = path; }
+    iPodDeviceHandle* iPodRef() const { return ref_; }
+    void setiPodRef(iPodDeviceHandle* ref) { ref_ = ref; }
+
+    /// The identity properties: the whole SysInfoExtended property list, or
+    /// { "SerialNumber": serial } from SysInfo; null when neither could be read.
+    const Value& properties() const { return properties_; }
+    virtual std::optional<std::string> serialNumber() const;
+    /// The device's picture (the framework's "iPod" image).
+    virtual std::shared_ptr<Image> icon() const;
+
+    /// A plain reference with the same name, revision, handle and path. The properties are
+    /// deliberately not copied, so a copy has no serial number.
+    std::shared_ptr<ZQCoreiPodRef> copy() const;
+
+    /// "iPod name=<name> rev=<revision> path=<path>".
+    virtual std::string description() const;
+
+    /// The device's name as its library database gives it (the master playlist's title):
+    /// "iPod" when the database is empty, unreadable or names no device playlist, "Unknown"
+    /// when the master playlist has no title.
+    static std::string getNameFromiTunesDBWithData(const Data& data);
+
+protected:
+    ZQCoreiPodRef() = default;
+
+    iPodDeviceHandle* ref_ = nullptr;
+    std::optional<std::string> name_;
+    std::optional<std::string> revision_;
+    std::optional<std::string> basePath_;
+    Value properties_;
+};
+
+/// The serial number in SysInfo text: the rest of the last line that holds "pszSerialNumber:",
+/// blanks and tabs trimmed. No value when no line holds the marker.
+std::optional<std::string> serialNumberFromSysInfo(const std::string& text);
+
+} // namespace zq

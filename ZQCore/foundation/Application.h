@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string>
+
+namespace zq {
+
+/// The reverse-DNS identifier of the application that hosts the framework. Named exceptions
+/// such as "<identifier>.FileReadError" carry it as their prefix. Settable once at start-up;
+/// the default names the framework itself.
+const std::string& applicationIdentifier();
+void setApplicationIdentifier(std::string identifier);
+
+} // namespace zq

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace zq {
+
+/// Writes one plain-text line to the system log (syslog, facility user, priority notice).
+void log(const std::string& line);
+
+/// Replaces where log lines go (tests capture them); an empty handler restores syslog.
+/// Returns the handler that was in place.
+using LogHandler = std::function<void(const std::string&)>;
+LogHandler setLogHandler(LogHandler handler);
+
+} // namespace zq

@@ -1,0 +1,32 @@
+#include "ZQCore/foundation/NotificationCenter.h"
+
+namespace zq {
+
+NotificationCenter& NotificationCenter::defaultCenter()
+{
+    static NotificationCenter center;
+    return center;
+}
+
+NotificationCenter::Token NotificationCenter::addObserver(const std::string& name, Callback callback)
+{
+    observers_.push_back({++lastToken_, name, std::make_shared<Callback>(std::move(callback))});
+    return lastToken_;
+}
+
+void NotificationCenter::removeObserver(Token token)
+{
+    std::erase_if(observers_, [token](const Entry& entry) { return entry.token == token; });
+}
+
+void NotificationCenter::postNotification(const std::string& name, const std::any& object)
+{
+    std::vector<std::shared_ptr<Callback>> targets;
+    for (const Entry& entry : observers_)
+        if (entry.name == name)
+            targets.push_back(entry.callback);
+    for (const auto& callback : targets)
+        (*callback)(name, object);
+}
+
+} // namespace zq

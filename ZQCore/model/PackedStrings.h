@@ -1,0 +1,86 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace zq {
+
+/// N strings that may each be absent, packed into one heap block: a library of 100,000 tracks
+/// holds over a million short strings, and one allocation per track instead of one per string
+/// (plus no per-string object) keeps the model at a fraction of the database's size.
+/// Block layout: N + 1 end offsets (uint32), a presence mask, then the characters.
+template <std::size_t N>
+class PackedStrings {
+    static_assert(N < 32);
+
+public:
+    std::optional<std::string_view> get(std::size_t index) const
+    {
+        if (!block_ || !(mask() & (1u << index)))
+            return std::nullopt;
+        const std::uint32_t begin = index ? offset(index - 1) : 0;
+        return std::string_view(characters() + begin, offset(index) - begin);
+    }
+
+    /// Replaces every string at once; a null pointer is an absent string.
+    void assign(const std::array<const std::string*, N>& strings)
+    {
+        std::size_t total = 0;
+        std::uint32_t presence = 0;
+        for (std::size_t i = 0; i < N; ++i) {
+            if (strings[i]) {
+                total += strings[i]->size();
+                presence |= 1u << i;
+            }
+        }
+        if (!presence) {
+            block_.reset();
+            return;
+        }
+        block_.reset(new char[kHeader + total]);
+        std::uint32_t end = 0;
+        for (std::size_t i = 0; i < N; ++i) {
+            if (strings[i]) {
+                std::memcpy(characters() + end, strings[i]->data(), strings[i]->size());
+                end += static_cast<std::uint32_t>(strings[i]->size());
+            }
+            std::memcpy(block_.get() + i * 4, &end, 4);
+        }
+        std::memcpy(block_.get() + N * 4, &presence, 4);
+    }
+
+    void set(std::size_t index, const std::optional<std::string>& value)
+    {
+        std::array<std::string, N> copies;
+        std::array<const std::string*, N> strings{};
+        for (std::size_t i = 0; i < N; ++i) {
+            if (i == index) {
+                strings[i] = value ? &*value : nullptr;
+            } else if (auto current = get(i)) {
+                copies[i] = std::string(*current);
+                strings[i] = &copies[i];
+            }
+        }
+        assign(strings);
+    }
+
+private:
+    static constexpr std::size_t kHeader = (N + 1) * 4;
+    std::uint32_t offset(std::size_t index) const
+    {
+        std::uint32_t value;
+        std::memcpy(&value, block_.get() + index * 4, 4);
+        return value;
+    }
+    std::uint32_t mask() const { return offset(N); }
+    char* characters() const { return block_.get() + kHeader; }
+
+    std::unique_ptr<char[]> block_;
+};
+
+} // namespace zq

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "ZQCore/foundation/Date.h"
+#include "ZQCore/foundation/Observable.h"
+#include "ZQCore/foundation/Value.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace zq {
+
+class iPodTrack;
+class Image;
+
+/// A named, ordered list of tracks of one library (duplicates allowed), and the base of the
+/// other kinds: Podcasts, PlaylistFolder, PurchasedPlaylist and SmartPlaylist.
+///
+/// Observable keys: "tracks" (addTrack, removeTrack) and, on the kinds that have them,
+/// "podcasts" and "playlists".
+class Playlist : public Observable {
+public:
+    using Tracks = std::vector<std::shared_ptr<iPodTrack>>;
+
+    /// A playlist named "New Playlist".
+    static std::shared_ptr<Playlist> init();
+    static std::shared_ptr<Playlist> initWithName(const std::optional<std::string>& name);
+    /// A playlist from a record of the binary database: `header` is the record's 48-byte block.
+    static std::shared_ptr<Playlist> initWithMHYP(std::span<const std::uint8_t> header, const std::optional<std::string>& name);
+
+    ~Playlist() override;
+
+    virtual bool isMaster() const { return isMaster_; }
+    virtual bool isPodcasts() const { return isPodcasts_; }
+    std::uint64_t playlistID() const { return playlistID_; }
+    std::uint64_t parentID() const { return parentID_; }
+    std::int32_t sortOrder() const { return sortOrder_; }
+    std::optional<Date> creationDate() const { return creationDate_; }
+    const std::optional<std::string>& name() const { return name_; }
+    void setName(const std::optional<std::string>& name) { name_ = name; }
+    Value::Dictionary& additionalData() { return additionalData_; }
+
+    /// The members in order. Podcasts and folders answer the concatenation of their children.
+    virtual Tracks tracks() const { return tracks_; }
+
+    /// Appends (a track may stand twice); a null track is ignored.
+    void addTrack(const std::shared_ptr<iPodTrack>& track);
+    /// Removes every occurrence; the change is announced even when nothing was removed.
+    void removeTrack(const std::shared_ptr<iPodTrack>& track);
+
+    /// "Master playlist name: <name>, ID: <id>, <count> tracks." for the master playlist,
+    /// "Playlist name: ..." for the others.
+    virtual std::string description() const;
+
+    /// A new image on every call: "iPod" for the master playlist, "Playlist" otherwise.
+    virtual std::shared_ptr<Image> icon() const;
+
+protected:
+    explicit Playlist(const std::optional<std::string>& name);
+    /// Fills the fields that every kind reads from a binary-database record.
+    void fillFromMHYP(std::span<const std::uint8_t> header);
+    /// The plain or master form of description(), for kinds that build on it.
+    std::string playlistDescription() const;
+
+    Tracks tracks_;
+    bool isMaster_ = false;
+    bool isPodcasts_ = false;
+    std::optional<Date> creationDate_;
+    std::uint64_t playlistID_ = 0;
+    std::uint64_t parentID_ = 0;
+    std::int32_t sortOrder_ = 0;
+    std::optional<std::string> name_;
+    Value::Dictionary additionalData_;
+};
+
+} // namespace zq

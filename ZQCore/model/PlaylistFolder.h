@@ -1,0 +1,30 @@
+#pragma once
+
+#include "ZQCore/model/Playlist.h"
+
+namespace zq {
+
+/// A folder of playlists (of any kind, folders included). Its tracks are its children's
+/// tracks, child after child. Observable key "playlists" (addPlaylist, removePlaylist).
+class PlaylistFolder : public Playlist {
+public:
+    static std::shared_ptr<PlaylistFolder> initWithName(const std::optional<std::string>& name);
+
+    const std::vector<std::shared_ptr<Playlist>>& playlists() const { return playlists_; }
+    /// Adds a child unless it is already there (then nothing is announced).
+    void addPlaylist(const std::shared_ptr<Playlist>& child);
+    /// Removes a child if it is there (otherwise nothing is announced).
+    void removePlaylist(const std::shared_ptr<Playlist>& child);
+
+    Tracks tracks() const override;
+    /// "Playlist folder: <name>, ID: <id>, Children:\n" and the children's descriptions.
+    std::string description() const override;
+
+protected:
+    explicit PlaylistFolder(const std::optional<std::string>& name) : Playlist(name) {}
+
+private:
+    std::vector<std::shared_ptr<Playlist>> playlists_;
+};
+
+} // namespace zq

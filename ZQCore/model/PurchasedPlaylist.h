@@ -1,0 +1,21 @@
+#pragma once
+
+#include "ZQCore/model/Playlist.h"
+
+namespace zq {
+
+/// The list of purchased items. Never the master or the podcast playlist, whatever its record
+/// says.
+class PurchasedPlaylist : public Playlist {
+public:
+    static std::shared_ptr<PurchasedPlaylist> initWithName(const std::optional<std::string>& name);
+
+    bool isMaster() const override { return false; }
+    bool isPodcasts() const override { return false; }
+    std::shared_ptr<Image> icon() const override;
+
+protected:
+    explicit PurchasedPlaylist(const std::optional<std::string>& name) : Playlist(name) {}
+};
+
+} // namespace zq

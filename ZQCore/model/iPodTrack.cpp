@@ -1,0 +1,76 @@
+#include "ZQCore/model/iPodTrack.h"
+
+#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/foundation/Application.h"
+#include "ZQCore/foundation/Description.h"
+#include "ZQCore/foundation/Exception.h"
+#include "ZQCore/foundation/File.h"
+
+#include <sys/stat.h>
+
+
+namespace zq {
+
+std::shared_ptr<iPodTrack> iPodTrack::make(const std::shared_ptr<ZQCoreiPod>& parent)
+{
+    auto track = std::make_shared<iPodTrack>(Key());
+    track->parent_ = parent;
+    return track;
+}
+
+std::shared_ptr<iPodTrack> iPodTrack::initWithParent(const std::shared_ptr<ZQCoreiPod>& parent) { return make(parent); }
+
+Value::Dictionary& iPodTrack::additionalData()
+{
+    // Made on first use: almost no track ever has extra data, and a library holds many tracks.
+    if (!additionalData_)
+        additionalData_ = std::make_unique<Value::Dictionary>();
+    return *additionalData_;
+}
+
+std::string iPodTrack::description() const
+{
+    return "Track ID: " + std::to_string(static_cast<std::int32_t>(trackID())) + " Title: " + describe(title());
+}
+
+std::optional<Data> iPodTrack::contentsOfTrackFile() const
+{
+    auto library = parent();
+    if (!library)
+        return std::nullopt;
+    auto path = filePath();
+    if (library->readsFilesThroughDevice())
+        return path ? library->contentsOfFileAtPath(*path) : std::nullopt;
+
+    struct stat info {};
+    if (::stat(library->path().c_str(), &info) != 0) {
+        library->setIsConnected(false);
+        return std::nullopt;
+    }
+    return path ? Data::contentsOfFile(*path) : std::nullopt;
+}
+
+std::optional<Data> iPodTrack::chunkOfTrackFileWithRange(Range range) const
+{
+    auto library = parent();
+    if (!library)
+        return std::nullopt;
+    auto path = filePath();
+    if (library->readsFilesThroughDevice())
+        return path ? library->chunkOfFileAtPath(*path, range) : std::nullopt;
+
+    if (!path)
+        return std::nullopt;
+    auto file = File::openForReading(*path);
+    if (!file)
+        return std::nullopt;
+
+    // Checked in 32-bit arithmetic against the recorded size, as the database's own readers
+    // do: an end that wraps past 2^32 is judged by its wrapped value.
+    const std::uint32_t end = range.location + range.length;
+    if (range.location > fileSize_ || end > fileSize_)
+        throw Exception(applicationIdentifier() + ".FileReadError", "Range beyond file bounds");
+    return file->readRange(range.location, range.length);
+}
+
+} // namespace zq

@@ -1,0 +1,338 @@
+// The walk of the binary library database (iTunesDB): data sets, the track list and the
+// playlist list with smart-playlist data. Record layouts are in RecordLayouts.h; the fields
+// are placed into tracks and playlists by iPodTrack+MHIT.cpp and Playlist+MHYP.cpp.
+//
+// The walk follows the file's own lengths: every child is found at its parent's start plus
+// the parent's header length, every sibling at the previous one's start plus its total length,
+// through XRDataReader::setPosition (which clamps to the last byte, so a length pointing past
+// the end makes the next read fail with "XRDataReaderInvalidRead"). Tags are never examined.
+
+#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/foundation/Exception.h"
+#include "ZQCore/model/Podcasts.h"
+#include "ZQCore/model/SmartPlaylist.h"
+#include "ZQCore/model/SmartPlaylistRule.h"
+#include "ZQCore/reader/RecordLayouts.h"
+#include "ZQCore/reader/WalkLimits.h"
+#include "ZQCore/reader/XRDataReader.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+namespace zq {
+
+using namespace layout;
+
+namespace {
+
+constexpr std::uint32_t kTitleType = 1;
+constexpr std::uint32_t kLocationType = 2;
+constexpr std::uint32_t kSmartPrefsType = 50;
+constexpr std::uint32_t kSmartRulesType = 51;
+
+// Data-object types 15, 16 and 17 are not strings and are never read as such.
+bool isSkippedObjectType(std::uint32_t type) { return type >= 15 && type <= 17; }
+
+// Types whose text reaches a track field; the others are walked past without decoding.
+bool reachesTrackField(std::uint32_t type)
+{
+    return (type >= 1 && type <= 9) || type == 12 || type == 13 || type == 14 || type == 22;
+}
+
+enum class TextRead {
+    Text,       // decoded (a string read past the end decodes as "")
+    NotText,    // the bytes are not UTF-16 (an odd byte count)
+    Unreadable, // the 24-byte string header itself runs past the end
+};
+
+/// Reads a string object's 24-byte string header and its UTF-16LE text; the reader stands just
+/// after the object's 16-byte header. `out` is "" unless the result is Text.
+TextRead readObjectText(XRDataReader& reader, std::string& out)
+{
+    out.clear();
+    std::span<const std::uint8_t> header;
+    try {
+        header = reader.readRawBytes(MHODString::headerSize);
+    } catch (const Exception&) {
+        return TextRead::Unreadable;
+    }
+    const std::uint32_t length = le32(header, MHODString::length - MHODHeader::size);
+    return reader.readStringInto(out, static_cast<std::int32_t>(length), StringEncoding::UTF16LE) ? TextRead::Text
+                                                                                                 : TextRead::NotText;
+}
+
+Value::Dictionary readSmartPrefs(XRDataReader& reader)
+{
+    // The block follows the 16-byte object header; field offsets count from the object's start.
+    auto block = reader.readRawBytes(SmartPrefs::blockSize);
+    auto at = [&](std::size_t offset) { return offset - MHODHeader::size; };
+    return Value::Dictionary{
+        {"liveUpdating", u8(block, at(SmartPrefs::liveUpdating)) != 0},
+        {"enableRules", u8(block, at(SmartPrefs::enableRules)) != 0},
+        {"enableLimits", u8(block, at(SmartPrefs::enableLimits)) != 0},
+        {"limitType", u8(block, at(SmartPrefs::limitType))},
+        {"limitSort", u8(block, at(SmartPrefs::limitSort))},
+        {"limitValue", le32(block, at(SmartPrefs::limitValue))},
+        {"matchChecked", u8(block, at(SmartPrefs::matchChecked)) != 0},
+        {"reverseLimitSort", u8(block, at(SmartPrefs::reverseLimitSort)) != 0},
+    };
+}
+
+} // namespace
+
+std::string ZQCoreiPod::keyForStringMHODType(std::int32_t type)
+{
+    switch (type) {
+    case 1: return "title";
+    case 2: return "location";
+    case 3: return "album";
+    case 4: return "artist";
+    case 5: return "genre";
+    case 6: return "fileType";
+    case 7: return "EQSetting";
+    case 8: return "comment";
+    case 9: return "podcastCategory";
+    case 12: return "composer";
+    case 13: return "grouping";
+    case 14: return "description";
+    case 18: return "subtitle";
+    case 19: return "show";
+    case 20: return "episodeNumber";
+    case 21: return "tvNetwork";
+    case 22: return "albumArtist";
+    case 24: return "keywords";
+    case 25: return "tvShowLocale";
+    case 27: return "sortingTitle";
+    case 28: return "sortingAlbum";
+    case 29: return "sortingAlbumArtist";
+    case 30: return "sortingComposer";
+    case 31: return "sortingTVShow";
+    default: return std::to_string(type);
+    }
+}
+
+void ZQCoreiPod::parseiTunesDBWithData(const Data& data)
+{
+    if (data.empty())
+        return;
+    auto reader = XRDataReader::dataReaderWithData(data, true);
+    reader->setReadLimit(walkReadLimit(data.size()));
+
+    const std::uint32_t start = reader->position();
+    auto header = reader->readRawBytes(MHBDHeader::size);
+    const auto dataSets = static_cast<std::int32_t>(le32(header, MHBDHeader::dataSetCount));
+    reader->setPosition(start + le32(header, ChunkStart::headerLength));
+
+    for (std::int32_t set = 1; set <= dataSets; ++set) {
+        const std::uint32_t p = reader->position();
+        auto setHeader = reader->readRawBytes(MHSDHeader::size);
+        const std::uint32_t type = le32(setHeader, MHSDHeader::type);
+        if (type == MHSDHeader::trackList) {
+            reader->setPosition(p + le32(setHeader, ChunkStart::headerLength));
+            tracks_ = parseTrackList(*reader);
+        } else if (type == MHSDHeader::playlistListGrouped) {
+            // Built from the tracks already read: a playlist data set that comes before the
+            // track list resolves nothing.
+            TrackIndexCache cache(tracks_.size());
+            for (std::size_t i = 0; i < tracks_.size(); ++i)
+                cache.insert_or_assign(tracks_[i]->trackID(), static_cast<std::int32_t>(i));
+            reader->setPosition(p + le32(setHeader, ChunkStart::headerLength));
+            playlists_ = parsePlaylistListWithReader(*reader, tracks_, cache);
+        }
+        reader->setPosition(p + le32(setHeader, ChunkStart::totalLength));
+    }
+}
+
+ZQCoreiPod::Tracks ZQCoreiPod::parseTrackList(XRDataReader& reader)
+{
+    const auto self = shared_from_this();
+    LocalDateConverter dates;
+    Tracks tracks;
+
+    const std::uint32_t start = reader.position();
+    auto list = reader.readRawBytes(ListHeader::size);
+    const std::uint32_t count = le32(list, ChunkStart::childCount);
+    reader.setPosition(start + le32(list, ChunkStart::headerLength));
+    // The count is the file's claim; reserve only what the remaining bytes could hold.
+    tracks.reserve(std::min<std::uint64_t>(count, static_cast<std::uint64_t>(reader.length()) / MHITHeader::size + 1));
+
+    iPodTrack::MHITStrings strings;
+    std::string text;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const std::uint32_t p = reader.position();
+        auto header = reader.readRawBytes(MHITHeader::size);
+        const std::uint32_t objects = le32(header, MHITHeader::dataObjectCount);
+        reader.setPosition(p + le32(header, ChunkStart::headerLength));
+        strings.clear();
+
+        for (std::uint32_t j = 0; j < objects; ++j) {
+            const std::uint32_t q = reader.position();
+            auto object = reader.readRawBytes(MHODHeader::size);
+            const std::uint32_t type = le32(object, MHODHeader::type);
+            if (!isSkippedObjectType(type) && reachesTrackField(type)) {
+                // Text that is not UTF-16 (an odd byte count) is left out rather than stored:
+                // the field keeps what an earlier object of the type gave, or stays absent.
+                if (readObjectText(reader, text) != TextRead::NotText) {
+                    if (type == kLocationType) {
+                        // ":iPod_Control:Music:F00:X.mp3" on the volume mounted at the base path.
+                        std::replace(text.begin(), text.end(), ':', '/');
+                        text.insert(0, iPodBasePath_);
+                    }
+                    std::swap(strings.slot(type), text);
+                }
+            }
+            reader.setPosition(q + le32(object, ChunkStart::totalLength));
+        }
+        tracks.push_back(iPodTrack::initWithMHIT(header, strings, self, dates));
+        reader.setPosition(p + le32(header, ChunkStart::totalLength));
+    }
+    return tracks;
+}
+
+ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistListWithReader(XRDataReader& reader, const Tracks& tracks,
+                                                              const TrackIndexCache& cache)
+{
+    // The cache is a fast path, always checked against the track's own ID. A miss falls back to
+    // the first of the library's tracks with that ID; that search is answered from an index
+    // made on the first miss, so a list full of unknown IDs costs no more than one of known ones.
+    std::unordered_map<std::uint32_t, std::shared_ptr<iPodTrack>> firstByID;
+    bool firstByIDBuilt = false;
+    auto resolve = [&](std::uint32_t trackID) -> std::shared_ptr<iPodTrack> {
+        auto cached = cache.find(trackID);
+        const std::uint32_t index = cached == cache.end() ? 0 : static_cast<std::uint32_t>(cached->second);
+        if (index < tracks.size() && tracks[index] && tracks[index]->trackID() == trackID)
+            return tracks[index];
+        if (!firstByIDBuilt) {
+            for (const auto& track : tracks_)
+                firstByID.try_emplace(track->trackID(), track);
+            firstByIDBuilt = true;
+        }
+        auto found = firstByID.find(trackID);
+        return found == firstByID.end() ? nullptr : found->second;
+    };
+
+    Playlists playlists;
+    const std::uint32_t start = reader.position();
+    auto list = reader.readRawBytes(ListHeader::size);
+    const std::uint32_t count = le32(list, ChunkStart::childCount);
+    reader.setPosition(start + le32(list, ChunkStart::headerLength));
+
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const std::uint32_t p = reader.position();
+        auto header = reader.readRawBytes(MHYPHeader::size);
+        const std::uint32_t objects = le32(header, MHYPHeader::dataObjectCount);
+        const std::uint32_t items = le32(header, MHYPHeader::itemCount);
+        const bool podcastFlag = le16(header, MHYPHeader::podcastFlag) == 1;
+        bool smart = false;
+        std::optional<Value::Dictionary> options;
+        std::optional<std::string> name;
+        reader.setPosition(p + le32(header, ChunkStart::headerLength));
+
+        for (std::uint32_t j = 0; j < objects; ++j) {
+            const std::uint32_t q = reader.position();
+            auto object = reader.readRawBytes(MHODHeader::size);
+            const std::uint32_t type = le32(object, MHODHeader::type);
+            const std::uint32_t total = le32(object, ChunkStart::totalLength);
+            if (type == kSmartPrefsType) {
+                smart = true;
+                options = readSmartPrefs(reader);
+            } else if (type == kSmartRulesType) {
+                reader.readRawBytes(SmartRules::skippedBeforeBlob);
+                auto blob = reader.readRawBytes(static_cast<std::int32_t>(total - SmartRules::blobOffset));
+                // The rule list is big-endian; the reader is left that way, which the rest of
+                // this walk does not mind (it reads whole blocks and strings only).
+                reader.setIsLittleEndian(false);
+                auto rules = parseSmartPlaylistRulesInData(Data(blob.data(), blob.size()));
+                // Rules met before any preferences object have nothing to join, and are lost.
+                if (options)
+                    for (auto& [key, value] : rules)
+                        options->insert_or_assign(key, std::move(value));
+            } else if (type == kTitleType) {
+                // An unreadable title is the empty name; text that is not UTF-16, no name.
+                std::string title;
+                TextRead read = readObjectText(reader, title);
+                name = read == TextRead::NotText ? std::nullopt : std::optional<std::string>(std::move(title));
+            }
+            reader.setPosition(q + total);
+        }
+
+        std::shared_ptr<Playlist> playlist;
+        std::shared_ptr<Podcasts> podcasts;
+        if (podcastFlag)
+            playlist = podcasts = Podcasts::initWithMHYP(header, name);
+        else if (smart)
+            playlist = SmartPlaylist::initWithMHYP(header, name, options ? *options : Value::Dictionary());
+        else
+            playlist = Playlist::initWithMHYP(header, name);
+
+        std::shared_ptr<Playlist> group;
+        for (std::uint32_t k = 0; k < items; ++k) {
+            const std::uint32_t r = reader.position();
+            auto item = reader.readRawBytes(MHIPHeader::size);
+            const std::uint32_t trackID = le32(item, MHIPHeader::trackID);
+            if (trackID == 0 && podcasts) {
+                // A group header item opens the next show; its title object follows its header.
+                group = Playlist::init();
+                reader.setPosition(r + le32(item, ChunkStart::headerLength));
+                auto object = reader.readRawBytes(MHODHeader::size);
+                if (le32(object, MHODHeader::type) == kTitleType) {
+                    // A title that cannot be read leaves the show with its initial name.
+                    std::string title;
+                    TextRead read = readObjectText(reader, title);
+                    if (read != TextRead::Unreadable)
+                        group->setName(read == TextRead::Text ? std::optional<std::string>(std::move(title)) : std::nullopt);
+                }
+                podcasts->addPodcast(group);
+            } else if (auto target = podcasts ? group : playlist) {
+                // Episodes listed before the first show header belong to no show and are dropped.
+                if (auto track = resolve(trackID))
+                    target->addTrack(track);
+            }
+            reader.setPosition(r + le32(item, ChunkStart::totalLength));
+        }
+        playlists.push_back(std::move(playlist));
+        reader.setPosition(p + le32(header, ChunkStart::totalLength));
+    }
+    return playlists;
+}
+
+Value::Dictionary ZQCoreiPod::parseSmartPlaylistRulesInData(const Data& data)
+{
+    auto reader = XRDataReader::dataReaderWithData(data, false);
+    Value::Dictionary result;
+
+    auto header = reader->readRawBytes(SmartRules::headerSize);
+    // Only the low byte of the conjunction word counts.
+    result["operatorOr"] = u8(header, SmartRules::conjunctionLowByte) != 0;
+    const std::uint32_t count = be32(header, SmartRules::ruleCount);
+
+    Value::Array rules;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const std::uint32_t field = reader->readUInt32();
+        Value::Dictionary rule{{"fieldType", field}};
+        if (SmartPlaylistRule::isStringField(static_cast<std::int32_t>(field))) {
+            auto block = reader->readRawBytes(SmartRules::stringRuleSize);
+            rule["actionType"] = be32(block, 0);
+            const std::uint32_t length = be32(block, SmartRules::stringRuleLength);
+            if (length == 0) {
+                rule["ruleValue"] = std::string();
+            } else if (auto text = reader->readString(static_cast<std::int32_t>(length), StringEncoding::UTF16BE)) {
+                rule["ruleValue"] = std::move(*text);
+            }
+        } else {
+            auto block = reader->readRawBytes(SmartRules::numericRuleSize);
+            rule["actionType"] = be32(block, 0);
+            rule["fromValue"] = be64(block, SmartRules::fromValue);
+            rule["fromDate"] = static_cast<std::int64_t>(be64(block, SmartRules::fromDate));
+            rule["fromUnits"] = be64(block, SmartRules::fromUnits);
+            rule["toValue"] = be64(block, SmartRules::toValue);
+            rule["toDate"] = static_cast<std::int64_t>(be64(block, SmartRules::toDate));
+            rule["toUnits"] = be64(block, SmartRules::toUnits);
+        }
+        rules.emplace_back(std::move(rule));
+    }
+    result["rules"] = std::move(rules);
+    return result;
+}
+
+} // namespace zq

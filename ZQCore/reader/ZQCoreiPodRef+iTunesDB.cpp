@@ -1,0 +1,80 @@
+// The device name lookup: reads only the master playlist's title out of a library database,
+// without building tracks or playlists.
+
+#include "ZQCore/device/ZQCoreiPodRef.h"
+#include "ZQCore/foundation/Exception.h"
+#include "ZQCore/reader/RecordLayouts.h"
+#include "ZQCore/reader/WalkLimits.h"
+#include "ZQCore/reader/XRDataReader.h"
+
+namespace zq {
+
+using namespace layout;
+
+namespace {
+
+constexpr std::uint32_t kTitleType = 1;
+
+/// The master playlist's title in the playlist list at the reader's position, or "Unknown".
+/// Where several playlists say they are the master, the last one's title wins.
+std::string getiPodNameFromPlaylistListWithReader(XRDataReader& reader)
+{
+    std::optional<std::string> name;
+    const std::uint32_t start = reader.position();
+    auto list = reader.readRawBytes(ListHeader::size);
+    const std::uint32_t count = le32(list, ChunkStart::childCount);
+    reader.setPosition(start + le32(list, ChunkStart::headerLength));
+
+    for (std::uint32_t i = 0; i < count; ++i) {
+        const std::uint32_t p = reader.position();
+        auto header = reader.readRawBytes(MHYPHeader::size);
+        const std::uint32_t objects = le32(header, MHYPHeader::dataObjectCount);
+        const bool master = u8(header, MHYPHeader::master) == 1;
+        reader.setPosition(p + le32(header, ChunkStart::headerLength));
+        for (std::uint32_t j = 0; j < objects; ++j) {
+            const std::uint32_t q = reader.position();
+            auto object = reader.readRawBytes(MHODHeader::size);
+            if (le32(object, MHODHeader::type) == kTitleType) {
+                auto stringHeader = reader.readRawBytes(MHODString::headerSize);
+                if (master) {
+                    const std::uint32_t length = le32(stringHeader, MHODString::length - MHODHeader::size);
+                    name = reader.readString(static_cast<std::int32_t>(length), StringEncoding::UTF16LE);
+                }
+            }
+            reader.setPosition(q + le32(object, ChunkStart::totalLength));
+        }
+        reader.setPosition(p + le32(header, ChunkStart::totalLength));
+    }
+    return name ? *name : std::string("Unknown");
+}
+
+} // namespace
+
+std::string ZQCoreiPodRef::getNameFromiTunesDBWithData(const Data& data)
+{
+    std::string name = "iPod";
+    try {
+        if (data.empty())
+            return name;
+        auto reader = XRDataReader::dataReaderWithData(data, true);
+        reader->setReadLimit(walkReadLimit(data.size()));
+        const std::uint32_t start = reader->position();
+        auto header = reader->readRawBytes(MHBDHeader::size);
+        const auto dataSets = static_cast<std::int32_t>(le32(header, MHBDHeader::dataSetCount));
+        reader->setPosition(start + le32(header, ChunkStart::headerLength));
+        for (std::int32_t set = 1; set <= dataSets; ++set) {
+            const std::uint32_t p = reader->position();
+            auto setHeader = reader->readRawBytes(MHSDHeader::size);
+            if (le32(setHeader, MHSDHeader::type) == MHSDHeader::playlistListGrouped) {
+                reader->setPosition(p + le32(setHeader, ChunkStart::headerLength));
+                name = getiPodNameFromPlaylistListWithReader(*reader);
+            }
+            reader->setPosition(p + le32(setHeader, ChunkStart::totalLength));
+        }
+    } catch (const Exception&) {
+        return "iPod";
+    }
+    return name;
+}
+
+} // namespace zq

@@ -1,0 +1,303 @@
+#pragma once
+
+// Writes device volumes for tests, benchmarks and the demo from a readable description, so that
+// every byte a test feeds the library reader is explained by the test itself.
+//
+// The writer is deliberately independent of the framework's reader: it lays records out the way
+// iTunes does (tags, header lengths, the string header's fixed fields, the column-settings object
+// of every playlist, the two playlist data sets) and never asks the reader how to do it. All
+// numbers in the descriptions are the raw values stored on disk: dates are seconds since
+// 1904-01-01 local time for tracks, flags are bytes (so 2 can be written where 1 means true).
+
+#include "ZQCore/foundation/Data.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace zq::test {
+
+// ---- data objects (MHOD) ----------------------------------------------------------------------
+
+/// A data object written exactly as described: the 16-byte header (tag "mhod", header length,
+/// total length, type) and then `body` verbatim. The helpers build the body of a string object
+/// (the 24-byte string header and UTF-16 little-endian text) with the length field forced when
+/// a test needs a bogus one.
+struct RawObject {
+    std::uint32_t type = 0;
+    std::vector<std::uint8_t> body{};            ///< bytes after the 16-byte header
+    std::uint32_t headerLength = 0x18;
+    std::optional<std::uint32_t> totalLength{};  ///< default: 16 + body size
+
+    /// A string object of `type` holding `utf8` as UTF-16LE; `lengthField` replaces the true
+    /// byte length at offset 28 (the text written stays the whole string).
+    static RawObject string(std::uint32_t type, const std::string& utf8,
+                            std::optional<std::uint32_t> lengthField = std::nullopt);
+    /// A string object whose text is `textBytes` as given (an odd count, bytes that are not
+    /// UTF-16...); the length field is their count unless `lengthField` says otherwise.
+    static RawObject stringBytes(std::uint32_t type, std::vector<std::uint8_t> textBytes,
+                                 std::optional<std::uint32_t> lengthField = std::nullopt);
+};
+
+// ---- tracks (MHIT) ------------------------------------------------------------------------------
+
+/// One track record; the numbers in the comments are header offsets. The strings are written as
+/// string objects of their type (title 1, location 2, album 3, artist 4, genre 5, fileType 6,
+/// EQSetting 7, comment 8, podcastCategory 9, composer 12, grouping 13, description 14,
+/// albumArtist 22) when they have a value, "" included, then `extraObjects` in order. Besides
+/// these fields the header carries what iTunes always writes: visible 1 at 20, the file kind
+/// code at 24 and type bytes at 28-29 (from the location's extension), the play count again at
+/// 84, the sample rate as a float at 136, the artwork flag at 164 and the database ID again
+/// at 168.
+struct TrackSpec {
+    std::uint32_t trackID = 0;          // 16
+    std::uint8_t compilation = 0;       // 30
+    std::uint8_t rating = 0;            // 31
+    std::uint32_t lastModified = 0;     // 32
+    std::uint32_t fileSize = 0;         // 36
+    std::uint32_t trackLength = 0;      // 40
+    std::uint32_t trackNumber = 0;      // 44
+    std::uint32_t trackTotal = 0;       // 48
+    std::uint32_t year = 0;             // 52
+    std::uint32_t bitrate = 0;          // 56
+    std::uint16_t sampleRate = 0;       // 62 (integer half of the 16.16 number at 60)
+    std::uint32_t volume = 0;           // 64
+    std::uint32_t startTime = 0;        // 68
+    std::uint32_t endTime = 0;          // 72
+    std::uint32_t soundcheckValue = 0;  // 76
+    std::uint32_t playCount = 0;        // 80 (and the second play count at 84)
+    std::uint32_t lastPlayedTime = 0;   // 88
+    std::uint32_t discNumber = 0;       // 92
+    std::uint32_t discTotal = 0;        // 96
+    std::uint32_t dateAdded = 0;        // 104
+    std::uint64_t dbid = 0;             // 112
+    std::uint8_t checked = 0;           // 120
+    std::uint16_t BPM = 0;              // 122
+    std::uint16_t artworkCount = 0;     // 124
+    std::uint32_t dateReleased = 0;     // 140
+    std::uint32_t skipCount = 0;        // 156
+    std::uint32_t lastSkippedTime = 0;  // 160
+    std::uint8_t hasLyrics = 0;         // 176
+    std::uint8_t isMovie = 0;           // 177
+    std::uint8_t hasBeenPlayed = 0;     // 178
+    std::uint32_t mediaType = 0;        // 208
+    std::uint32_t seasonNumber = 0;     // 212
+    std::uint32_t episodeNumber = 0;    // 216
+    std::uint16_t albumID = 0;          // 314
+    std::uint32_t artworkLink = 0;      // 352
+
+    std::optional<std::string> title{};
+    std::optional<std::string> location{};  ///< colon form, ":iPod_Control:Music:F00:ABCD.mp3"
+    std::optional<std::string> album{};
+    std::optional<std::string> artist{};
+    std::optional<std::string> genre{};
+    std::optional<std::string> fileType{};
+    std::optional<std::string> EQSetting{};
+    std::optional<std::string> comment{};
+    std::optional<std::string> podcastCategory{};
+    std::optional<std::string> composer{};
+    std::optional<std::string> grouping{};
+    std::optional<std::string> description{};
+    std::optional<std::string> albumArtist{};
+    std::vector<RawObject> extraObjects{};
+
+    /// Header length stored at 4. A length under 356 cuts the header there: the fields beyond it
+    /// are not written and the data objects start at that offset (as in early databases).
+    std::uint32_t headerLength = 0x270;
+    std::optional<std::uint32_t> objectCount{};  ///< stored at 12 instead of the real count
+    std::optional<std::uint32_t> totalLength{};  ///< stored at 8 instead of the real length
+};
+
+// ---- smart playlists ----------------------------------------------------------------------------
+
+/// One rule of the rule blob. With `text` the rule has the string layout (action, 44 unused
+/// bytes, text length, UTF-16BE text); without, the numeric layout (120 bytes after the field).
+/// The reader picks the layout by field number, so a test can also write a mismatched one.
+struct SmartRuleSpec {
+    std::uint32_t field = 0;
+    std::uint32_t action = 0;
+    std::optional<std::string> text{};
+    std::optional<std::uint32_t> textLength{};  ///< forced length field of a string rule
+    std::uint64_t fromValue = 0;
+    std::int64_t fromDate = 0;
+    std::uint64_t fromUnits = 0;
+    std::uint64_t toValue = 0;
+    std::int64_t toDate = 0;
+    std::uint64_t toUnits = 0;
+};
+
+/// The rule blob: "SLst" header of 136 bytes (big-endian) and the rules.
+struct SmartRulesSpec {
+    std::uint32_t conjunction = 0;  ///< the word at 12: 0 = all rules match, 1 = any rule
+    std::vector<SmartRuleSpec> rules{};
+    std::optional<std::uint32_t> ruleCount{};  ///< stored at 8 instead of the real count
+};
+
+/// The preferences object (type 50). Booleans are raw bytes; everything is 0 unless given.
+struct SmartPrefsSpec {
+    std::uint8_t liveUpdating = 0;
+    std::uint8_t enableRules = 0;
+    std::uint8_t enableLimits = 0;
+    std::uint8_t limitType = 0;
+    std::uint8_t limitSort = 0;
+    std::uint32_t limitValue = 0;
+    std::uint8_t matchChecked = 0;
+    std::uint8_t reverseLimitSort = 0;
+};
+
+/// The rule blob as stored from offset 24 of a type-51 data object (and in the SQLite
+/// databases): what the rule-blob parser reads.
+zq::Data buildSmartRuleBlob(const SmartRulesSpec& spec);
+
+// ---- playlists (MHYP, MHIP) ---------------------------------------------------------------------
+
+/// One playlist item: a track ID (a plain number converts), or a podcast group header naming a
+/// show. Group headers are written only to the podcast-grouped data set (type 3).
+struct PlaylistItem {
+    PlaylistItem(std::uint32_t id = 0) : trackID(id) {}  // NOLINT: a number is an item
+    /// A group header item: track ID 0 and a title object naming the show; without a name, the
+    /// item carries a type-100 object instead, so that nothing there reads as a title.
+    static PlaylistItem group(std::optional<std::string> name);
+
+    std::uint32_t trackID = 0;
+    bool isGroupHeader = false;
+    std::optional<std::string> groupName{};
+    /// Replaces the item's own data object (a group header's title, or the type-100 position
+    /// object); an empty list writes an item with no object at all.
+    std::optional<std::vector<RawObject>> objects{};
+};
+
+/// The data objects of a playlist, in the order they are to be written. Each is written only
+/// when the playlist has it (a name, prefs, rules, extra objects); `Columns` is the type-100
+/// column-settings object every playlist iTunes writes carries.
+enum class PlaylistObject { Title, Columns, Prefs, Rules, Extras };
+
+/// One playlist record; the numbers in the comments are header offsets. Everything is written
+/// to both playlist data sets, except group header items (type 3 only).
+struct PlaylistSpec {
+    std::optional<std::string> name{};           // type 1 object
+    std::uint8_t master = 0;                     // 20
+    std::uint16_t podcast = 0;                   // 42
+    std::uint32_t creationTimestamp = 0;         // 24
+    std::uint64_t playlistID = 0;                // 28
+    std::uint32_t sortOrder = 0;                 // 44
+    std::vector<PlaylistItem> items{};
+    std::optional<SmartPrefsSpec> smartPrefs{};  // type 50 object
+    std::optional<SmartRulesSpec> smartRules{};  // type 51 object
+    std::vector<PlaylistObject> objectOrder = {PlaylistObject::Title, PlaylistObject::Columns,
+                                               PlaylistObject::Prefs, PlaylistObject::Rules,
+                                               PlaylistObject::Extras};
+    std::vector<RawObject> extraObjects{};
+    bool columnsObject = true;                   // write the type-100 object at all
+    std::uint32_t headerLength = 0xB8;
+    std::optional<std::uint32_t> objectCount{};  ///< stored at 12 instead of the real count
+    std::optional<std::uint32_t> itemCount{};    ///< stored at 16 instead of the real count
+};            // type 1 object
+    std::uint8_t master = 0;                  // 20
+    std::uint16_t podcast = 0;                // 42
+    std::uint32_t creationTimestamp = 0;      // 24
+    std::uint64_t playlistID = 0;             // 28
+    std::uint32_t sortOrder = 0;              // 44
+    std::vector<PlaylistItem> items{};
+    std::optional<SmartPrefsSpec> smartPrefs{};  // type 50 object
+    std::optional<SmartRulesSpec> smartRules{};  // type 51 object
+    std::vector<PlaylistObject> objectOrder = {PlaylistObject::Title, PlaylistObject::Columns,
+                                               PlaylistObject::Prefs, PlaylistObject::Rules,
+                                               PlaylistObject::Extras};
+    std::vector<RawObject> extraObjects{};
+    bool columnsObject = true;                // write the type-100 object at all
+    std::uint32_t headerLength = 0xB8;
+    std::optional<std::uint32_t> objectCount{};  ///< stored at 12 instead of the real count
+    std::optional<std::uint32_t> itemCount{};    ///< stored at 16 instead of the real count
+};
+
+// ---- the database (MHBD, MHSD) ------------------------------------------------------------------
+
+/// One data set to write. Type 1 holds the track list, types 2 and 3 the playlist list (2 plain,
+/// 3 with podcast group headers), 4 an empty album list, 5 an empty smart-playlist list; any
+/// other type only its header. Contents default to the database's tracks and playlists.
+struct DataSet {
+    DataSet(std::uint32_t setType) : type(setType) {}  // NOLINT: a number names the data set's type
+
+    static DataSet withTotalLength(std::uint32_t type, std::uint32_t totalLength);
+    static DataSet withTracks(std::vector<TrackSpec> tracks);
+    static DataSet withPlaylists(std::uint32_t type, std::vector<PlaylistSpec> playlists);
+
+    std::uint32_t type;
+    std::optional<std::uint32_t> totalLength{};  ///< stored at 8 instead of the real length
+    std::optional<std::vector<TrackSpec>> tracks{};
+    std::optional<std::vector<PlaylistSpec>> playlists{};
+};
+
+struct DatabaseSpec {
+    std::vector<TrackSpec> tracks{};
+    std::vector<PlaylistSpec> playlists{};
+    std::vector<DataSet> dataSets = {1, 2, 3};
+    std::optional<std::uint32_t> dataSetCount{};  ///< stored at 20 instead of the real count
+    std::uint32_t headerLength = 0xF4;
+    std::uint32_t version = 0x73;
+    std::uint64_t databaseID = 0x85BE1F40803C61E0ULL;
+};
+
+/// The iTunesDB file for `spec`.
+zq::Data buildITunesDB(const DatabaseSpec& spec);
+
+// ---- volumes ------------------------------------------------------------------------------------
+
+struct VolumeSpec {
+    std::optional<DatabaseSpec> database{};        ///< iPod_Control/iTunes/iTunesDB
+    std::optional<zq::Data> rawITunesDB{};         ///< written instead of `database` when set
+    std::optional<std::string> sysInfo{};          ///< iPod_Control/Device/SysInfo
+    std::optional<std::string> sysInfoExtended{};  ///< iPod_Control/Device/SysInfoExtended
+    std::map<std::string, zq::Data> files{};       ///< path relative to the root -> contents
+};
+
+/// Lays `spec` out under `root` as on a device. Creates `root` and iPod_Control, and only the
+/// folders below it that something is written into (so a test can leave Device out).
+void writeVolume(const std::string& root, const VolumeSpec& spec);
+
+/// A SysInfo text as the device writes it, with "pszSerialNumber: <serial>" among its lines.
+std::string sysInfoText(const std::string& serial);
+
+/// A SysInfoExtended XML property list with "SerialNumber", a few device keys ("FamilyID",
+/// "FireWireGUID", "BuildID") and `extraStrings` as further string entries.
+std::string sysInfoExtendedXML(const std::string& serial,
+                               const std::vector<std::pair<std::string, std::string>>& extraStrings = {});
+
+/// The volume-relative path of a colon-form location (":iPod_Control:Music:F00:A.mp3" gives
+/// "iPod_Control/Music/F00/A.mp3").
+std::string relativePathOfLocation(const std::string& location);
+
+/// A temporary folder (mkdtemp under $TMPDIR or /tmp), removed with its contents on destruction.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    const std::string& path() const { return path_; }
+    /// path() + "/" + relative.
+    std::string file(const std::string& relative) const;
+
+private:
+    std::string path_;
+};
+
+// ---- ready-made libraries -----------------------------------------------------------------------
+
+/// The benchmark library: `trackCount` tracks in albums with every common string filled with
+/// varied, partly non-ASCII text, a master playlist holding all tracks and `playlistCount`
+/// playlists of a few hundred to a few thousand items. Deterministic for a given seed.
+DatabaseSpec makeLargeLibrary(std::size_t trackCount, std::size_t playlistCount, unsigned seed);
+
+/// The demo's sample device "Sample iPod": a dozen tracks, plain playlists, a podcast playlist
+/// with two shows, a smart playlist, SysInfo with an iPod classic serial, and a stand-in file of
+/// the recorded size for every track.
+VolumeSpec makeSampleDevice();
+
+} // namespace zq::test

@@ -1,0 +1,447 @@
+// Ready-made libraries: the large one the benchmarks load and the small sample device of the demo.
+
+#include "tests/support/DeviceImage.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+namespace zq::test {
+
+namespace {
+
+/// Seconds from 1904-01-01 to 1970-01-01: track dates are stored counted from 1904.
+constexpr std::uint32_t kSeconds1904To1970 = 2082844800u;
+
+constexpr std::uint32_t from1904(std::uint32_t unixTime) { return unixTime + kSeconds1904To1970; }
+
+/// SplitMix64: small, fast and the same on every platform, so a seed always gives one library.
+class Random {
+public:
+    explicit Random(std::uint64_t seed) : state_(seed) {}
+
+    std::uint64_t next()
+    {
+        std::uint64_t z = (state_ += 0x9E3779B97F4A7C15ULL);
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
+        return z ^ (z >> 31);
+    }
+    /// Uniform in [lo, hi].
+    std::uint32_t between(std::uint32_t lo, std::uint32_t hi)
+    {
+        return lo + static_cast<std::uint32_t>(next() % (static_cast<std::uint64_t>(hi) - lo + 1));
+    }
+    bool percent(unsigned p) { return next() % 100 < p; }
+    template <typename T, std::size_t N>
+    const T& pick(const std::array<T, N>& items) { return items[next() % N]; }
+    template <typename T>
+    const T& pick(const std::vector<T>& items) { return items[next() % items.size()]; }
+
+private:
+    std::uint64_t state_;
+};
+
+// Word pools. A few entries in each are non-ASCII (accents, Cyrillic, Greek, Japanese) so the
+// benchmark pays for the UTF-16 decoding a real international library needs.
+constexpr std::array<const char*, 96> kTitleWords = {
+    "Love", "Night", "Heart", "Fire", "River", "Dream", "Light", "Shadow", "Summer", "Rain",
+    "Blue", "Golden", "Song", "Road", "Home", "Morning", "Stars", "City", "Ocean", "Wild",
+    "Silent", "Broken", "Lonely", "Dancing", "Forever", "Midnight", "Angel", "Thunder", "Winter",
+    "Garden", "Mirror", "Paper", "Electric", "Velvet", "Crystal", "Echo", "Hollow", "Northern",
+    "Sweet", "Little", "Lost", "Running", "Falling", "Waiting", "Coming", "Again", "Tonight",
+    "Yesterday", "Tomorrow", "Highway", "Satellite", "Harbour", "Lantern", "Memory", "Violet",
+    "Horizon", "Kingdom", "Machine", "Wonder", "Signal", "Weather", "Sugar", "Silver", "Island",
+    "Desert", "Fever", "Window", "Letter", "Station", "Circle", "Gravity", "Holiday", "Avenue",
+    "Über", "Café", "Niño", "Mañana", "Été", "Große", "Liebe", "Nuit", "Cœur", "Señorita",
+    "Rêverie", "Smörgåsbord", "Ljubav", "Сердце", "Ночь", "Звезда", "夜", "東京", "さくら",
+    "Κόσμος", "Θάλασσα", "Déjà", "Naïve",
+};
+
+constexpr std::array<const char*, 48> kFirstNames = {
+    "John", "Mary", "Paul", "Anna", "David", "Laura", "Michael", "Sarah", "James", "Emma",
+    "Robert", "Julia", "Thomas", "Nina", "Daniel", "Clara", "Peter", "Sofia", "Mark", "Alice",
+    "Oliver", "Grace", "Henry", "Lucy", "Samuel", "Hannah", "Leo", "Ruby", "Isaac", "Ella",
+    "José", "Zoë", "Jürgen", "Søren", "Łukasz", "Ángel", "François", "Renée", "Björn", "Anaïs",
+    "Dmitri", "Пётр", "Yuki", "健二", "Αλέξης", "Siobhán", "Ōtomo", "İlker",
+};
+
+constexpr std::array<const char*, 48> kLastNames = {
+    "Smith", "Johnson", "Williams", "Brown", "Jones", "Miller", "Davis", "Wilson", "Anderson",
+    "Taylor", "Thomas", "Moore", "Martin", "Jackson", "White", "Harris", "Clark", "Lewis",
+    "Walker", "Hall", "Young", "King", "Wright", "Scott", "Green", "Baker", "Adams", "Nelson",
+    "Hill", "Campbell", "Mitchell", "Roberts", "Carter", "Phillips", "Evans", "Turner",
+    "Müller", "Dvořák", "García", "Nuñez", "Lefèvre", "Sørensen", "Kowalczyk", "Ivanová",
+    "Соколов", "山田", "Παπαδόπουλος", "Ó Briain",
+};
+
+constexpr std::array<const char*, 24> kGenres = {
+    "Rock", "Pop", "Alternative", "Jazz", "Classical", "Electronic", "Hip-Hop/Rap", "R&B/Soul",
+    "Country", "Folk", "Blues", "Reggae", "Soundtrack", "Singer/Songwriter", "Dance", "Metal",
+    "Punk", "World", "Latin", "Ambient", "Indie Rock", "Easy Listening", "Chanson", "J-Pop",
+};
+
+constexpr std::array<const char*, 16> kComments = {
+    "Ripped from CD",
+    "Purchased at the iTunes Store",
+    "Amazon.com Song ID: 2",
+    "Recorded live at the Royal Albert Hall, London",
+    "Remastered from the original analogue tapes in 2009",
+    "Bonus track, Japanese edition",
+    "Visit the band online for tour dates and news",
+    "Gift from Grandma, Christmas 2008",
+    "Encoded with LAME 3.98 -V2",
+    "Favourite track of the album!",
+    "Enregistré au Studio Ferber, Paris",
+    "Grabado en directo en Buenos Aires",
+    "Aufgenommen im Hansa Studio, Berlin",
+    "Запись с концерта в Москве",
+    "Single version",
+    "From the motion picture soundtrack",
+};
+
+constexpr std::array<const char*, 14> kPlaylistNames = {
+    "Road Trip", "Workout", "Chill", "Favourites", "Party Mix", "Late Night", "Running",
+    "Dinner", "Focus", "Sunday Morning", "Années 80", "Café del Mar", "Música Latina", "Классика",
+};
+
+std::string titleWords(Random& random, unsigned lo, unsigned hi)
+{
+    std::string s;
+    for (unsigned n = random.between(lo, hi), i = 0; i < n; ++i) {
+        if (i)
+            s += ' ';
+        s += random.pick(kTitleWords);
+    }
+    return s;
+}
+
+std::string personName(Random& random)
+{
+    return std::string(random.pick(kFirstNames)) + " " + random.pick(kLastNames);
+}
+
+std::string artistName(Random& random)
+{
+    switch (random.between(0, 3)) {
+    case 0: return "The " + titleWords(random, 1, 2) + "s";
+    case 1: return titleWords(random, 1, 2);
+    default: return personName(random);
+    }
+}
+
+std::string fileName(Random& random)
+{
+    static const char kChars[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+    std::string name;
+    for (int i = 0; i < 4; ++i)
+        name += kChars[random.next() % (sizeof kChars - 1)];
+    return name;
+}
+
+struct Encoding {
+    const char* fileType;
+    const char* extension;
+};
+
+} // namespace
+
+DatabaseSpec makeLargeLibrary(std::size_t trackCount, std::size_t playlistCount, unsigned seed)
+{
+    Random random(0x5A17ULL * 1000003 + seed);
+    DatabaseSpec db;
+    db.tracks.reserve(trackCount);
+    db.databaseID = random.next();
+
+    std::vector<std::string> artists(trackCount / 40 + 8);
+    for (auto& artist : artists)
+        artist = artistName(random);
+
+    const std::uint32_t added2006 = from1904(1136073600);  // 2006-01-01
+    const std::uint32_t added2015 = from1904(1420070400);  // 2015-01-01
+    std::size_t albumIndex = 0;
+    while (db.tracks.size() < trackCount) {
+        ++albumIndex;
+        const std::uint32_t albumSize = random.between(6, 16);
+        const bool compilation = random.percent(8);
+        const std::string albumArtist = compilation ? "Various Artists" : random.pick(artists);
+        const std::string album = random.percent(10) ? "Greatest Hits Vol. " + std::to_string(random.between(1, 4))
+                                  : random.percent(8) ? "Live at the " + titleWords(random, 1, 2)
+                                                      : titleWords(random, 1, 4);
+        const std::string genre = random.pick(kGenres);
+        const std::string composer = random.percent(45) ? personName(random) + " & " + personName(random)
+                                                        : personName(random);
+        const std::uint32_t year = random.between(1960, 2014);
+        // Mostly MP3 at the usual bit rates, some AAC, a little Apple Lossless.
+        const Encoding encoding = random.percent(70) ? Encoding{"MPEG audio file", "mp3"}
+                                  : random.percent(85) ? Encoding{"AAC audio file", "m4a"}
+                                                       : Encoding{"Apple Lossless audio file", "m4a"};
+        const std::uint32_t bitrate = encoding.extension[1] == 'p' ? 128 + 64 * random.between(0, 3)
+                                      : encoding.fileType[0] == 'A' && encoding.fileType[1] == 'A'
+                                          ? 256
+                                          : random.between(700, 1100);
+        const std::uint32_t albumAdded = random.between(added2006, added2015);
+        const bool artwork = random.percent(70);
+
+        for (std::uint32_t number = 1; number <= albumSize && db.tracks.size() < trackCount; ++number) {
+            const std::size_t index = db.tracks.size();
+            TrackSpec t;
+            t.trackID = static_cast<std::uint32_t>(100 + index);
+            t.compilation = compilation ? 1 : 0;
+            t.rating = random.percent(60) ? 0 : static_cast<std::uint8_t>(20 * random.between(1, 5));
+            t.trackLength = random.percent(80) ? random.between(150000, 330000) : random.between(60000, 720000);
+            t.bitrate = bitrate;
+            t.fileSize = static_cast<std::uint32_t>(std::uint64_t(t.trackLength) * bitrate / 8) + random.between(2000, 60000);
+            t.trackNumber = number;
+            t.trackTotal = albumSize;
+            t.year = year;
+            t.sampleRate = 44100;
+            t.soundcheckValue = random.between(400, 4000);
+            t.dateAdded = albumAdded + random.between(0, 600);
+            t.lastModified = t.dateAdded - random.between(0, 30 * 86400);
+            t.playCount = random.percent(40) ? 0 : random.between(1, 120);
+            t.lastPlayedTime = t.playCount ? t.dateAdded + random.between(3600, 200 * 86400) : 0;
+            t.hasBeenPlayed = t.playCount ? 1 : 2;
+            t.skipCount = random.percent(70) ? 0 : random.between(1, 6);
+            t.lastSkippedTime = t.skipCount ? t.dateAdded + random.between(3600, 100 * 86400) : 0;
+            t.discNumber = 1;
+            t.discTotal = 1;
+            t.dbid = random.next();
+            t.BPM = random.percent(15) ? static_cast<std::uint16_t>(random.between(60, 180)) : 0;
+            t.artworkCount = artwork ? 1 : 0;
+            t.artworkLink = artwork ? static_cast<std::uint32_t>(0x64 + index) : 0;
+            t.albumID = static_cast<std::uint16_t>(albumIndex);
+            t.mediaType = 1;
+
+            t.title = titleWords(random, 1, 5);
+            if (random.percent(6))
+                t.title = *t.title + " (Remastered " + std::to_string(random.between(1995, 2014)) + ")";
+            else if (random.percent(5))
+                t.title = *t.title + " (feat. " + personName(random) + ")";
+            char location[64];
+            std::snprintf(location, sizeof location, ":iPod_Control:Music:F%02u:%s.%s", random.between(0, 49),
+                          fileName(random).c_str(), encoding.extension);
+            t.location = location;
+            t.album = album;
+            t.artist = compilation ? random.pick(artists) : albumArtist;
+            t.albumArtist = albumArtist;
+            t.genre = genre;
+            t.fileType = encoding.fileType;
+            t.composer = composer;
+            std::string comment = random.pick(kComments);
+            if (comment.back() == '2')  // the store's song IDs run to nine digits
+                comment += std::to_string(random.between(10000000, 99999999));
+            if (random.percent(40))
+                comment = comment + ". " + random.pick(kComments);
+            t.comment = comment;
+            db.tracks.push_back(std::move(t));
+        }
+    }
+
+    PlaylistSpec master{
+        .name = "Large Library",
+        .master = 1,
+        .creationTimestamp = added2006,
+        .playlistID = random.next(),
+        .sortOrder = 5,
+    };
+    master.items.reserve(trackCount);
+    for (const auto& t : db.tracks)
+        master.items.emplace_back(t.trackID);
+    db.playlists.push_back(std::move(master));
+
+    for (std::size_t p = 0; p < playlistCount; ++p) {
+        PlaylistSpec playlist{
+            .name = std::string(random.pick(kPlaylistNames)) + " " + std::to_string(p + 1),
+            .creationTimestamp = random.between(added2006, added2015),
+            .playlistID = random.next(),
+            .sortOrder = 1,
+        };
+        std::uint32_t size = std::min<std::uint32_t>(random.between(300, 4000), static_cast<std::uint32_t>(trackCount));
+        playlist.items.reserve(size);
+        for (std::uint32_t i = 0; i < size; ++i)
+            playlist.items.emplace_back(db.tracks[random.next() % trackCount].trackID);
+        db.playlists.push_back(std::move(playlist));
+    }
+    return db;
+}
+
+// ---- the sample device --------------------------------------------------------------------------
+
+namespace {
+
+struct SampleTrack {
+    const char* title;
+    const char* artist;
+    const char* album;
+    const char* albumArtist;
+    const char* genre;
+    const char* composer;
+    std::uint32_t year, trackNumber, trackTotal, lengthMs, playCount;
+    std::uint8_t rating;
+    const char* file;
+};
+
+// Nine songs over five albums (one a compilation) and four podcast episodes of two shows.
+constexpr SampleTrack kSongs[] = {
+    {"Harbour Song", "The Hollow Pines", "Northern Lights", "The Hollow Pines", "Indie Rock", "Ada Lindqvist", 2011, 1, 10, 224000, 31, 80, ":iPod_Control:Music:F03:HBSG.mp3"},
+    {"Northern Lights", "The Hollow Pines", "Northern Lights", "The Hollow Pines", "Indie Rock", "Ada Lindqvist", 2011, 2, 10, 261000, 44, 100, ":iPod_Control:Music:F17:NRTL.mp3"},
+    {"Paper Boats", "The Hollow Pines", "Northern Lights", "The Hollow Pines", "Indie Rock", "Ada Lindqvist & Tom Reyes", 2011, 5, 10, 198000, 12, 60, ":iPod_Control:Music:F08:PPRB.mp3"},
+    {"Słońce", "Marta Kowalska Quartet", "Cicha noc", "Marta Kowalska Quartet", "Jazz", "Marta Kowalska", 2014, 1, 8, 347000, 7, 80, ":iPod_Control:Music:F22:SLNC.m4a"},
+    {"Cicha noc", "Marta Kowalska Quartet", "Cicha noc", "Marta Kowalska Quartet", "Jazz", "Marta Kowalska", 2014, 8, 8, 402000, 3, 0, ":iPod_Control:Music:F41:CCHN.m4a"},
+    {"Symphony No. 5 in C minor, Op. 67: I. Allegro con brio", "Vienna Chamber Orchestra", "Beethoven: Symphonies 5 & 7", "Vienna Chamber Orchestra", "Classical", "Ludwig van Beethoven", 2009, 1, 8, 447000, 19, 100, ":iPod_Control:Music:F11:BTH5.m4a"},
+    {"Symphony No. 5 in C minor, Op. 67: II. Andante con moto", "Vienna Chamber Orchestra", "Beethoven: Symphonies 5 & 7", "Vienna Chamber Orchestra", "Classical", "Ludwig van Beethoven", 2009, 2, 8, 598000, 9, 80, ":iPod_Control:Music:F29:BTH6.m4a"},
+    {"夜の街 (Night Town)", "DJ Kōji", "Tokyo Nights", "DJ Kōji", "Electronic", "Kōji Tanaka", 2016, 3, 12, 312000, 25, 60, ":iPod_Control:Music:F35:YRNM.mp3"},
+    {"Beach Days", "Sunny Day Club", "Summer Hits 2012", "Various Artists", "Pop", "Lena Park & Chris Moreau", 2012, 7, 20, 189000, 56, 40, ":iPod_Control:Music:F02:BCHD.mp3"},
+};
+
+struct SampleEpisode {
+    const char* title;
+    const char* show;
+    const char* host;
+    const char* category;
+    const char* description;
+    std::uint32_t episode, lengthMs;
+    const char* file;
+};
+
+constexpr SampleEpisode kEpisodes[] = {
+    {"Episode 41: Disk Mode Forever", "The Morning Byte", "Sam Okafor", "Technology", "Why a music player with a hard disk still makes sense, and how its library is stored.", 41, 1864000, ":iPod_Control:Music:F14:MB41.mp3"},
+    {"Episode 42: Click Wheels", "The Morning Byte", "Sam Okafor", "Technology", "A short history of the scroll wheel, from mechanical to touch-sensitive.", 42, 2231000, ":iPod_Control:Music:F14:MB42.mp3"},
+    {"Spring Bulbs", "Garden Talk", "Helen Marsh", "Home & Garden", "Planting tulips and daffodils for a colourful spring.", 12, 1512000, ":iPod_Control:Music:F45:GT12.mp3"},
+    {"Composting 101", "Garden Talk", "Helen Marsh", "Home & Garden", "Everything you need to start a compost heap this weekend.", 13, 1698000, ":iPod_Control:Music:F45:GT13.mp3"},
+};
+
+/// Stand-in contents for a track file: an ID3 tag header and a fill pattern, `size` bytes long.
+Data standInFile(std::uint32_t trackID, std::uint32_t size)
+{
+    std::vector<std::uint8_t> bytes(size);
+    const std::uint8_t id3[] = {'I', 'D', '3', 3, 0, 0, 0, 0, 0, 0};
+    for (std::uint32_t i = 0; i < size; ++i)
+        bytes[i] = i < sizeof id3 ? id3[i] : static_cast<std::uint8_t>((i * 31 + trackID) & 0xFF);
+    return Data(std::move(bytes));
+}
+
+} // namespace
+
+VolumeSpec makeSampleDevice()
+{
+    const std::uint32_t baseAdded = from1904(1686477600);  // 2023-06-11 10:00 UTC
+    DatabaseSpec db;
+    db.databaseID = 0x3C1F6A7E20B54D91ULL;
+
+    std::uint32_t id = 52;
+    std::vector<std::uint32_t> songIDs, episodeIDs;
+    for (const auto& s : kSongs) {
+        const bool aac = std::string(s.file).ends_with(".m4a");
+        TrackSpec t{
+            .trackID = id,
+            .compilation = std::string(s.albumArtist) == "Various Artists" ? std::uint8_t(1) : std::uint8_t(0),
+            .rating = s.rating,
+            .lastModified = baseAdded - 86400 * (id % 7) - 3600,
+            .fileSize = 24000 + 1000 * (id % 17),
+            .trackLength = s.lengthMs,
+            .trackNumber = s.trackNumber,
+            .trackTotal = s.trackTotal,
+            .year = s.year,
+            .bitrate = aac ? 256u : 192u,
+            .sampleRate = 44100,
+            .soundcheckValue = 1200 + 37 * id,
+            .playCount = s.playCount,
+            .lastPlayedTime = s.playCount ? baseAdded + 86400 * (id % 9) + 4321 : 0,
+            .discNumber = 1,
+            .discTotal = 1,
+            .dateAdded = baseAdded + 60 * (id - 52),
+            .dbid = 0x7A3E000000000000ULL + 0x1111ULL * id,
+            .hasBeenPlayed = s.playCount ? std::uint8_t(1) : std::uint8_t(2),
+            .mediaType = 1,
+            .albumID = static_cast<std::uint16_t>(1 + (id - 52) / 3),
+            .title = s.title,
+            .location = s.file,
+            .album = s.album,
+            .artist = s.artist,
+            .genre = s.genre,
+            .fileType = aac ? "AAC audio file" : "MPEG audio file",
+            .composer = s.composer,
+            .albumArtist = s.albumArtist,
+        };
+        songIDs.push_back(id++);
+        db.tracks.push_back(std::move(t));
+    }
+    for (const auto& e : kEpisodes) {
+        TrackSpec t{
+            .trackID = id,
+            .lastModified = baseAdded - 5 * 86400,
+            .fileSize = 30000 + 1000 * (id % 11),
+            .trackLength = e.lengthMs,
+            .year = 2023,
+            .bitrate = 128,
+            .sampleRate = 44100,
+            .dateAdded = baseAdded + 3600 * (id - 60),
+            .dbid = 0x7A3E000000000000ULL + 0x1111ULL * id,
+            .dateReleased = baseAdded - 86400 * (70 - id),
+            .hasBeenPlayed = 2,
+            .mediaType = 4,  // podcast
+            .episodeNumber = e.episode,
+            .title = e.title,
+            .location = e.file,
+            .album = e.show,
+            .artist = e.host,
+            .genre = "Podcast",
+            .fileType = "MPEG audio file",
+            .podcastCategory = e.category,
+            .description = e.description,
+        };
+        episodeIDs.push_back(id++);
+        db.tracks.push_back(std::move(t));
+    }
+
+    const std::uint32_t created = from1904(1686300000);
+    PlaylistSpec master{.name = "Sample iPod", .master = 1, .creationTimestamp = created,
+                        .playlistID = 0x4E2B9C0D11A07F01ULL, .sortOrder = 5};
+    for (const auto& t : db.tracks)
+        master.items.emplace_back(t.trackID);
+    db.playlists.push_back(std::move(master));
+
+    db.playlists.push_back({.name = "Road Trip", .creationTimestamp = created + 7200,
+                            .playlistID = 0x4E2B9C0D11A07F02ULL, .sortOrder = 1,
+                            .items = {songIDs[8], songIDs[0], songIDs[7], songIDs[1], songIDs[2]}});
+    db.playlists.push_back({.name = "Quiet Evenings", .creationTimestamp = created + 9000,
+                            .playlistID = 0x4E2B9C0D11A07F03ULL, .sortOrder = 1,
+                            .items = {songIDs[3], songIDs[4], songIDs[5], songIDs[6]}});
+    db.playlists.push_back({.name = "Podcasts", .podcast = 1, .creationTimestamp = created + 10800,
+                            .playlistID = 0x4E2B9C0D11A07F04ULL, .sortOrder = 24,
+                            .items = {PlaylistItem::group("The Morning Byte"), episodeIDs[0], episodeIDs[1],
+                                      PlaylistItem::group("Garden Talk"), episodeIDs[2], episodeIDs[3]}});
+
+    // "Recent Favourites": any of three rules, at most 25 songs, most played first. Its items
+    // are what iTunes last computed: the songs that match, by play count.
+    const std::uint64_t kNoValue = 0x2DAE2DAE2DAE2DAEULL;  // iTunes' filler for an unused operand
+    db.playlists.push_back({
+        .name = "Recent Favourites",
+        .creationTimestamp = created + 14400,
+        .playlistID = 0x4E2B9C0D11A07F05ULL,
+        .sortOrder = 20,
+        .items = {songIDs[8], songIDs[1], songIDs[0], songIDs[7], songIDs[2], songIDs[3], songIDs[4]},
+        .smartPrefs = SmartPrefsSpec{.liveUpdating = 1, .enableRules = 1, .enableLimits = 1,
+                                     .limitType = 3, .limitSort = 20, .limitValue = 25},
+        .smartRules = SmartRulesSpec{
+            .conjunction = 1,
+            .rules = {
+                {.field = 4, .action = 0x01000002, .text = "Hollow Pines"},           // Artist contains
+                {.field = 7, .action = 0x00000100, .fromValue = 2010, .toValue = 2016}, // Year in range
+                {.field = 16, .action = 0x00000200, .fromValue = kNoValue, .fromDate = -2,
+                 .fromUnits = 604800, .toValue = kNoValue, .toUnits = 1},              // added in the last 2 weeks
+            },
+        },
+    });
+
+    VolumeSpec volume;
+    for (const auto& t : db.tracks)
+        volume.files.emplace(relativePathOfLocation(*t.location), standInFile(t.trackID, t.fileSize));
+    volume.database = std::move(db);
+    volume.sysInfo = sysInfoText("8K9281QJY5N");
+    return volume;
+}
+
+} // namespace zq::test
