@@ -49,7 +49,8 @@ fuzz: fuzz-deps
 	cmake --build $(FUZZ_BUILD) -j$(JOBS)
 	mkdir -p $(FUZZ_BUILD)/corpus
 	$(FUZZ_BUILD)/fuzz_seed_corpus $(FUZZ_BUILD)/corpus ../shared/samples
-	$(FUZZ_BUILD)/fuzz_itunesdb -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2048 -print_final_stats=1 $(FUZZ_BUILD)/corpus
+	$(FUZZ_BUILD)/fuzz_itunesdb -max_total_time=$(FUZZ_SECONDS) -max_len=131072 -rss_limit_mb=2048 \
+		-print_final_stats=1 $(FUZZ_BUILD)/corpus
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

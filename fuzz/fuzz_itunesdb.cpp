@@ -1,13 +1,23 @@
 // libFuzzer target: the library database walk, the device-name lookup and the smart-playlist
 // rule-blob parser, all on the same input. Any exception other than the framework's own, any
 // crash, sanitizer report, leak or runaway allocation is a finding.
+//
+// The walk runs twice: over the input in memory, and over the same bytes as a file read
+// through a window of a few bytes, so that every read moves the window (the way a real device
+// library is read, stressed). Both must build the same library.
 
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "ZQCore/foundation/Exception.h"
+#include "ZQCore/reader/XRDataReader.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <string>
 
 namespace {
 
@@ -16,21 +26,79 @@ struct DetachedLibrary : zq::ZQCoreiPod {
     DetachedLibrary() = default;
 };
 
+struct Outcome {
+    std::size_t tracks = 0;
+    std::size_t playlists = 0;
+    std::size_t items = 0;
+    std::string failure;
+};
+
+template <typename Parse>
+Outcome walk(Parse parse)
+{
+    Outcome outcome;
+    auto library = std::make_shared<DetachedLibrary>();
+    try {
+        parse(*library);
+    } catch (const zq::Exception& e) {
+        outcome.failure = e.name() + ": " + e.reason();
+    }
+    // Touch what a client would read, so that bad objects show up here.
+    outcome.tracks = library->allTracks().size();
+    outcome.playlists = library->allPlaylists().size();
+    for (const auto& playlist : library->allPlaylists()) {
+        outcome.items += playlist->tracks().size();
+        (void)playlist->description();
+    }
+    for (const auto& track : library->allTracks())
+        (void)track->description();
+    return outcome;
+}
+
+// The input as a file that needs no disk: an anonymous memory file named through /proc.
+class MemoryFile {
+public:
+    MemoryFile(const std::uint8_t* bytes, std::size_t size) : fd_(::memfd_create("itunesdb", MFD_CLOEXEC))
+    {
+        std::size_t written = 0;
+        while (fd_ >= 0 && written < size) {
+            ssize_t n = ::write(fd_, bytes + written, size - written);
+            if (n <= 0)
+                std::abort();
+            written += static_cast<std::size_t>(n);
+        }
+    }
+    ~MemoryFile()
+    {
+        if (fd_ >= 0)
+            ::close(fd_);
+    }
+    std::string path() const { return "/proc/self/fd/" + std::to_string(fd_); }
+
+private:
+    int fd_;
+};
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {
     const zq::Data data(bytes, size);
-    try {
-        auto library = std::make_shared<DetachedLibrary>();
-        library->parseiTunesDBWithData(data);
-        // Touch what a client would read, so that bad objects show up here.
-        for (const auto& playlist : library->allPlaylists())
-            (void)playlist->description();
-        for (const auto& track : library->allTracks())
-            (void)track->description();
-    } catch (const zq::Exception&) {
+    const Outcome inMemory = walk([&](zq::ZQCoreiPod& library) { library.parseiTunesDBWithData(data); });
+
+    if (size > 0) {
+        MemoryFile file(bytes, size);
+        const Outcome throughWindow = walk([&](zq::ZQCoreiPod& library) {
+            auto reader = zq::XRDataReader::dataReaderWithFile(file.path(), true, 7);
+            if (!reader)
+                std::abort();
+            library.parseiTunesDBWithReader(*reader);
+        });
+        if (inMemory.tracks != throughWindow.tracks || inMemory.playlists != throughWindow.playlists ||
+            inMemory.items != throughWindow.items || inMemory.failure != throughWindow.failure)
+            std::abort();
     }
+
     (void)zq::ZQCoreiPodRef::getNameFromiTunesDBWithData(data);
     try {
         (void)zq::ZQCoreiPod::parseSmartPlaylistRulesInData(data);

@@ -1,4 +1,5 @@
 #include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/reader/XRDataReader.h"
 
 #include "ZQCore/device/ZQCore.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
@@ -42,9 +43,8 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
     bool needsBinaryDatabase = true;
 
     if (needsBinaryDatabase) {
-        auto database = contentsOfFileAtPath(base / "iPod_Control" / "iTunes" / "iTunesDB");
-        if (database)
-            parseiTunesDBWithData(*database);
+        if (auto database = readerForFileAtPath(base / "iPod_Control" / "iTunes" / "iTunesDB"))
+            parseiTunesDBWithReader(*database);
     }
 
     // The artwork database walk joins the load sequence here once album art is supported.
@@ -195,6 +195,11 @@ Value::Dictionary ZQCoreiPod::deviceInfo() const
 }
 
 std::optional<Data> ZQCoreiPod::contentsOfFileAtPath(const std::string& path) const { return Data::contentsOfFile(path); }
+
+std::shared_ptr<XRDataReader> ZQCoreiPod::readerForFileAtPath(const std::string& path) const
+{
+    return XRDataReader::dataReaderWithFile(path, true);
+}
 
 std::optional<Data> ZQCoreiPod::chunkOfFileAtPath(const std::string& path, Range range) const
 {

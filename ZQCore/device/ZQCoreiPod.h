@@ -93,6 +93,12 @@ public:
     /// value when there is no file at the path.
     virtual std::optional<Data> chunkOfFileAtPath(const std::string& path, Range range) const;
 
+    /// A reader over a file of the device for the record walks; nullptr when the file cannot be
+    /// read. The disk-mode device walks the file itself through a window rather than reading it
+    /// whole first (see XRDataReader); a subclass that reaches files some other way answers a
+    /// reader over contentsOfFileAtPath.
+    virtual std::shared_ptr<XRDataReader> readerForFileAtPath(const std::string& path) const;
+
     bool isConnected() const { return connected_; }
     void setIsConnected(bool connected) { connected_ = connected; }
 
@@ -105,6 +111,8 @@ public:
     /// (replacing only what the file holds). Empty data changes nothing. A truncated or corrupt
     /// file throws "XRDataReaderInvalidRead".
     void parseiTunesDBWithData(const Data& data);
+    /// The same walk through any reader (over a buffer, or over the file itself).
+    void parseiTunesDBWithReader(XRDataReader& reader);
     /// The tracks of the track list at the reader's position, in file order.
     Tracks parseTrackList(XRDataReader& reader);
     /// The playlists of the playlist list at the reader's position, with their members

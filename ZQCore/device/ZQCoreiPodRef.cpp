@@ -1,4 +1,5 @@
 #include "ZQCore/device/ZQCoreiPodRef.h"
+#include "ZQCore/reader/XRDataReader.h"
 
 #include "ZQCore/foundation/Description.h"
 #include "ZQCore/foundation/Exception.h"
@@ -52,8 +53,10 @@ std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::initWithPath(const std::string& pa
     reference->revision_ = "unknown";
 
     const fs::path base(path);
-    auto database = Data::contentsOfFile(base / "iPod_Control" / "iTunes" / "iTunesDB");
-    reference->name_ = database && !database->empty() ? getNameFromiTunesDBWithData(*database) : std::string("iPod");
+    // Only the header and the playlist list are needed for the name; the track list, nearly all
+    // of the file, is stepped over without being read.
+    auto database = XRDataReader::dataReaderWithFile(base / "iPod_Control" / "iTunes" / "iTunesDB", true);
+    reference->name_ = database ? getNameFromiTunesDBWithReader(*database) : std::string("iPod");
 
     // SysInfoExtended wins whenever it exists, even when it cannot be parsed.
     const fs::path device = base / "iPod_Control" / "Device";

@@ -10,6 +10,7 @@
 namespace zq {
 
 class Image;
+class XRDataReader;
 
 /// A device as a platform iPod service knows it: all a reference needs of such a service is
 /// the device's name and its firmware revision, each of which may be unavailable. (No such
@@ -65,6 +66,8 @@ public:
     /// "iPod" when the database is empty, unreadable or names no device playlist, "Unknown"
     /// when the master playlist has no title.
     static std::string getNameFromiTunesDBWithData(const Data& data);
+    /// The same lookup through any reader (over a buffer, or over the file itself).
+    static std::string getNameFromiTunesDBWithReader(XRDataReader& reader);
 
 protected:
     ZQCoreiPodRef() = default;

@@ -6,7 +6,7 @@
 #include <ctime>
 #include <optional>
 #include <string>
-#include <unordered_map>
+#include <vector>
 
 namespace zq {
 
@@ -40,9 +40,6 @@ std::int64_t offsetAtWallTime(std::int64_t wall)
 
 // mktime consults the zone database on every call; a library of 100,000 tracks has half a
 // million dates, nearly all on days without a transition. Offsets are therefore remembered
-// per wall-clock day, and only days that hold a transition go to mktime for every value.
-// mktime consults the zone database on every call; a library of 100,000 tracks has half a
-// million dates, nearly all on days without a transition. Offsets are therefore remembered
 // per wall-clock day (for the zone in force), and only days that hold a transition go to
 // mktime for every value.
 struct DayOffset {
@@ -61,23 +58,45 @@ public:
             ::tzset();
             zone_ = std::move(current);
             days_.clear();
+            days_.shrink_to_fit();
         }
     }
 
     DayOffset day(std::int64_t day)
     {
-        auto found = days_.find(day);
-        if (found == days_.end()) {
-            std::int64_t start = offsetAtWallTime(day * kSecondsPerDay);
-            std::int64_t end = offsetAtWallTime(day * kSecondsPerDay + kSecondsPerDay - 1);
-            found = days_.emplace(day, DayOffset{start, start == end}).first;
+        // Every day a 32-bit count of seconds from 1904 can reach has a slot of its own, so the
+        // common lookup is an index, not a hash; other days are worked out each time.
+        const std::int64_t slot = day - kFirstDay;
+        if (slot < 0 || slot >= kDaySlots)
+            return compute(day);
+        if (days_.empty())
+            days_.resize(kDaySlots);
+        Slot& entry = days_[static_cast<std::size_t>(slot)];
+        if (!entry.known) {
+            DayOffset found = compute(day);
+            entry = Slot{static_cast<std::int32_t>(found.offset), true, found.uniform};
         }
-        return found->second;
+        return DayOffset{entry.offset, entry.uniform};
     }
 
 private:
+    struct Slot {
+        std::int32_t offset = 0;
+        bool known = false;
+        bool uniform = false;
+    };
+    static constexpr std::int64_t kFirstDay = kWall1904 / kSecondsPerDay - 1;
+    static constexpr std::int64_t kDaySlots = (std::int64_t{UINT32_MAX} / kSecondsPerDay) + 3;
+
+    static DayOffset compute(std::int64_t day)
+    {
+        std::int64_t start = offsetAtWallTime(day * kSecondsPerDay);
+        std::int64_t end = offsetAtWallTime(day * kSecondsPerDay + kSecondsPerDay - 1);
+        return DayOffset{start, start == end};
+    }
+
     std::string zone_ = "\x01"; // never a real TZ value, so the first call sets up
-    std::unordered_map<std::int64_t, DayOffset> days_;
+    std::vector<Slot> days_;
 };
 
 LocalOffsetCache& offsetCache()
@@ -124,7 +143,7 @@ std::string Date::iso8601() const
     std::time_t t = static_cast<std::time_t>(std::floor(unixTime()));
     std::tm parts{};
     ::gmtime_r(&t, &parts);
-    char text[32];
+    char text[80];  // room for any int fields, so the format can never truncate
     std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", parts.tm_year + 1900, parts.tm_mon + 1,
                   parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
     return text;

@@ -4,23 +4,25 @@ namespace zq {
 
 namespace {
 
-void appendUTF8(std::string& out, char32_t c)
+// Writes `c` as UTF-8 at `out` and returns the position after it.
+char* putUTF8(char* out, char32_t c)
 {
     if (c < 0x80) {
-        out.push_back(static_cast<char>(c));
+        *out++ = static_cast<char>(c);
     } else if (c < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        *out++ = static_cast<char>(0xC0 | (c >> 6));
+        *out++ = static_cast<char>(0x80 | (c & 0x3F));
     } else if (c < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        *out++ = static_cast<char>(0xE0 | (c >> 12));
+        *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        *out++ = static_cast<char>(0x80 | (c & 0x3F));
     } else {
-        out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        *out++ = static_cast<char>(0xF0 | (c >> 18));
+        *out++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+        *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        *out++ = static_cast<char>(0x80 | (c & 0x3F));
     }
+    return out;
 }
 
 constexpr char32_t kReplacement = 0xFFFD;
@@ -35,12 +37,17 @@ bool decodeUTF16Into(std::string& out, const std::uint8_t* bytes, std::size_t le
     const std::size_t units = length / 2;
     const int lo = littleEndian ? 0 : 1;
     const int hi = 1 - lo;
-    out.reserve(units);
+    // No unit needs more than three bytes of UTF-8 (a surrogate pair is two units for four
+    // bytes), so the text is written straight into a buffer of that size and cut to length;
+    // growing the string a byte at a time costs more than the decoding itself.
+    out.resize(units * 3);
+    char* const begin = out.data();
+    char* p = begin;
 
     std::size_t i = 0;
     // Most library text is ASCII: copy it a unit at a time without the general decoder.
     while (i < units && bytes[2 * i + hi] == 0 && bytes[2 * i + lo] < 0x80) {
-        out.push_back(static_cast<char>(bytes[2 * i + lo]));
+        *p++ = static_cast<char>(bytes[2 * i + lo]);
         ++i;
     }
     for (; i < units; ++i) {
@@ -49,18 +56,19 @@ bool decodeUTF16Into(std::string& out, const std::uint8_t* bytes, std::size_t le
             if (i + 1 < units) {
                 char32_t next = static_cast<char32_t>(bytes[2 * i + 2 + lo] | (bytes[2 * i + 2 + hi] << 8));
                 if (next >= 0xDC00 && next <= 0xDFFF) {
-                    appendUTF8(out, 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00));
+                    p = putUTF8(p, 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00));
                     ++i;
                     continue;
                 }
             }
-            appendUTF8(out, kReplacement);
+            p = putUTF8(p, kReplacement);
         } else if (unit >= 0xDC00 && unit <= 0xDFFF) {
-            appendUTF8(out, kReplacement);
+            p = putUTF8(p, kReplacement);
         } else {
-            appendUTF8(out, unit);
+            p = putUTF8(p, unit);
         }
     }
+    out.resize(static_cast<std::size_t>(p - begin));
     return true;
 }
 

@@ -3,8 +3,15 @@
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/UTF16.h"
 
+#include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <cstring>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace zq {
 
@@ -52,6 +59,71 @@ bool validUTF8(const unsigned char* s, std::size_t n)
 }
 
 } // namespace
+
+// The part of a file that is in memory. A request outside it moves the window so that it
+// starts at the requested byte: the walks go forwards, and step back only within the record
+// they have just read, which the window still holds.
+class XRDataReader::FileWindow {
+public:
+    FileWindow(int fd, std::size_t windowSize) : fd_(fd), windowSize_(windowSize ? windowSize : 1) {}
+    ~FileWindow() { ::close(fd_); }
+    FileWindow(const FileWindow&) = delete;
+    FileWindow& operator=(const FileWindow&) = delete;
+
+    // The bytes [offset, offset + count) of the file, or nullptr when the file cannot supply
+    // them. `fileLength` bounds the read-ahead.
+    const std::uint8_t* bytesAt(std::int64_t offset, std::size_t count, std::int64_t fileLength)
+    {
+        if (offset >= start_ && offset + static_cast<std::int64_t>(count) <= start_ + static_cast<std::int64_t>(filled_))
+            return buffer_.data() + (offset - start_);
+        // A request larger than the window (a long string) gets a buffer of its own size; it is
+        // within the file's length, which the caller has checked.
+        const std::size_t want = std::max<std::size_t>(
+            count, std::min<std::int64_t>(static_cast<std::int64_t>(windowSize_), fileLength - offset));
+        if (buffer_.size() < want)
+            buffer_.resize(want);
+        start_ = offset;
+        filled_ = 0;
+        while (filled_ < want) {
+            ssize_t got = ::pread(fd_, buffer_.data() + filled_, want - filled_, static_cast<off_t>(offset) + static_cast<off_t>(filled_));
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got <= 0)
+                break;
+            filled_ += static_cast<std::size_t>(got);
+        }
+        return filled_ >= count ? buffer_.data() : nullptr;
+    }
+
+private:
+    int fd_;
+    std::size_t windowSize_;
+    std::vector<std::uint8_t> buffer_;
+    std::int64_t start_ = 0;
+    std::size_t filled_ = 0;
+};
+
+XRDataReader::~XRDataReader() = default;
+
+XRDataReader::XRDataReader(std::unique_ptr<FileWindow> file, std::int64_t length, bool isLittleEndian)
+    : fileIsLittleEndian_(isLittleEndian), length_(length), file_(std::move(file))
+{
+}
+
+std::shared_ptr<XRDataReader> XRDataReader::dataReaderWithFile(const std::string& path, bool isLittleEndian,
+                                                               std::size_t windowSize)
+{
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return nullptr;
+    auto window = std::make_unique<FileWindow>(fd, windowSize);
+    struct stat info {};
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode))
+        return nullptr;
+    // As for a buffer, the length is a 32-bit count: the record walks address at most 4 GiB.
+    const auto length = static_cast<std::int64_t>(static_cast<std::uint32_t>(info.st_size));
+    return std::shared_ptr<XRDataReader>(new XRDataReader(std::move(window), length, isLittleEndian));
+}
 
 XRDataReader::XRDataReader(Data data, bool isLittleEndian)
     : fileIsLittleEndian_(isLittleEndian),
@@ -104,8 +176,15 @@ std::span<const std::uint8_t> XRDataReader::readRawBytes(std::int32_t count)
     const std::int64_t remaining = length_ - streamPosition_;
     if (count < 0 || static_cast<std::int64_t>(count) > remaining || static_cast<std::uint64_t>(count) > readLimit_)
         throw Exception(kInvalidRead, kInvalidReadReason);
+    const std::uint8_t* start;
+    if (file_) {
+        start = count ? file_->bytesAt(streamPosition_, static_cast<std::size_t>(count), length_) : nullptr;
+        if (count && !start)
+            throw Exception(kInvalidRead, kInvalidReadReason);
+    } else {
+        start = data_.bytes() + position();
+    }
     readLimit_ -= static_cast<std::uint64_t>(count);
-    const std::uint8_t* start = data_.bytes() + position();
     streamPosition_ += count;
     return {count ? start : nullptr, static_cast<std::size_t>(count)};
 }

@@ -2,7 +2,9 @@
 
 #include "ZQCore/foundation/Data.h"
 
+#include <array>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <span>
@@ -27,12 +29,35 @@ enum class StringEncoding : std::uint32_t {
 ///   read there fails instead of silently reading nothing);
 /// - eof() is already true while the cursor stands on the last byte.
 ///
-/// The reader keeps its own reference to the buffer; spans it returns stay valid as long as the
-/// reader (or any other holder of the same Data) lives.
+/// A reader over a Data keeps its own reference to the buffer; spans it returns stay valid as
+/// long as the reader (or any other holder of the same Data) lives.
+///
+/// A reader over a file (dataReaderWithFile) behaves the same but holds only a window of the
+/// file in memory, read ahead as the cursor moves: a library database of a few hundred
+/// megabytes is walked without ever being in memory whole, which saves both the memory and the
+/// time of filling it. The price is that a span it returns is valid only until the next read;
+/// a walk that keeps a record header while it reads the record's children copies it first
+/// (readBlock).
 class XRDataReader {
 public:
     /// Throws "XRDataReaderDataIsNilException" when there is no buffer.
     static std::shared_ptr<XRDataReader> dataReaderWithData(const std::optional<Data>& data, bool isLittleEndian);
+
+    /// A reader over the regular file at `path`, whose length is the file's length when it is
+    /// opened. nullptr when the file cannot be opened or is not a regular file. A read that the
+    /// file can no longer satisfy (it shrank, or the device went away) fails as a read past the
+    /// end does.
+    /// `windowSize` is the read-ahead (tests make it tiny to move the window at every read).
+    static std::shared_ptr<XRDataReader> dataReaderWithFile(const std::string& path, bool isLittleEndian,
+                                                            std::size_t windowSize = kDefaultWindowSize);
+
+    /// Large enough that the system calls cost nothing next to the parsing, small enough to stay
+    /// in the processor's caches while the walk goes through it.
+    static constexpr std::size_t kDefaultWindowSize = std::size_t{1} << 20;
+
+    ~XRDataReader();
+    XRDataReader(const XRDataReader&) = delete;
+    XRDataReader& operator=(const XRDataReader&) = delete;
 
     std::uint32_t position() const { return static_cast<std::uint32_t>(streamPosition_); }
     void setPosition(std::uint32_t position);
@@ -62,6 +87,17 @@ public:
     /// swallowed, as callers of this form treat an unreadable block as absent).
     std::optional<Data> readBytes(std::int32_t count);
 
+    /// A copy of the next N bytes (a record header that must outlive further reads); fails as
+    /// readRawBytes does.
+    template <std::size_t N>
+    std::array<std::uint8_t, N> readBlock()
+    {
+        auto bytes = readRawBytes(static_cast<std::int32_t>(N));
+        std::array<std::uint8_t, N> block;
+        std::memcpy(block.data(), bytes.data(), N);
+        return block;
+    }
+
     /// `count` bytes decoded in `encoding`. A refused read yields "" (the string of no bytes);
     /// bytes that are not text in that encoding yield no string.
     std::optional<std::string> readString(std::int32_t count, StringEncoding encoding);
@@ -83,7 +119,10 @@ public:
     std::int64_t readInt64() { return static_cast<std::int64_t>(readUInt64()); }
 
 private:
+    class FileWindow;
+
     XRDataReader(Data data, bool isLittleEndian);
+    XRDataReader(std::unique_ptr<FileWindow> file, std::int64_t length, bool isLittleEndian);
     bool needsSwap() const;
 
     std::int64_t streamPosition_ = 0;
@@ -91,6 +130,7 @@ private:
     Data data_;
     std::int64_t length_;
     std::uint64_t readLimit_ = UINT64_MAX;
+    std::unique_ptr<FileWindow> file_; // set for a reader over a file
 };
 
 /// A null pointer gives "" (never no string); other bytes give the string they spell, or no

@@ -64,7 +64,7 @@ TextRead readObjectText(XRDataReader& reader, std::string& out)
 Value::Dictionary readSmartPrefs(XRDataReader& reader)
 {
     // The block follows the 16-byte object header; field offsets count from the object's start.
-    auto block = reader.readRawBytes(SmartPrefs::blockSize);
+    const auto block = reader.readBlock<SmartPrefs::blockSize>();
     auto at = [&](std::size_t offset) { return offset - MHODHeader::size; };
     return Value::Dictionary{
         {"liveUpdating", u8(block, at(SmartPrefs::liveUpdating)) != 0},
@@ -115,17 +115,24 @@ void ZQCoreiPod::parseiTunesDBWithData(const Data& data)
 {
     if (data.empty())
         return;
-    auto reader = XRDataReader::dataReaderWithData(data, true);
-    reader->setReadLimit(walkReadLimit(data.size()));
+    parseiTunesDBWithReader(*XRDataReader::dataReaderWithData(data, true));
+}
+
+void ZQCoreiPod::parseiTunesDBWithReader(XRDataReader& readerRef)
+{
+    if (readerRef.length() == 0)
+        return;
+    XRDataReader* reader = &readerRef;
+    reader->setReadLimit(walkReadLimit(static_cast<std::size_t>(reader->length())));
 
     const std::uint32_t start = reader->position();
-    auto header = reader->readRawBytes(MHBDHeader::size);
+    const auto header = reader->readBlock<MHBDHeader::size>();
     const auto dataSets = static_cast<std::int32_t>(le32(header, MHBDHeader::dataSetCount));
     reader->setPosition(start + le32(header, ChunkStart::headerLength));
 
     for (std::int32_t set = 1; set <= dataSets; ++set) {
         const std::uint32_t p = reader->position();
-        auto setHeader = reader->readRawBytes(MHSDHeader::size);
+        const auto setHeader = reader->readBlock<MHSDHeader::size>();
         const std::uint32_t type = le32(setHeader, MHSDHeader::type);
         if (type == MHSDHeader::trackList) {
             reader->setPosition(p + le32(setHeader, ChunkStart::headerLength));
@@ -150,7 +157,7 @@ ZQCoreiPod::Tracks ZQCoreiPod::parseTrackList(XRDataReader& reader)
     Tracks tracks;
 
     const std::uint32_t start = reader.position();
-    auto list = reader.readRawBytes(ListHeader::size);
+    const auto list = reader.readBlock<ListHeader::size>();
     const std::uint32_t count = le32(list, ChunkStart::childCount);
     reader.setPosition(start + le32(list, ChunkStart::headerLength));
     // The count is the file's claim; reserve only what the remaining bytes could hold.
@@ -160,14 +167,14 @@ ZQCoreiPod::Tracks ZQCoreiPod::parseTrackList(XRDataReader& reader)
     std::string text;
     for (std::uint32_t i = 0; i < count; ++i) {
         const std::uint32_t p = reader.position();
-        auto header = reader.readRawBytes(MHITHeader::size);
+        const auto header = reader.readBlock<MHITHeader::size>();
         const std::uint32_t objects = le32(header, MHITHeader::dataObjectCount);
         reader.setPosition(p + le32(header, ChunkStart::headerLength));
         strings.clear();
 
         for (std::uint32_t j = 0; j < objects; ++j) {
             const std::uint32_t q = reader.position();
-            auto object = reader.readRawBytes(MHODHeader::size);
+            const auto object = reader.readBlock<MHODHeader::size>();
             const std::uint32_t type = le32(object, MHODHeader::type);
             if (!isSkippedObjectType(type) && reachesTrackField(type)) {
                 // Text that is not UTF-16 (an odd byte count) is left out rather than stored:
@@ -195,16 +202,16 @@ ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistListWithReader(XRDataReader& read
     // The cache is a fast path, always checked against the track's own ID. A miss falls back to
     // the first of the library's tracks with that ID; that search is answered from an index
     // made on the first miss, so a list full of unknown IDs costs no more than one of known ones.
-    std::unordered_map<std::uint32_t, std::shared_ptr<iPodTrack>> firstByID;
+    std::unordered_map<std::uint32_t, const std::shared_ptr<iPodTrack>*> firstByID;
     bool firstByIDBuilt = false;
-    auto resolve = [&](std::uint32_t trackID) -> std::shared_ptr<iPodTrack> {
+    auto resolve = [&](std::uint32_t trackID) -> const std::shared_ptr<iPodTrack>* {
         auto cached = cache.find(trackID);
         const std::uint32_t index = cached == cache.end() ? 0 : static_cast<std::uint32_t>(cached->second);
         if (index < tracks.size() && tracks[index] && tracks[index]->trackID() == trackID)
-            return tracks[index];
+            return &tracks[index];
         if (!firstByIDBuilt) {
             for (const auto& track : tracks_)
-                firstByID.try_emplace(track->trackID(), track);
+                firstByID.try_emplace(track->trackID(), &track);
             firstByIDBuilt = true;
         }
         auto found = firstByID.find(trackID);
@@ -213,13 +220,13 @@ ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistListWithReader(XRDataReader& read
 
     Playlists playlists;
     const std::uint32_t start = reader.position();
-    auto list = reader.readRawBytes(ListHeader::size);
+    const auto list = reader.readBlock<ListHeader::size>();
     const std::uint32_t count = le32(list, ChunkStart::childCount);
     reader.setPosition(start + le32(list, ChunkStart::headerLength));
 
     for (std::uint32_t i = 0; i < count; ++i) {
         const std::uint32_t p = reader.position();
-        auto header = reader.readRawBytes(MHYPHeader::size);
+        const auto header = reader.readBlock<MHYPHeader::size>();
         const std::uint32_t objects = le32(header, MHYPHeader::dataObjectCount);
         const std::uint32_t items = le32(header, MHYPHeader::itemCount);
         const bool podcastFlag = le16(header, MHYPHeader::podcastFlag) == 1;
@@ -230,7 +237,7 @@ ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistListWithReader(XRDataReader& read
 
         for (std::uint32_t j = 0; j < objects; ++j) {
             const std::uint32_t q = reader.position();
-            auto object = reader.readRawBytes(MHODHeader::size);
+            const auto object = reader.readBlock<MHODHeader::size>();
             const std::uint32_t type = le32(object, MHODHeader::type);
             const std::uint32_t total = le32(object, ChunkStart::totalLength);
             if (type == kSmartPrefsType) {
@@ -268,13 +275,13 @@ ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistListWithReader(XRDataReader& read
         std::shared_ptr<Playlist> group;
         for (std::uint32_t k = 0; k < items; ++k) {
             const std::uint32_t r = reader.position();
-            auto item = reader.readRawBytes(MHIPHeader::size);
+            const auto item = reader.readBlock<MHIPHeader::size>();
             const std::uint32_t trackID = le32(item, MHIPHeader::trackID);
             if (trackID == 0 && podcasts) {
                 // A group header item opens the next show; its title object follows its header.
                 group = Playlist::init();
                 reader.setPosition(r + le32(item, ChunkStart::headerLength));
-                auto object = reader.readRawBytes(MHODHeader::size);
+                const auto object = reader.readBlock<MHODHeader::size>();
                 if (le32(object, MHODHeader::type) == kTitleType) {
                     // A title that cannot be read leaves the show with its initial name.
                     std::string title;
@@ -285,8 +292,8 @@ ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistListWithReader(XRDataReader& read
                 podcasts->addPodcast(group);
             } else if (auto target = podcasts ? group : playlist) {
                 // Episodes listed before the first show header belong to no show and are dropped.
-                if (auto track = resolve(trackID))
-                    target->addTrack(track);
+                if (const auto* track = resolve(trackID))
+                    target->addTrack(*track);
             }
             reader.setPosition(r + le32(item, ChunkStart::totalLength));
         }
@@ -301,7 +308,7 @@ Value::Dictionary ZQCoreiPod::parseSmartPlaylistRulesInData(const Data& data)
     auto reader = XRDataReader::dataReaderWithData(data, false);
     Value::Dictionary result;
 
-    auto header = reader->readRawBytes(SmartRules::headerSize);
+    const auto header = reader->readBlock<SmartRules::headerSize>();
     // Only the low byte of the conjunction word counts.
     result["operatorOr"] = u8(header, SmartRules::conjunctionLowByte) != 0;
     const std::uint32_t count = be32(header, SmartRules::ruleCount);
@@ -311,7 +318,7 @@ Value::Dictionary ZQCoreiPod::parseSmartPlaylistRulesInData(const Data& data)
         const std::uint32_t field = reader->readUInt32();
         Value::Dictionary rule{{"fieldType", field}};
         if (SmartPlaylistRule::isStringField(static_cast<std::int32_t>(field))) {
-            auto block = reader->readRawBytes(SmartRules::stringRuleSize);
+            const auto block = reader->readBlock<SmartRules::stringRuleSize>();
             rule["actionType"] = be32(block, 0);
             const std::uint32_t length = be32(block, SmartRules::stringRuleLength);
             if (length == 0) {
@@ -320,7 +327,7 @@ Value::Dictionary ZQCoreiPod::parseSmartPlaylistRulesInData(const Data& data)
                 rule["ruleValue"] = std::move(*text);
             }
         } else {
-            auto block = reader->readRawBytes(SmartRules::numericRuleSize);
+            const auto block = reader->readBlock<SmartRules::numericRuleSize>();
             rule["actionType"] = be32(block, 0);
             rule["fromValue"] = be64(block, SmartRules::fromValue);
             rule["fromDate"] = static_cast<std::int64_t>(be64(block, SmartRules::fromDate));

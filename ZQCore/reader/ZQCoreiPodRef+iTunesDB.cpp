@@ -21,21 +21,21 @@ std::string getiPodNameFromPlaylistListWithReader(XRDataReader& reader)
 {
     std::optional<std::string> name;
     const std::uint32_t start = reader.position();
-    auto list = reader.readRawBytes(ListHeader::size);
+    const auto list = reader.readBlock<ListHeader::size>();
     const std::uint32_t count = le32(list, ChunkStart::childCount);
     reader.setPosition(start + le32(list, ChunkStart::headerLength));
 
     for (std::uint32_t i = 0; i < count; ++i) {
         const std::uint32_t p = reader.position();
-        auto header = reader.readRawBytes(MHYPHeader::size);
+        const auto header = reader.readBlock<MHYPHeader::size>();
         const std::uint32_t objects = le32(header, MHYPHeader::dataObjectCount);
         const bool master = u8(header, MHYPHeader::master) == 1;
         reader.setPosition(p + le32(header, ChunkStart::headerLength));
         for (std::uint32_t j = 0; j < objects; ++j) {
             const std::uint32_t q = reader.position();
-            auto object = reader.readRawBytes(MHODHeader::size);
+            const auto object = reader.readBlock<MHODHeader::size>();
             if (le32(object, MHODHeader::type) == kTitleType) {
-                auto stringHeader = reader.readRawBytes(MHODString::headerSize);
+                const auto stringHeader = reader.readBlock<MHODString::headerSize>();
                 if (master) {
                     const std::uint32_t length = le32(stringHeader, MHODString::length - MHODHeader::size);
                     name = reader.readString(static_cast<std::int32_t>(length), StringEncoding::UTF16LE);
@@ -52,19 +52,26 @@ std::string getiPodNameFromPlaylistListWithReader(XRDataReader& reader)
 
 std::string ZQCoreiPodRef::getNameFromiTunesDBWithData(const Data& data)
 {
+    if (data.empty())
+        return "iPod";
+    return getNameFromiTunesDBWithReader(*XRDataReader::dataReaderWithData(data, true));
+}
+
+std::string ZQCoreiPodRef::getNameFromiTunesDBWithReader(XRDataReader& readerRef)
+{
     std::string name = "iPod";
     try {
-        if (data.empty())
+        if (readerRef.length() == 0)
             return name;
-        auto reader = XRDataReader::dataReaderWithData(data, true);
-        reader->setReadLimit(walkReadLimit(data.size()));
+        XRDataReader* reader = &readerRef;
+        reader->setReadLimit(walkReadLimit(static_cast<std::size_t>(reader->length())));
         const std::uint32_t start = reader->position();
-        auto header = reader->readRawBytes(MHBDHeader::size);
+        const auto header = reader->readBlock<MHBDHeader::size>();
         const auto dataSets = static_cast<std::int32_t>(le32(header, MHBDHeader::dataSetCount));
         reader->setPosition(start + le32(header, ChunkStart::headerLength));
         for (std::int32_t set = 1; set <= dataSets; ++set) {
             const std::uint32_t p = reader->position();
-            auto setHeader = reader->readRawBytes(MHSDHeader::size);
+            const auto setHeader = reader->readBlock<MHSDHeader::size>();
             if (le32(setHeader, MHSDHeader::type) == MHSDHeader::playlistListGrouped) {
                 reader->setPosition(p + le32(setHeader, ChunkStart::headerLength));
                 name = getiPodNameFromPlaylistListWithReader(*reader);

@@ -196,23 +196,6 @@ struct PlaylistSpec {
     std::uint32_t headerLength = 0xB8;
     std::optional<std::uint32_t> objectCount{};  ///< stored at 12 instead of the real count
     std::optional<std::uint32_t> itemCount{};    ///< stored at 16 instead of the real count
-};            // type 1 object
-    std::uint8_t master = 0;                  // 20
-    std::uint16_t podcast = 0;                // 42
-    std::uint32_t creationTimestamp = 0;      // 24
-    std::uint64_t playlistID = 0;             // 28
-    std::uint32_t sortOrder = 0;              // 44
-    std::vector<PlaylistItem> items{};
-    std::optional<SmartPrefsSpec> smartPrefs{};  // type 50 object
-    std::optional<SmartRulesSpec> smartRules{};  // type 51 object
-    std::vector<PlaylistObject> objectOrder = {PlaylistObject::Title, PlaylistObject::Columns,
-                                               PlaylistObject::Prefs, PlaylistObject::Rules,
-                                               PlaylistObject::Extras};
-    std::vector<RawObject> extraObjects{};
-    bool columnsObject = true;                // write the type-100 object at all
-    std::uint32_t headerLength = 0xB8;
-    std::optional<std::uint32_t> objectCount{};  ///< stored at 12 instead of the real count
-    std::optional<std::uint32_t> itemCount{};    ///< stored at 16 instead of the real count
 };
 
 // ---- the database (MHBD, MHSD) ------------------------------------------------------------------
