@@ -1,16 +1,49 @@
 #include "ZQCore/device/ZQCore.h"
 
+#include "ZQCore/device/VolumeMonitor.h"
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
+#include "ZQCore/foundation/File.h"
+
+#include <algorithm>
 
 namespace zq {
 
+namespace {
+
+bool holdsDeviceFolder(const std::string& volumePath) { return fileExists(volumePath + "/iPod_Control"); }
+
+/// Whether a reference's device is still there. A mounted volume's path must still exist and
+/// still have a file system mounted on it: on Linux the mount-point folder often outlives the
+/// volume (a folder named in fstab stays; udisks removes its own folder only after the unmount,
+/// so the change can be handled in between), and an empty folder is no device. A device
+/// reached some other way answers a path that only has to exist.
+bool isPresent(const ZQCoreiPodRef& reference, const std::vector<MountedVolume>& volumes)
+{
+    const auto path = reference.path();
+    if (!path || !fileExists(*path))
+        return false;
+    if (!reference.isMountedVolume())
+        return true;
+    return std::any_of(volumes.begin(), volumes.end(), [&](const MountedVolume& volume) { return volume.mountPath == *path; });
+}
+
+} // namespace
+
 ZQCore::ZQCore()
 {
-    // Device discovery (the mounted volumes at start-up and their mount and unmount events)
-    // is set up here once the volume monitor is part of the framework; until then
-    // connectediPods stays empty and clients open devices from their mount paths.
+    // The mobile-device half (supportsAFCDevices, and becoming the AFC device factory's
+    // delegate) joins here with the AFC support; until then only volumes are watched.
+
+    // Watch first, list second: a volume that comes between the two is then reported by the
+    // change that follows instead of being missed.
+    volumeMonitor_ = std::make_unique<VolumeMonitor>([this] { checkForNewiPods(); });
+    for (const auto& volume : VolumeMonitor::mountedRemovableMedia())
+        if (holdsDeviceFolder(volume))
+            connectedDevices_.push_back(ZQCoreiPodRef::initWithPath(volume));
 }
+
+ZQCore::~ZQCore() = default;
 
 const std::shared_ptr<ZQCore>& ZQCore::sharedInstance()
 {
@@ -37,5 +70,59 @@ std::shared_ptr<ZQCoreiPod> ZQCore::existingiPodForReference(const std::shared_p
 }
 
 void ZQCore::iPodWasCreated(const std::shared_ptr<ZQCoreiPod>& library) { iPodInstances_.push_back(library); }
+
+void ZQCore::checkForNewiPods()
+{
+    const std::vector<MountedVolume> volumes = VolumeMonitor::mountedVolumes();
+
+    // Volume references are judged here; references of devices reached otherwise never are.
+    std::vector<std::shared_ptr<ZQCoreiPodRef>> stale;
+    for (const auto& reference : connectedDevices_)
+        if (reference->isMountedVolume())
+            stale.push_back(reference);
+    bool changed = false;
+
+    for (const auto& path : VolumeMonitor::removableMedia(volumes)) {
+        if (!holdsDeviceFolder(path))
+            continue;
+        // Any device volume keeps every listed reference off the stale list, not only its
+        // own: from here on only the presence test below removes references.
+        bool listed = false;
+        for (const auto& reference : connectedDevices_) {
+            if (reference->path() == path)
+                listed = true;
+            std::erase(stale, reference);
+        }
+        if (!listed) {
+            auto reference = ZQCoreiPodRef::initWithPath(path);
+            if (auto library = existingiPodForReference(reference))
+                library->setIsConnected(true);
+            connectedDevices_.push_back(reference);
+            changed = true;
+        }
+    }
+
+    for (const auto& reference : connectedDevices_) {
+        if (isPresent(*reference, volumes))
+            continue;
+        if (std::find(stale.begin(), stale.end(), reference) == stale.end())
+            stale.push_back(reference);
+        if (auto library = existingiPodForReference(reference))
+            library->setIsConnected(false);
+    }
+
+    if (!stale.empty()) {
+        std::erase_if(connectedDevices_, [&](const std::shared_ptr<ZQCoreiPodRef>& reference) {
+            return std::find(stale.begin(), stale.end(), reference) != stale.end();
+        });
+        changed = true;
+    }
+
+    // Both notices come after the change: observers read the new list on either.
+    if (changed) {
+        willChangeValueForKey("connectediPods");
+        didChangeValueForKey("connectediPods");
+    }
+}
 
 } // namespace zq

@@ -7,6 +7,7 @@
 
 namespace zq {
 
+class VolumeMonitor;
 class ZQCoreiPod;
 class ZQCoreiPodRef;
 
@@ -21,10 +22,17 @@ public:
 /// under the observable key "connectediPods") and every library object loaded so far, kept for
 /// the life of the process so that a device that leaves and returns finds its library again.
 ///
-/// Single-threaded: it is used from the application's main-loop thread only.
+/// Devices are found without polling. At start-up every mounted removable volume (see
+/// VolumeMonitor for the rule) that holds an iPod_Control folder gets a reference; from then on
+/// each change of the mount table, delivered through the GLib main context that was
+/// thread-default when the shared instance was made, reconciles the list (checkForNewiPods).
+/// The application must run that context (a GMainLoop, or GTK's) for changes to arrive.
+///
+/// Single-threaded: it is used from that main context's thread only.
 class ZQCore : public Observable {
 public:
-    /// The process's one instance, made on first use.
+    /// The process's one instance, made on first use (on the main-loop thread: the mount
+    /// events are delivered on the main context that is thread-default then).
     static const std::shared_ptr<ZQCore>& sharedInstance();
     /// The shared instance's connected devices.
     static std::vector<std::shared_ptr<ZQCoreiPodRef>> connectediPodsOfSharedInstance();
@@ -42,6 +50,22 @@ public:
     /// Keeps a newly loaded library object (called at the end of its load).
     void iPodWasCreated(const std::shared_ptr<ZQCoreiPod>& library);
 
+    /// Reconciles connectediPods with the mounted volumes; run on every mount and unmount.
+    /// A device volume without a reference gets one (and the library object kept for its
+    /// serial number is marked connected again); a volume reference whose volume is gone
+    /// leaves the list (and its library object is marked not connected). While no device
+    /// volume at all is mounted, every volume reference leaves the list. When the list
+    /// changed, will-change and did-change notices of "connectediPods" follow, both after the
+    /// change; otherwise nothing is sent. Throws "ZQCoreiPodNotFoundException" when a volume
+    /// vanishes between being listed and being read.
+    void checkForNewiPods();
+
+    // Mobile devices (AFC) join and leave connectediPods through AFCDeviceWasConnected and
+    // AFCDeviceWasDisconnected, called by the AFC device factory, which this object becomes the
+    // delegate of at start-up when the mobile-device library is present (supportsAFCDevices).
+
+    ~ZQCore() override;
+
 private:
     ZQCore();
 
@@ -49,6 +73,7 @@ private:
     std::vector<std::shared_ptr<ZQCoreiPodRef>> connectedDevices_;
     std::vector<std::shared_ptr<ZQCoreiPod>> iPodInstances_;
     bool supportsAFCDevices_ = false;
+    std::unique_ptr<VolumeMonitor> volumeMonitor_;
 };
 
 } // namespace zq

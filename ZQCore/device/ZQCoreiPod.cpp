@@ -5,6 +5,7 @@
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/File.h"
+#include "ZQCore/foundation/Log.h"
 #include "ZQCore/foundation/Resources.h"
 #include "ZQCore/model/Podcasts.h"
 
@@ -47,7 +48,16 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
             parseiTunesDBWithReader(*database);
     }
 
-    // The artwork database walk joins the load sequence here once album art is supported.
+    // Album artwork. A fault in its database costs the artwork, never the library: it is logged
+    // and loading goes on with the tracks as they are.
+    const fs::path artworkDB = base / "iPod_Control" / "Artwork" / "ArtworkDB";
+    if (fileExists(artworkDB)) {
+        try {
+            parseArtworkDBAtPath(artworkDB, tracks_);
+        } catch (const Exception& error) {
+            log("Could not load device artwork database with the error: " + error.reason() + " - skipping.");
+        }
+    }
 
     setIsConnected(true);
 
@@ -57,8 +67,11 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
         std::error_code ignored;
         fs::create_directory(device, ignored);
     }
-    // A missing SysInfoExtended is asked of the device itself at this point once the SCSI
-    // inquiry is supported; until then the identity comes from the files already there.
+    // A device without SysInfoExtended is asked for it over SCSI; the answer is kept on the
+    // volume (the one file the framework adds there) and read back below like one the device
+    // came with.
+    if (!fileExists(device / "SysInfoExtended"))
+        obtainSysInfoExtendedFromDevice(device / "SysInfoExtended");
     readIdentityProperties();
     detectModelType();
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ZQCore/device/DeviceInformationInquiry.h"
 #include "ZQCore/foundation/Data.h"
 #include "ZQCore/foundation/Observable.h"
 #include "ZQCore/foundation/Range.h"
@@ -16,6 +17,7 @@
 
 namespace zq {
 
+class AlbumArt;
 class Podcasts;
 class XRDataReader;
 class ZQCoreiPodRef;
@@ -125,8 +127,46 @@ public:
     /// or the type in decimal).
     static std::string keyForStringMHODType(std::int32_t type);
 
+    // ---- the artwork database (ArtworkDB) ----
+    /// Reads the artwork database at `path` whole through contentsOfFileAtPath, makes one
+    /// AlbumArt per image item (pixels stay on the device until asked for) and attaches them to
+    /// `tracks`. A missing or empty file changes nothing. A truncated or corrupt file throws
+    /// "XRDataReaderInvalidRead": the image list being built is dropped, lists finished before
+    /// it keep their links.
+    void parseArtworkDBAtPath(const std::string& path, const Tracks& tracks);
+    /// The same walk over the bytes of an artwork database; the thumbnail files are looked for
+    /// in `folderPath`. Safe on any bytes (it is what the fuzz target drives).
+    void parseArtworkDBWithData(const Data& data, const Tracks& tracks, const std::string& folderPath);
+    /// Builds the artwork of the image list at the reader's position and links it to `tracks`.
+    void parseImageListWithReader(XRDataReader& reader, const Tracks& tracks, const std::string& folderPath);
+    /// Links artwork to tracks, in two passes. First, each track takes the first artwork in
+    /// `artworks` order whose song identifier equals its dbid, or whose image identifier equals
+    /// its artwork link (a link above 32 bits never matches an image identifier); the artwork is
+    /// also noted for the track's album (albumID 0 is no album; a later track of the album
+    /// replaces the note). Then every track of a noted album takes its album's artwork, so all
+    /// tracks of an album show the cover of its last matched track. Tracks without a match and
+    /// without a noted album keep what they had.
+    static void linkArtwork(const Tracks& tracks, const std::vector<std::shared_ptr<AlbumArt>>& artworks);
+
+    // ---- the device-information inquiry (SCSI) ----
+    /// The block device (its sysfs path) of the volume that holds `path`; no value when the
+    /// volume is not on a block device.
+    static std::optional<std::string> getIOKitServiceForPath(const std::string& path);
+    /// The kernel name of that block device ("sdb1"); no value when there is none.
+    static std::optional<std::string> bsdNameForPath(const std::string& path);
+    /// The part of the device that answers the information inquiry, found from the volume that
+    /// holds `path`: its Apple USB device and disk node. No value for a volume on anything else.
+    virtual std::optional<DeviceInformationNub> informationNubForPath(const std::string& path) const;
+    /// The device's own description (the SysInfoExtended XML), read page by page over SCSI;
+    /// "" when nothing could be read (a message on standard error says why). Never throws.
+    std::string getiPodXML(const DeviceInformationNub& entry) const;
+
 protected:
     ZQCoreiPod() = default;
+
+    /// The SCSI pass-through of the nub's disk (SG_IO); nullptr, after a message on standard
+    /// error, when it cannot be had (permission denied included).
+    virtual std::unique_ptr<SCSITaskDeviceInterface> createDeviceInterface(const DeviceInformationNub& entry) const;
 
     /// The load sequence, run once on a new object.
     void loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference);
@@ -145,6 +185,9 @@ protected:
 private:
     void readIdentityProperties();
     void detectModelType();
+    /// Asks the device for its SysInfoExtended and writes a non-empty answer to `path`
+    /// atomically; anything that fails leaves the volume as it was.
+    void obtainSysInfoExtendedFromDevice(const std::string& path);
 };
 
 /// The model type for a serial number: its last three characters looked up in the framework's

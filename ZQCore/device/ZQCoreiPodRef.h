@@ -54,6 +54,9 @@ public:
     virtual std::optional<std::string> serialNumber() const;
     /// The device's picture (the framework's "iPod" image).
     virtual std::shared_ptr<Image> icon() const;
+    /// True for a device whose file system is a mounted volume (disk mode); false for a device
+    /// reached through a session (AFC), which volume events never judge.
+    virtual bool isMountedVolume() const { return true; }
 
     /// A plain reference with the same name, revision, handle and path. The properties are
     /// deliberately not copied, so a copy has no serial number.

@@ -233,7 +233,8 @@ std::shared_ptr<Image> Image::imageWithICNSData(const Data& icns)
     std::vector<Candidate> candidates;
     static const std::uint8_t kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
     std::size_t position = 8;
-    while (end - position >= 8) {
+    // A declared length under 8 leaves no room for entries (and must not wrap end - position).
+    while (position <= end && end - position >= 8) {
         const std::size_t length = bigEndian32(bytes + position + 4);
         if (length < 8 || length > end - position)
             break;

@@ -1,5 +1,6 @@
 #include "ZQCore/model/iPodTrack.h"
 
+#include "ZQCore/artwork/AlbumArt.h"
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/foundation/Application.h"
 #include "ZQCore/foundation/Description.h"
@@ -26,6 +27,11 @@ Value::Dictionary& iPodTrack::additionalData()
     if (!additionalData_)
         additionalData_ = std::make_unique<Value::Dictionary>();
     return *additionalData_;
+}
+
+std::shared_ptr<AlbumArt> iPodTrack::albumArt() const
+{
+    return albumArt_ ? albumArt_ : AlbumArt::noAlbumArtInstance();
 }
 
 std::string iPodTrack::description() const

@@ -15,6 +15,7 @@
 
 namespace zq {
 
+class AlbumArt;
 class ZQCoreiPod;
 
 /// One song, podcast episode or video of a device's library: a passive record that the
@@ -104,6 +105,14 @@ public:
     /// The identifier playlists and the artwork walk use: the low 32 bits of the unique ID.
     std::uint32_t trackID() const { return static_cast<std::uint32_t>(uniqueID_); }
 
+    /// The artwork attached by the artwork walk; a track without any answers the shared
+    /// AlbumArt::noAlbumArtInstance(), so this is never nullptr.
+    std::shared_ptr<AlbumArt> albumArt() const;
+    /// Attaches artwork (nullptr detaches it).
+    void setAlbumArt(std::shared_ptr<AlbumArt> albumArt) { albumArt_ = std::move(albumArt); }
+    /// Whether artwork of its own is attached (albumArt() is then not the shared stand-in).
+    bool hasAlbumArt() const { return albumArt_ != nullptr; }
+
     /// The library object that loaded this track, if it still exists.
     std::shared_ptr<ZQCoreiPod> parent() const { return parent_.lock(); }
 
@@ -142,6 +151,7 @@ private:
 
     PackedStrings<StringFieldCount> strings_;
     std::weak_ptr<ZQCoreiPod> parent_;
+    std::shared_ptr<AlbumArt> albumArt_;
     std::unique_ptr<Value::Dictionary> additionalData_;
 
     double lastModified_ = NAN;

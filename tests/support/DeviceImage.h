@@ -10,9 +10,11 @@
 // 1904-01-01 local time for tracks, flags are bytes (so 2 can be written where 1 means true).
 
 #include "ZQCore/foundation/Data.h"
+#include "ZQCore/foundation/Image.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -229,6 +231,106 @@ struct DatabaseSpec {
 /// The iTunesDB file for `spec`.
 zq::Data buildITunesDB(const DatabaseSpec& spec);
 
+// ---- artwork (ArtworkDB and thumbnail files) ---------------------------------------------------
+
+/// A picture as a function of the pixel (column x, row y of the stored size): the colour to
+/// store there, 8 bits per channel. The writer reduces it to the thumbnail's 16-bit layout by
+/// dropping low bits.
+using Picture = std::function<zq::Image::Pixel(std::uint32_t x, std::uint32_t y)>;
+
+/// The 16-bit pixel layouts of thumbnail files: 5-6-5 (disk-mode devices, no alpha) and 1-5-5-5
+/// (devices reached over AFC, alpha in bit 15). Both little-endian.
+enum class ThumbnailLayout { RGB565, ARGB1555 };
+
+/// One stored size of an image: an "mhni" record (in a type-2 child of its image item, with its
+/// file-name record) and its pixels in a thumbnail file. The numbers in the comments are
+/// offsets in the mhni record.
+///
+/// The pixels are written at the stored size: by default the visible size plus the padding,
+/// with an odd side made even except when that width is 37, 41 or 55 (the way devices store
+/// them); `storedWidth`/`storedHeight` write another size instead. They go to the end of the
+/// thumbnail file named by `fileName` (less its leading colon) unless `fileOffset` places them.
+struct ThumbnailSpec {
+    std::uint32_t formatID = 1028;                ///< 16; also names the default file
+    std::uint16_t width = 100;                    ///< 34, visible
+    std::uint16_t height = 100;                   ///< 32, visible
+    std::int16_t horizontalPadding = 0;           ///< 30
+    std::int16_t verticalPadding = 0;             ///< 28
+    ThumbnailLayout layout = ThumbnailLayout::RGB565;
+    Picture picture{};                            ///< default: testPicture()
+    std::vector<std::uint16_t> words{};           ///< when given, exactly these pixel words
+    std::optional<std::uint32_t> storedWidth{};
+    std::optional<std::uint32_t> storedHeight{};
+    std::optional<std::string> fileName{};        ///< as stored; default ":F<formatID>_1.ithmb"
+    /// The name record's text bytes as given (UTF-16LE expected), instead of `fileName`'s;
+    /// `nameLengthField` replaces their count in the string header.
+    std::optional<std::vector<std::uint8_t>> rawName{};
+    std::optional<std::uint32_t> nameLengthField{};
+    std::optional<std::uint32_t> fileOffset{};    ///< 20; default: where the pixels are appended
+    std::optional<std::uint32_t> dataLength{};    ///< 24; default: the bytes written
+    bool writePixels = true;                      ///< false: the record only, no pixels
+    std::uint32_t headerLength = 0x4C;
+};
+
+/// A child record of an image item that is not a stored size: a 16-byte header of `type` and
+/// `body` (total length 16 + body size, header length 16 unless given).
+struct RawArtworkChild {
+    std::uint16_t type = 0;
+    std::vector<std::uint8_t> body{};
+    std::uint32_t headerLength = 16;
+    std::optional<std::uint32_t> totalLength{};
+};
+
+/// One image item ("mhii"): its stored sizes, then `extraChildren`.
+struct ArtworkImageSpec {
+    std::uint32_t imageID = 0;                    ///< 16; tracks link to it (artworkLink)
+    std::uint64_t songID = 0;                     ///< 20; a track's dbid
+    std::vector<ThumbnailSpec> thumbnails{};
+    std::vector<RawArtworkChild> extraChildren{};
+    std::optional<std::uint32_t> childCount{};    ///< stored at 12 instead of the real count
+    std::optional<std::uint32_t> totalLength{};   ///< stored at 8 instead of the real length
+    std::uint32_t headerLength = 0x98;
+};
+
+/// One data set of the artwork database. Type 1 holds an image list (the database's `images`
+/// unless given), 2 an empty album list, 3 the list of thumbnail files; any other type only its
+/// header.
+struct ArtworkDataSet {
+    ArtworkDataSet(std::uint32_t setType) : type(setType) {}  // NOLINT: a number names the type
+    static ArtworkDataSet withImages(std::vector<ArtworkImageSpec> images);
+
+    std::uint32_t type;
+    std::optional<std::vector<ArtworkImageSpec>> images{};
+    std::optional<std::uint32_t> totalLength{};   ///< stored at 8 instead of the real length
+};
+
+struct ArtworkDBSpec {
+    std::vector<ArtworkImageSpec> images{};
+    std::vector<ArtworkDataSet> dataSets = {1, 2, 3};
+    std::optional<std::uint32_t> dataSetCount{};  ///< stored at 20 instead of the real count
+    std::uint32_t headerLength = 0x84;
+};
+
+/// What the artwork of a device consists of: the ArtworkDB file and the thumbnail files, by
+/// their name in the Artwork folder.
+struct ArtworkFiles {
+    zq::Data artworkDB;
+    std::map<std::string, zq::Data> thumbnails;
+};
+
+/// The ArtworkDB and thumbnail files for `spec`.
+ArtworkFiles buildArtwork(const ArtworkDBSpec& spec);
+
+/// The size a thumbnail's pixels are written at when the description gives none.
+std::pair<std::uint32_t, std::uint32_t> defaultStoredSize(const ThumbnailSpec& thumbnail);
+
+/// A test card that shows at a glance whether a picture came out right: four quadrants (red,
+/// green, blue, white) around a black cross, on any size.
+zq::Image::Pixel testPicture(std::uint32_t x, std::uint32_t y, std::uint32_t width, std::uint32_t height);
+
+/// The 16-bit word a colour is stored as in `layout` (low bits dropped).
+std::uint16_t thumbnailWord(zq::Image::Pixel pixel, ThumbnailLayout layout);
+
 // ---- volumes ------------------------------------------------------------------------------------
 
 struct VolumeSpec {
@@ -237,6 +339,11 @@ struct VolumeSpec {
     std::optional<std::string> sysInfo{};          ///< iPod_Control/Device/SysInfo
     std::optional<std::string> sysInfoExtended{};  ///< iPod_Control/Device/SysInfoExtended
     std::map<std::string, zq::Data> files{};       ///< path relative to the root -> contents
+    /// iPod_Control/Artwork/ArtworkDB and the thumbnail files beside it.
+    std::optional<ArtworkDBSpec> artwork{};
+    /// Written as iPod_Control/Artwork/ArtworkDB instead of `artwork`'s database when set
+    /// (`artwork`'s thumbnail files are still written).
+    std::optional<zq::Data> rawArtworkDB{};
 };
 
 /// Lays `spec` out under `root` as on a device. Creates `root` and iPod_Control, and only the
@@ -279,8 +386,10 @@ private:
 DatabaseSpec makeLargeLibrary(std::size_t trackCount, std::size_t playlistCount, unsigned seed);
 
 /// The demo's sample device "Sample iPod": a dozen tracks, plain playlists, a podcast playlist
-/// with two shows, a smart playlist, SysInfo with an iPod classic serial, and a stand-in file of
-/// the recorded size for every track.
+/// with two shows, a smart playlist, SysInfo with an iPod classic serial, a stand-in file of
+/// the recorded size for every track, and a cover for each album and show (two stored sizes,
+/// 100 and 200 pixels square, in 5-6-5 thumbnail files), linked by artwork link, by dbid and
+/// through the album.
 VolumeSpec makeSampleDevice();
 
 } // namespace zq::test

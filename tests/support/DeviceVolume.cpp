@@ -62,6 +62,20 @@ void writeVolume(const std::string& root, const VolumeSpec& spec)
         writeFile(control / "Device" / "SysInfo", *spec.sysInfo);
     if (spec.sysInfoExtended)
         writeFile(control / "Device" / "SysInfoExtended", *spec.sysInfoExtended);
+    if (spec.artwork || spec.rawArtworkDB) {
+        const fs::path artwork = control / "Artwork";
+        fs::create_directories(artwork);
+        std::optional<ArtworkFiles> built;
+        if (spec.artwork)
+            built = buildArtwork(*spec.artwork);
+        if (spec.rawArtworkDB)
+            writeFile(artwork / "ArtworkDB", *spec.rawArtworkDB);
+        else
+            writeFile(artwork / "ArtworkDB", built->artworkDB);
+        if (built)
+            for (const auto& [name, contents] : built->thumbnails)
+                writeFile(artwork / name, contents);
+    }
     for (const auto& [relative, contents] : spec.files)
         writeFile(base / relative, contents);
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 
 namespace zq::test {
@@ -312,6 +313,147 @@ constexpr SampleEpisode kEpisodes[] = {
     {"Composting 101", "Garden Talk", "Helen Marsh", "Home & Garden", "Everything you need to start a compost heap this weekend.", 13, 1698000, ":iPod_Control:Music:F45:GT13.mp3"},
 };
 
+// ---- covers -----------------------------------------------------------------------------------
+//
+// Each album and show of the sample gets a small painted cover, so that the artwork a tool
+// writes out can be told apart at a glance. The painters work on the unit square, so the same
+// cover comes out at every stored size.
+
+using Painter = zq::Image::Pixel (*)(double u, double v);
+
+std::uint8_t channel(double value) { return static_cast<std::uint8_t>(std::clamp(value, 0.0, 1.0) * 255.0 + 0.5); }
+zq::Image::Pixel rgb(double r, double g, double b) { return {255, channel(r), channel(g), channel(b)}; }
+zq::Image::Pixel mix(zq::Image::Pixel a, zq::Image::Pixel b, double t)
+{
+    auto m = [t](std::uint8_t x, std::uint8_t y) { return static_cast<std::uint8_t>(x + (y - x) * std::clamp(t, 0.0, 1.0)); };
+    return {255, m(a.red, b.red), m(a.green, b.green), m(a.blue, b.blue)};
+}
+bool inside(double u, double v, double cu, double cv, double r) { return (u - cu) * (u - cu) + (v - cv) * (v - cv) < r * r; }
+
+// "Northern Lights": green and violet curtains over a night sky and dark hills.
+zq::Image::Pixel northernLights(double u, double v)
+{
+    if (v > 0.78 + 0.06 * std::sin(u * 7.0))
+        return rgb(0.04, 0.08, 0.06);
+    zq::Image::Pixel sky = rgb(0.02, 0.03 + 0.1 * v, 0.15 + 0.2 * v);
+    const double band = std::exp(-std::pow((v - 0.35 - 0.12 * std::sin(u * 9.0)) / 0.08, 2));
+    const double band2 = std::exp(-std::pow((v - 0.55 - 0.08 * std::sin(u * 5.0 + 1.0)) / 0.05, 2));
+    return mix(mix(sky, rgb(0.2, 0.95, 0.5), band), rgb(0.6, 0.3, 0.9), band2 * 0.8);
+}
+
+// "Cicha noc": a full moon and a few stars over a quiet navy sky.
+zq::Image::Pixel quietNight(double u, double v)
+{
+    if (inside(u, v, 0.68, 0.3, 0.16))
+        return rgb(0.98, 0.95, 0.8);
+    const double stars[][2] = {{0.15, 0.2}, {0.3, 0.55}, {0.45, 0.15}, {0.2, 0.8}, {0.85, 0.7}, {0.55, 0.6}};
+    for (const auto& star : stars)
+        if (inside(u, v, star[0], star[1], 0.018))
+            return rgb(1, 1, 0.9);
+    return rgb(0.05, 0.07, 0.25 + 0.15 * (1 - v));
+}
+
+// "Beethoven: Symphonies 5 & 7": a cream page with a bold dark-red band and black staff lines.
+zq::Image::Pixel symphonies(double u, double v)
+{
+    if (v > 0.62 && v < 0.8)
+        return rgb(0.55, 0.08, 0.1);
+    for (int line = 0; line < 5; ++line)
+        if (std::abs(v - (0.2 + 0.07 * line)) < 0.008 && u > 0.1 && u < 0.9)
+            return rgb(0.1, 0.1, 0.1);
+    if (inside(u, v, 0.35, 0.34, 0.04) || inside(u, v, 0.6, 0.27, 0.04))
+        return rgb(0.1, 0.1, 0.1);
+    return rgb(0.96, 0.92, 0.8);
+}
+
+// "Tokyo Nights": a neon grid running to a magenta horizon.
+zq::Image::Pixel tokyoNights(double u, double v)
+{
+    if (v < 0.45)
+        return mix(rgb(0.1, 0.0, 0.25), rgb(0.95, 0.2, 0.6), v / 0.45);
+    const double depth = (v - 0.45) / 0.55;
+    const double x = (u - 0.5) / (0.1 + depth);
+    const bool lineX = std::abs(x * 4 - std::round(x * 4)) < 0.06 * (1 + depth);
+    const bool lineY = std::abs(std::sin(1.0 / (depth + 0.05) * 3.0)) < 0.15;
+    return lineX || lineY ? rgb(0.2, 0.95, 1.0) : rgb(0.08, 0.0, 0.18);
+}
+
+// "Summer Hits 2012": an orange sun sinking into a striped blue sea.
+zq::Image::Pixel summerHits(double u, double v)
+{
+    if (v < 0.55)
+        return inside(u, v, 0.5, 0.55, 0.25) ? rgb(1.0, 0.55, 0.1) : mix(rgb(1.0, 0.85, 0.4), rgb(1.0, 0.5, 0.35), v / 0.55);
+    return (static_cast<int>(v * 30) % 2) ? rgb(0.1, 0.45, 0.8) : rgb(0.2, 0.6, 0.9);
+}
+
+// "The Morning Byte": a white coffee cup on teal.
+zq::Image::Pixel morningByte(double u, double v)
+{
+    if (u > 0.3 && u < 0.62 && v > 0.4 && v < 0.75)
+        return rgb(1, 1, 1);
+    if (inside(u, v, 0.66, 0.55, 0.08) && !inside(u, v, 0.66, 0.55, 0.04))
+        return rgb(1, 1, 1);
+    if (v > 0.2 && v < 0.35 && std::abs(std::sin(u * 40.0)) < 0.3 && u > 0.35 && u < 0.58)
+        return rgb(0.85, 0.95, 0.95);
+    return rgb(0.0, 0.5, 0.5);
+}
+
+// "Garden Talk": a yellow-hearted flower on leaf green.
+zq::Image::Pixel gardenTalk(double u, double v)
+{
+    if (inside(u, v, 0.5, 0.45, 0.09))
+        return rgb(1.0, 0.85, 0.1);
+    for (int petal = 0; petal < 6; ++petal) {
+        const double angle = petal * 3.14159265 / 3;
+        if (inside(u, v, 0.5 + 0.17 * std::cos(angle), 0.45 + 0.17 * std::sin(angle), 0.1))
+            return rgb(0.95, 0.4, 0.6);
+    }
+    if (std::abs(u - 0.5) < 0.02 && v > 0.55)
+        return rgb(0.1, 0.4, 0.1);
+    return rgb(0.45, 0.75, 0.3);
+}
+
+struct Cover {
+    const char* album;
+    Painter paint;
+};
+
+constexpr Cover kCovers[] = {
+    {"Northern Lights", northernLights},
+    {"Cicha noc", quietNight},
+    {"Beethoven: Symphonies 5 & 7", symphonies},
+    {"Tokyo Nights", tokyoNights},
+    {"Summer Hits 2012", summerHits},
+    {"The Morning Byte", morningByte},
+    {"Garden Talk", gardenTalk},
+};
+
+/// The album ID of the sample's songs: one per album, in the order the albums first appear.
+std::uint16_t albumNumber(const char* album)
+{
+    std::uint16_t number = 0;
+    for (const auto& cover : kCovers) {
+        ++number;
+        if (std::string(cover.album) == album)
+            return number;
+    }
+    return 0;
+}
+
+/// The cover's two stored sizes, as an iPod classic keeps them: 100 and 200 pixels square.
+std::vector<ThumbnailSpec> coverThumbnails(Painter paint)
+{
+    std::vector<ThumbnailSpec> sizes;
+    for (std::uint16_t side : {100, 200}) {
+        ThumbnailSpec thumbnail{.formatID = side == 100 ? 1028u : 1029u, .width = side, .height = side};
+        thumbnail.picture = [paint, side](std::uint32_t x, std::uint32_t y) {
+            return paint((x + 0.5) / side, (y + 0.5) / side);
+        };
+        sizes.push_back(std::move(thumbnail));
+    }
+    return sizes;
+}
+
 /// Stand-in contents for a track file: an ID3 tag header and a fill pattern, `size` bytes long.
 Data standInFile(std::uint32_t trackID, std::uint32_t size)
 {
@@ -355,7 +497,7 @@ VolumeSpec makeSampleDevice()
             .dbid = 0x7A3E000000000000ULL + 0x1111ULL * id,
             .hasBeenPlayed = s.playCount ? std::uint8_t(1) : std::uint8_t(2),
             .mediaType = 1,
-            .albumID = static_cast<std::uint16_t>(1 + (id - 52) / 3),
+            .albumID = albumNumber(s.album),
             .title = s.title,
             .location = s.file,
             .album = s.album,
@@ -394,6 +536,28 @@ VolumeSpec makeSampleDevice()
         };
         episodeIDs.push_back(id++);
         db.tracks.push_back(std::move(t));
+    }
+
+    // Covers. Each is found by a different route, as on real devices: most tracks carry the
+    // cover's image ID as their artwork link; the first "Cicha noc" track is found by its dbid
+    // alone and its album-mate through the shared album ID; the first "Garden Talk" episode by
+    // its dbid (episodes have no album ID, so nothing is shared there).
+    ArtworkDBSpec artwork;
+    for (std::size_t i = 0; i < std::size(kCovers); ++i) {
+        const std::uint32_t imageID = 100 + static_cast<std::uint32_t>(i);
+        auto first = std::find_if(db.tracks.begin(), db.tracks.end(),
+                                  [&](const TrackSpec& t) { return t.album == kCovers[i].album; });
+        artwork.images.push_back({.imageID = imageID, .songID = first->dbid, .thumbnails = coverThumbnails(kCovers[i].paint)});
+        const bool byDbid = std::string(kCovers[i].album) == "Cicha noc" || std::string(kCovers[i].album) == "Garden Talk";
+        for (auto& t : db.tracks) {
+            if (t.album != kCovers[i].album)
+                continue;
+            t.artworkCount = 1;
+            t.artworkLink = byDbid ? 0 : imageID;
+        }
+        if (std::string(kCovers[i].album) == "Garden Talk")
+            std::find_if(std::next(first), db.tracks.end(), [&](const TrackSpec& t) { return t.album == "Garden Talk"; })
+                ->artworkLink = imageID;
     }
 
     const std::uint32_t created = from1904(1686300000);
@@ -440,6 +604,7 @@ VolumeSpec makeSampleDevice()
     for (const auto& t : db.tracks)
         volume.files.emplace(relativePathOfLocation(*t.location), standInFile(t.trackID, t.fileSize));
     volume.database = std::move(db);
+    volume.artwork = std::move(artwork);
     volume.sysInfo = sysInfoText("8K9281QJY5N");
     return volume;
 }

@@ -1,5 +1,6 @@
 #include "LibraryReport.h"
 
+#include "ZQCore/artwork/AlbumArt.h"
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/model/PlaylistFolder.h"
 #include "ZQCore/model/Podcasts.h"
@@ -48,6 +49,17 @@ Json trackIDs(const zq::Playlist::Tracks& tracks)
 
 Json trackJSON(const zq::iPodTrack& t)
 {
+    // The artwork the track carries: its image identifier and the visible size of the stored
+    // size its image is made from; null for a track without artwork.
+    Json artworkID = nullptr, artworkWidth = nullptr, artworkHeight = nullptr;
+    if (t.hasAlbumArt()) {
+        const auto art = t.albumArt();
+        artworkID = art->artworkID();
+        if (const auto& rep = art->preferredRep()) {
+            artworkWidth = rep->width();
+            artworkHeight = rep->height();
+        }
+    }
     return Json{
         {"trackID", t.trackID()},
         {"dbid", t.dbid()},
@@ -89,6 +101,9 @@ Json trackJSON(const zq::iPodTrack& t)
         {"compilation", t.compilation()},
         {"albumID", t.albumID()},
         {"artworkLink", t.artworkLink()},
+        {"artworkID", artworkID},
+        {"artworkWidth", artworkWidth},
+        {"artworkHeight", artworkHeight},
     };
 }
 

@@ -1,5 +1,7 @@
 // zqpod: the command-line face of ZQCore. Reads the music library of an iPod or iPhone.
 
+#include "ArtworkExport.h"
+#include "DeviceList.h"
 #include "LibraryReport.h"
 
 #include "ZQCore/device/ZQCoreiPod.h"
@@ -27,6 +29,9 @@ struct Command {
 };
 
 int runLibrary(const std::vector<std::string>& args);
+int runArt(const std::vector<std::string>& args);
+int runDevices(const std::vector<std::string>& args);
+int runWatch(const std::vector<std::string>& args);
 
 const std::vector<Command>& commands()
 {
@@ -42,6 +47,23 @@ const std::vector<Command>& commands()
          "           \"serialNumber\" and \"type\", every track with all its fields, and every\n"
          "           playlist with its kind and members.\n",
          runLibrary},
+        {"art", "zqpod art PATH OUTDIR", "write the album covers of the device at PATH as PNG files",
+         "Opens the device whose volume is mounted at PATH and writes one PNG file per album into\n"
+         "OUTDIR (created when missing): the cover that the album's tracks carry, decoded from the\n"
+         "device's thumbnail files at its largest stored size (or the largest that can be read).\n"
+         "Files are named \"<album artist> - <album>.png\". Prints a line for every album: the\n"
+         "file written with its size in pixels and artwork ID, or why there is none.\n",
+         runArt},
+        {"devices", "zqpod devices", "list the iPods connected now",
+         "Lists every disk-mode iPod whose volume is mounted as removable media (below /media or\n"
+         "/run/media/USER, as a file manager shows it): its name, serial number, model type\n"
+         "(see ZQCore/resources/README.md; \"-\" when unknown) and mount path.\n",
+         runDevices},
+        {"watch", "zqpod watch", "print iPods as they arrive and depart, until interrupted",
+         "Prints the iPods connected now (\"present:\"), then a line as each device arrives\n"
+         "(\"arrived:\") or departs (\"departed:\") while volumes are mounted and unmounted.\n"
+         "Nothing polls; stop it with Ctrl-C.\n",
+         runWatch},
     };
     return list;
 }
@@ -95,6 +117,46 @@ int runLibrary(const std::vector<std::string>& args)
         zqpod::printLibraryJSON(std::cout, *library);
     else
         zqpod::printLibraryText(std::cout, *library);
+    return kExitOK;
+}
+
+int runArt(const std::vector<std::string>& args)
+{
+    std::vector<std::string> paths;
+    for (const auto& arg : args) {
+        if (!arg.empty() && arg[0] == '-') {
+            std::cerr << "zqpod art: unknown option '" << arg << "'\n";
+            return kExitUsage;
+        }
+        paths.push_back(arg);
+    }
+    if (paths.size() != 2) {
+        std::cerr << "usage: zqpod art PATH OUTDIR\n";
+        return kExitUsage;
+    }
+    auto library = openLibrary(paths[0]);
+    const std::size_t written = zqpod::exportAlbumArt(std::cout, *library, paths[1]);
+    std::cout << written << (written == 1 ? " file" : " files") << " written\n";
+    return kExitOK;
+}
+
+int runDevices(const std::vector<std::string>& args)
+{
+    if (!args.empty()) {
+        std::cerr << "usage: zqpod devices\n";
+        return kExitUsage;
+    }
+    zqpod::printConnectedDevices(std::cout);
+    return kExitOK;
+}
+
+int runWatch(const std::vector<std::string>& args)
+{
+    if (!args.empty()) {
+        std::cerr << "usage: zqpod watch\n";
+        return kExitUsage;
+    }
+    zqpod::watchDevices(std::cout);
     return kExitOK;
 }
 

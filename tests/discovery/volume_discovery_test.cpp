@@ -1,0 +1,468 @@
+// Finding devices as volumes mount and unmount: which mounts count as removable media, and
+// ZQCore's connected-device list and its notices against real FAT volumes mounted in a private
+// mount namespace, with the changes arriving through the GLib main loop; and zqpod's devices
+// and watch commands on the same volumes.
+
+#include "ZQCore/device/VolumeMonitor.h"
+#include "ZQCore/device/ZQCore.h"
+#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/device/ZQCoreiPodRef.h"
+#include "tests/discovery/MountSandbox.h"
+#include "tests/discovery/ScriptedSCSIDevice.h"
+#include "tests/support/DeviceImage.h"
+
+#include <gio/gunixmounts.h>
+#include <gtest/gtest.h>
+
+#include <poll.h>
+#include <signal.h>
+
+#include <filesystem>
+#include <functional>
+
+namespace zq {
+namespace {
+
+namespace fs = std::filesystem;
+using Phase = Observable::Phase;
+using test::MountSandbox;
+using test::VolumeSpec;
+
+// ---- the rule ------------------------------------------------------------------------------------
+
+struct RuleCase {
+    const char* mountPath;
+    const char* devicePath;
+    const char* fsType;
+    bool blockDevice;
+    bool asRoot;
+    bool removable;
+};
+
+void PrintTo(const RuleCase& c, std::ostream* out) { *out << c.mountPath << " (" << c.fsType << ")"; }
+
+class DiscoveryVolumeRule : public testing::TestWithParam<RuleCase> {};
+
+TEST_P(DiscoveryVolumeRule, DecidesLikeTheDesktop)
+{
+    const RuleCase& c = GetParam();
+    const MountedVolume volume{c.mountPath, c.devicePath, c.fsType, c.blockDevice};
+    EXPECT_EQ(VolumeMonitor::isRemovableVolume(volume, "alice", c.asRoot), c.removable);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Discovery, DiscoveryVolumeRule,
+    testing::Values(
+        // where desktops mount media
+        RuleCase{"/media/alice/IPOD", "/dev/sdb1", "vfat", true, false, true},
+        RuleCase{"/media/IPOD", "/dev/sdb2", "hfsplus", true, false, true},
+        RuleCase{"/media/alice/Bob's iPod", "/dev/sdc1", "fuseblk", true, false, true},
+        RuleCase{"/run/media/alice/IPOD", "/dev/sdb1", "vfat", true, false, true},
+        RuleCase{"/run/media/bob/IPOD", "/dev/sdb1", "vfat", true, false, false},
+        RuleCase{"/run/media/bob/IPOD", "/dev/sdb1", "vfat", true, true, true},
+        RuleCase{"/run/media/alice", "/dev/sdb1", "vfat", true, false, false},
+        // the folders themselves, and places a file manager does not list as media
+        RuleCase{"/media", "tmpfs", "tmpfs", false, false, false},
+        RuleCase{"/media/", "/dev/sdb1", "vfat", true, false, false},
+        RuleCase{"/mnt/ipod", "/dev/sdb1", "vfat", true, false, false},
+        RuleCase{"/home/alice/ipod", "/dev/sdb1", "vfat", true, false, false},
+        RuleCase{"/", "/dev/vda", "ext4", true, false, false},
+        RuleCase{"/mediastore/IPOD", "/dev/sdb1", "vfat", true, false, false},
+        RuleCase{"/media/alice/.snapshots/IPOD", "/dev/sdb1", "vfat", true, false, false},
+        // not media, though mounted there
+        RuleCase{"/media/alice/scratch", "tmpfs", "tmpfs", false, false, false},
+        RuleCase{"/media/alice/share", "server:/export", "nfs4", false, false, false},
+        RuleCase{"/media/alice/gdrive", "rclone", "fuse.rclone", false, false, false},
+        RuleCase{"/media/alice/proc", "proc", "proc", false, false, false}),
+    [](const testing::TestParamInfo<RuleCase>& param) { return "case" + std::to_string(param.index); });
+
+// ---- helpers for the sandboxed tests -------------------------------------------------------------
+
+VolumeSpec deviceVolume(const std::string& name, const std::string& serial)
+{
+    VolumeSpec spec;
+    spec.database = test::DatabaseSpec{.tracks = {{.trackID = 7, .title = "Song", .location = ":iPod_Control:Music:F01:S.mp3"}},
+                                       .playlists = {{.name = name, .master = 1, .items = {7}}}};
+    spec.sysInfo = test::sysInfoText(serial);
+    spec.files["iPod_Control/Music/F01/S.mp3"] = Data(std::string_view("audio"));
+    return spec;
+}
+
+/// Runs the default main context until `done` holds. The time limit only ends a test whose
+/// event never comes; events themselves arrive only through the context.
+bool runMainLoopUntil(const std::function<bool()>& done)
+{
+    bool expired = false;
+    const guint guard = g_timeout_add_seconds(
+        10, [](gpointer flag) -> gboolean {
+            *static_cast<bool*>(flag) = true;
+            return G_SOURCE_REMOVE;
+        },
+        &expired);
+    while (!done() && !expired)
+        g_main_context_iteration(nullptr, TRUE);
+    if (!expired)
+        g_source_remove(guard);
+    return done();
+}
+
+/// The notices of "connectediPods", each with the list's length when it came.
+struct NoticeLog {
+    explicit NoticeLog(ZQCore& core) : core_(core)
+    {
+        token_ = core.addObserver("connectediPods", [this](const std::string&, Phase phase) {
+            notices.emplace_back(phase, core_.connectediPods().size());
+        });
+    }
+    ~NoticeLog() { core_.removeObserver(token_); }
+    std::vector<std::pair<Phase, std::size_t>> take() { return std::exchange(notices, {}); }
+
+    std::vector<std::pair<Phase, std::size_t>> notices;
+
+private:
+    ZQCore& core_;
+    Observable::Token token_ = 0;
+};
+
+using Notices = std::vector<std::pair<Phase, std::size_t>>;
+
+/// Counts the mount-table changes delivered on the default context. Made after ZQCore, its
+/// handler runs after ZQCore's own, so when the count moves ZQCore has seen the change.
+struct MountEvents {
+    MountEvents()
+    {
+        monitor = g_unix_mount_monitor_get();
+        handler = g_signal_connect(monitor, "mounts-changed", G_CALLBACK(+[](GUnixMountMonitor*, gpointer counter) {
+                                       ++*static_cast<int*>(counter);
+                                   }),
+                                   &count);
+    }
+    ~MountEvents()
+    {
+        g_signal_handler_disconnect(monitor, handler);
+        g_object_unref(monitor);
+    }
+    /// Waits for the next change after the ones seen so far.
+    bool next()
+    {
+        const int seen = count;
+        return runMainLoopUntil([&] { return count > seen; });
+    }
+
+    GUnixMountMonitor* monitor = nullptr;
+    gulong handler = 0;
+    int count = 0;
+};
+
+std::optional<std::string> serialOf(const ZQCoreiPod& library)
+{
+    const Value* serial = library.properties().find("SerialNumber");
+    return serial && serial->string() ? std::optional<std::string>(*serial->string()) : std::nullopt;
+}
+
+#define ZQ_MAKE_SANDBOX(sandbox)               \
+    ZQ_RUN_IN_MOUNT_SANDBOX();                 \
+    MountSandbox sandbox;                      \
+    if (auto why = sandbox.unavailable())      \
+        GTEST_SKIP() << *why
+
+// ---- discovery on real mounts --------------------------------------------------------------------
+
+TEST(DiscoveryMounts, StartUpListsDeviceVolumesOfRemovableMediaOnly)
+{
+    ZQ_MAKE_SANDBOX(sandbox);
+    const auto anna = sandbox.makeImage("anna", deviceVolume("Anna's iPod", "ZQMA1YMV"));
+    const auto stick = sandbox.makeImage("stick", std::nullopt);
+    const auto ben = sandbox.makeImage("ben", deviceVolume("Ben's iPod", "ZQMA2YMV"));
+    const auto carl = sandbox.makeImage("carl", deviceVolume("Carl's iPod", "ZQMA3YMV"));
+    ASSERT_TRUE(sandbox.mount(anna, "/media/zq/ANNA"));
+    ASSERT_TRUE(sandbox.mount(stick, "/media/zq/STICK"));
+    ASSERT_TRUE(sandbox.mount(ben, sandbox.scratch("mnt/BEN")));
+    ASSERT_TRUE(sandbox.mount(carl, "/media/zq/.private/CARL"));
+
+    EXPECT_EQ(VolumeMonitor::mountedRemovableMedia(), (std::vector<std::string>{"/media/zq/ANNA", "/media/zq/STICK"}));
+
+    const auto& core = ZQCore::sharedInstance();
+    ASSERT_EQ(core->connectediPods().size(), 1u);
+    const auto& reference = *core->connectediPods()[0];
+    EXPECT_EQ(reference.path(), "/media/zq/ANNA");
+    EXPECT_EQ(reference.name(), "Anna's iPod");
+    EXPECT_EQ(reference.serialNumber(), "ZQMA1YMV");
+}
+
+TEST(DiscoveryMounts, DeviceArrivesDepartsAndReturnsToItsLibrary)
+{
+    ZQ_MAKE_SANDBOX(sandbox);
+    const auto anna = sandbox.makeImage("anna", deviceVolume("Anna's iPod", "ZQMB1YMV"));
+    const auto& core = ZQCore::sharedInstance();
+    ASSERT_TRUE(core->connectediPods().empty());
+    NoticeLog log(*core);
+
+    ASSERT_TRUE(sandbox.mount(anna, "/media/zq/ANNA"));
+    ASSERT_TRUE(runMainLoopUntil([&] { return core->connectediPods().size() == 1; }));
+    // Both notices come after the change.
+    EXPECT_EQ(log.take(), (Notices{{Phase::WillChange, 1}, {Phase::DidChange, 1}}));
+    const auto first = core->connectediPods()[0];
+    EXPECT_EQ(first->path(), "/media/zq/ANNA");
+
+    auto library = ZQCoreiPod::initWithiPodReference(first);
+    EXPECT_TRUE(library->isConnected());
+    EXPECT_EQ(library->name(), "Anna's iPod");
+    // A loop device has no Apple device above it: nothing is asked or written.
+    EXPECT_EQ(serialOf(*library), "ZQMB1YMV");
+    EXPECT_FALSE(fs::exists("/media/zq/ANNA/iPod_Control/Device/SysInfoExtended"));
+
+    // The mount-point folder stays behind: an empty folder is no device.
+    sandbox.unmount("/media/zq/ANNA");
+    ASSERT_TRUE(runMainLoopUntil([&] { return core->connectediPods().empty(); }));
+    EXPECT_EQ(log.take(), (Notices{{Phase::WillChange, 0}, {Phase::DidChange, 0}}));
+    EXPECT_FALSE(library->isConnected());
+    EXPECT_EQ(library->allTracks().size(), 1u) << "the library is kept while the device is away";
+
+    ASSERT_TRUE(sandbox.mount(anna, "/media/zq/ANNA"));
+    ASSERT_TRUE(runMainLoopUntil([&] { return core->connectediPods().size() == 1; }));
+    EXPECT_EQ(log.take(), (Notices{{Phase::WillChange, 1}, {Phase::DidChange, 1}}));
+    const auto second = core->connectediPods()[0];
+    EXPECT_NE(second, first) << "a returning device gets a new reference";
+    EXPECT_TRUE(library->isConnected());
+    EXPECT_EQ(ZQCoreiPod::initWithiPodReference(second), library);
+    EXPECT_EQ(core->iPodInstances().size(), 1u);
+}
+
+TEST(DiscoveryMounts, SecondDeviceMountsBesideTheFirst)
+{
+    ZQ_MAKE_SANDBOX(sandbox);
+    const auto anna = sandbox.makeImage("anna", deviceVolume("Anna's iPod", "ZQMC1YMV"));
+    const auto ben = sandbox.makeImage("ben", deviceVolume("Ben's iPod", "ZQMC2YMV"));
+    const auto& core = ZQCore::sharedInstance();
+    NoticeLog log(*core);
+
+    ASSERT_TRUE(sandbox.mount(anna, "/media/zq/ANNA"));
+    ASSERT_TRUE(runMainLoopUntil([&] { return core->connectediPods().size() == 1; }));
+    const auto first = core->connectediPods()[0];
+    auto annasLibrary = ZQCoreiPod::initWithiPodReference(first);
+    log.take();
+
+    ASSERT_TRUE(sandbox.mount(ben, "/media/zq/BEN"));
+    ASSERT_TRUE(runMainLoopUntil([&] { return core->connectediPods().size() == 2; }));
+    EXPECT_EQ(log.take(), (Notices{{Phase::WillChange, 2}, {Phase::DidChange, 2}}));
+    EXPECT_EQ(core->connectediPods()[0], first) << "the first reference stays as it was";
+    EXPECT_EQ(core->connectediPods()[1]->serialNumber(), "ZQMC2YMV");
+    auto bensLibrary = ZQCoreiPod::initWithiPodReference(core->connectediPods()[1]);
+    EXPECT_NE(bensLibrary, annasLibrary);
+
+    // udisks removes its mount-point folder after the unmount; either way the device is gone.
+    sandbox.unmount("/media/zq/ANNA", true);
+    ASSERT_TRUE(runMainLoopUntil([&] { return core->connectediPods().size() == 1; }));
+    EXPECT_EQ(core->connectediPods()[0]->path(), "/media/zq/BEN");
+    EXPECT_FALSE(annasLibrary->isConnected());
+    EXPECT_TRUE(bensLibrary->isConnected());
+}
+
+TEST(DiscoveryMounts, ChangesThatConcernNoDeviceSendNoNotice)
+{
+    ZQ_MAKE_SANDBOX(sandbox);
+    const auto anna = sandbox.makeImage("anna", deviceVolume("Anna's iPod", "ZQMD1YMV"));
+    const auto stick = sandbox.makeImage("stick", std::nullopt);
+    const auto ben = sandbox.makeImage("ben", deviceVolume("Ben's iPod", "ZQMD2YMV"));
+    ASSERT_TRUE(sandbox.mount(anna, "/media/zq/ANNA"));
+    const auto& core = ZQCore::sharedInstance();
+    ASSERT_EQ(core->connectediPods().size(), 1u);
+    const auto listed = core->connectediPods();
+    NoticeLog log(*core);
+    MountEvents events;
+
+    // Removable media without a device folder, and a device volume outside the media folders.
+    ASSERT_TRUE(sandbox.mount(stick, "/media/zq/STICK"));
+    ASSERT_TRUE(events.next());
+    ASSERT_TRUE(sandbox.mount(ben, sandbox.scratch("mnt/BEN")));
+    ASSERT_TRUE(events.next());
+    sandbox.unmount("/media/zq/STICK");
+    ASSERT_TRUE(events.next());
+
+    EXPECT_EQ(log.take(), Notices{});
+    EXPECT_EQ(core->connectediPods(), listed);
+}
+
+TEST(DiscoveryMounts, WithNoDeviceVolumeLeftEveryReferenceLeavesButAMountedOneStaysConnected)
+{
+    // A device volume still mounted, but no longer holding iPod_Control, is no device volume:
+    // with none left, its reference leaves the list. Its volume is still there, so its library
+    // is not marked disconnected.
+    ZQ_MAKE_SANDBOX(sandbox);
+    const auto anna = sandbox.makeImage("anna", deviceVolume("Anna's iPod", "ZQME1YMV"));
+    const auto stick = sandbox.makeImage("stick", std::nullopt);
+    ASSERT_TRUE(sandbox.mount(anna, "/media/zq/ANNA"));
+    const auto& core = ZQCore::sharedInstance();
+    ASSERT_EQ(core->connectediPods().size(), 1u);
+    auto library = ZQCoreiPod::initWithiPodReference(core->connectediPods()[0]);
+    NoticeLog log(*core);
+
+    fs::rename("/media/zq/ANNA/iPod_Control", "/media/zq/ANNA/Old_Control");
+    ASSERT_TRUE(sandbox.mount(stick, "/media/zq/STICK"));
+    ASSERT_TRUE(runMainLoopUntil([&] { return core->connectediPods().empty(); }));
+    EXPECT_EQ(log.take(), (Notices{{Phase::WillChange, 0}, {Phase::DidChange, 0}}));
+    EXPECT_TRUE(library->isConnected());
+}
+
+TEST(DiscoveryMounts, LoadOnAMountedVolumeAddsOnlyTheDevicesAnswer)
+{
+    ZQ_MAKE_SANDBOX(sandbox);
+    const auto anna = sandbox.makeImage("anna", deviceVolume("Anna's iPod", "ZQMF1YMV"));
+    ASSERT_TRUE(sandbox.mount(anna, "/media/zq/ANNA"));
+    const auto& core = ZQCore::sharedInstance();
+    ASSERT_EQ(core->connectediPods().size(), 1u);
+
+    const auto listing = [](const std::string& root) {
+        std::map<std::string, std::uintmax_t> sizes;
+        for (const auto& entry : fs::recursive_directory_iterator(root))
+            sizes[fs::relative(entry.path(), root)] = entry.is_directory() ? 0 : entry.file_size();
+        return sizes;
+    };
+    const auto before = listing("/media/zq/ANNA");
+    const std::string xml = test::sysInfoExtendedXML("ZQMF2YMV");
+    auto script = std::make_shared<test::SCSIScript>(test::SCSIScript::servingText(xml));
+
+    auto library = test::ScriptediPod::load(core->connectediPods()[0], script);
+
+    EXPECT_EQ(serialOf(*library), "ZQMF2YMV");
+    auto after = listing("/media/zq/ANNA");
+    EXPECT_EQ(after["iPod_Control/Device/SysInfoExtended"], xml.size());
+    after.erase("iPod_Control/Device/SysInfoExtended");
+    EXPECT_EQ(after, before) << "no temporary file is left on the FAT volume";
+    std::ifstream written("/media/zq/ANNA/iPod_Control/Device/SysInfoExtended");
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(written), {}), xml);
+}
+
+TEST(DiscoveryMounts, RealPassThroughIsRefusedByADiskThatIsNoSCSIDevice)
+{
+    ZQ_MAKE_SANDBOX(sandbox);
+    const auto anna = sandbox.makeImage("anna", deviceVolume("Anna's iPod", "ZQMG1YMV"));
+    ASSERT_TRUE(sandbox.mount(anna, "/media/zq/ANNA"));
+
+    const auto name = ZQCoreiPod::bsdNameForPath("/media/zq/ANNA/iPod_Control");
+    ASSERT_TRUE(name.has_value());
+    EXPECT_EQ(name->rfind("loop", 0), 0u) << *name;
+    const auto service = ZQCoreiPod::getIOKitServiceForPath("/media/zq/ANNA");
+    ASSERT_TRUE(service.has_value());
+    EXPECT_TRUE(service->ends_with("/" + *name)) << *service;
+    EXPECT_FALSE(informationNubAboveBlockDevice(*service).has_value());
+
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(CreateDeviceInterfaceUsingSTUC("/dev/" + *name), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr().rfind("xxxxxxxx Couldn't create SCSI device interface. (", 0), 0u);
+}
+
+// ---- zqpod devices and zqpod watch ---------------------------------------------------------------
+
+/// zqpod running in the background with its standard output on a pipe.
+class RunningTool {
+public:
+    explicit RunningTool(const std::vector<std::string>& args)
+    {
+        std::vector<std::string> argv = {ZQPOD_PATH};
+        argv.insert(argv.end(), args.begin(), args.end());
+        std::vector<char*> pointers;
+        for (auto& arg : argv)
+            pointers.push_back(arg.data());
+        pointers.push_back(nullptr);
+        int fds[2];
+        if (::pipe2(fds, O_CLOEXEC) != 0)
+            return;
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            ::dup2(fds[1], 1);
+            ::execv(pointers[0], pointers.data());
+            ::_exit(127);
+        }
+        ::close(fds[1]);
+        out_ = fds[0];
+    }
+    ~RunningTool()
+    {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGKILL);
+            ::waitpid(pid_, nullptr, 0);
+        }
+        if (out_ >= 0)
+            ::close(out_);
+    }
+
+    /// The next line of output; nothing when none comes within the time limit or at the end.
+    std::optional<std::string> nextLine()
+    {
+        while (true) {
+            if (auto end = buffered_.find('\n'); end != std::string::npos) {
+                std::string line = buffered_.substr(0, end);
+                buffered_.erase(0, end + 1);
+                return line;
+            }
+            pollfd waiting{out_, POLLIN, 0};
+            if (::poll(&waiting, 1, 10000) <= 0)
+                return std::nullopt;
+            char chunk[512];
+            const ssize_t count = ::read(out_, chunk, sizeof chunk);
+            if (count <= 0)
+                return std::nullopt;
+            buffered_.append(chunk, static_cast<std::size_t>(count));
+        }
+    }
+
+    /// Interrupts it as Ctrl-C does and gives its wait status.
+    int interrupt()
+    {
+        ::kill(pid_, SIGINT);
+        int status = -1;
+        ::waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return status;
+    }
+
+private:
+    pid_t pid_ = -1;
+    int out_ = -1;
+    std::string buffered_;
+};
+
+TEST(DiscoveryTool, DevicesListsEveryConnectedDevice)
+{
+    ZQ_MAKE_SANDBOX(sandbox);
+    const auto anna = sandbox.makeImage("anna", deviceVolume("Anna's iPod", "ZQTA1YMV"));
+    const auto ben = sandbox.makeImage("ben", deviceVolume("Ben", "B2"));
+
+    auto none = test::runProcess({ZQPOD_PATH, "devices"});
+    EXPECT_TRUE(none.exitedWith(0));
+    EXPECT_EQ(none.output, "No devices connected.\n");
+
+    ASSERT_TRUE(sandbox.mount(anna, "/media/zq/ANNA"));
+    ASSERT_TRUE(sandbox.mount(ben, "/media/zq/BEN"));
+    auto listed = test::runProcess({ZQPOD_PATH, "devices"});
+    EXPECT_TRUE(listed.exitedWith(0));
+    // The type of a serial too short to name a model is unknown, not an error.
+    EXPECT_EQ(listed.output, "NAME         SERIAL    TYPE  PATH\n"
+                             "Anna's iPod  ZQTA1YMV  11    /media/zq/ANNA\n"
+                             "Ben          B2        -     /media/zq/BEN\n");
+}
+
+TEST(DiscoveryTool, WatchPrintsArrivalsAndDeparturesUntilInterrupted)
+{
+    ZQ_MAKE_SANDBOX(sandbox);
+    const auto anna = sandbox.makeImage("anna", deviceVolume("Anna's iPod", "ZQTB1YMV"));
+    const auto ben = sandbox.makeImage("ben", deviceVolume("Ben's iPod", "ZQTB2YMV"));
+    ASSERT_TRUE(sandbox.mount(anna, "/media/zq/ANNA"));
+
+    RunningTool watch({"watch"});
+    EXPECT_EQ(watch.nextLine(), "present: Anna's iPod (serial ZQTB1YMV, type 11) at /media/zq/ANNA");
+    EXPECT_EQ(watch.nextLine(), "Watching for devices; press Ctrl-C to stop.");
+
+    ASSERT_TRUE(sandbox.mount(ben, "/media/zq/BEN"));
+    EXPECT_EQ(watch.nextLine(), "arrived: Ben's iPod (serial ZQTB2YMV, type 11) at /media/zq/BEN");
+    sandbox.unmount("/media/zq/ANNA", true);
+    EXPECT_EQ(watch.nextLine(), "departed: Anna's iPod (serial ZQTB1YMV, type 11) at /media/zq/ANNA");
+
+    const int status = watch.interrupt();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "wait status " << status;
+}
+
+} // namespace
+} // namespace zq

@@ -1,0 +1,153 @@
+// Calendar dates: the 2001 reference date, ISO 8601 text, and the library database's
+// 1904-based local dates, which depend on the zone in force and on its daylight-saving rules.
+
+#include "ZQCore/foundation/Date.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <optional>
+#include <string>
+
+namespace {
+
+using zq::Date;
+
+// Seconds from 1904-01-01 00:00:00 to the Unix epoch, and from 1904 to the 2001 reference date.
+constexpr std::int64_t k1904ToUnix = 2082844800;
+constexpr double k1904ToReference = -3061152000.0;
+
+// The value the database stores for a wall-clock time: plain seconds since 1904-01-01 00:00:00
+// of the same clock.
+std::uint32_t stored(int year, int month, int day, int hour, int minute, int second)
+{
+    std::tm parts{};
+    parts.tm_year = year - 1900;
+    parts.tm_mon = month - 1;
+    parts.tm_mday = day;
+    parts.tm_hour = hour;
+    parts.tm_min = minute;
+    parts.tm_sec = second;
+    return static_cast<std::uint32_t>(static_cast<std::int64_t>(::timegm(&parts)) + k1904ToUnix);
+}
+
+// Pins TZ for one test and puts the caller's zone back afterwards.
+class FoundationDate1904 : public ::testing::Test {
+protected:
+    void SetUp() override { saved_ = std::getenv("TZ") ? std::optional<std::string>(std::getenv("TZ")) : std::nullopt; }
+    void TearDown() override
+    {
+        saved_ ? ::setenv("TZ", saved_->c_str(), 1) : ::unsetenv("TZ");
+        ::tzset();
+    }
+    static void useZone(const char* tz)
+    {
+        ::setenv("TZ", tz, 1);
+        ::tzset();
+    }
+
+private:
+    std::optional<std::string> saved_;
+};
+
+// Central European time by POSIX rule (no zone database needed): UTC+1, UTC+2 from the last
+// Sunday of March 02:00 to the last Sunday of October 03:00.
+constexpr const char* kCentralEurope = "CET-1CEST,M3.5.0,M10.5.0/3";
+constexpr const char* kUSEastern = "EST5EDT,M3.2.0,M11.1.0";
+
+TEST(FoundationDate, ReferenceDateUnixTimeAndISO8601)
+{
+    EXPECT_EQ(Date::referenceDate().iso8601(), "2001-01-01T00:00:00Z");
+    EXPECT_EQ(Date::fromUnixTime(0).iso8601(), "1970-01-01T00:00:00Z");
+    EXPECT_EQ(Date::fromUnixTime(0).timeIntervalSinceReferenceDate(), -978307200.0);
+    EXPECT_EQ(Date(86400.0 * 366 + 3723).iso8601(), "2002-01-02T01:02:03Z");
+    // Whole seconds are rounded down, also before the reference date.
+    EXPECT_EQ(Date(59.9).iso8601(), "2001-01-01T00:00:59Z");
+    EXPECT_EQ(Date(-0.5).iso8601(), "2000-12-31T23:59:59Z");
+    EXPECT_EQ(Date(k1904ToReference).iso8601(), "1904-01-01T00:00:00Z");
+    EXPECT_LT(Date(-1), Date(0));
+    EXPECT_EQ(Date(12.5).unixTime(), 978307212.5);
+}
+
+TEST_F(FoundationDate1904, InUTCStoredValuesCountFromMidnight1904)
+{
+    useZone("UTC0");
+    EXPECT_EQ(Date::from1904LocalSeconds(0).timeIntervalSinceReferenceDate(), k1904ToReference);
+    EXPECT_EQ(Date::from1904LocalSeconds(3600).iso8601(), "1904-01-01T01:00:00Z");
+    EXPECT_EQ(Date::from1904LocalSeconds(stored(1971, 6, 1, 12, 34, 56)).iso8601(), "1971-06-01T12:34:56Z");
+}
+
+TEST_F(FoundationDate1904, SecondsPartOfLargeValuesIsTakenAsSigned)
+{
+    // hours = v / 3600, minutes = (v / 60) % 60, seconds = int32(v) % 60 truncated: from 2^31
+    // on the seconds part turns zero or negative, moving the date back by 16 or 76 seconds.
+    useZone("UTC0");
+    struct Case {
+        std::uint32_t value;
+        double shift;
+    };
+    for (Case c : {Case{0x7FFFFFFF, 0}, Case{0x80000000, 16}, Case{0x80000000 + 22, 76}, Case{0xFFFFFFFF, 16},
+                   Case{stored(1972, 1, 19, 3, 14, 7), 0}, Case{stored(1972, 1, 19, 3, 14, 8), 16}}) {
+        const double expected = k1904ToReference + static_cast<double>(c.value) - c.shift;
+        EXPECT_EQ(Date::from1904LocalSeconds(c.value).timeIntervalSinceReferenceDate(), expected) << c.value;
+        zq::LocalDateConverter converter;
+        EXPECT_EQ(converter.dateFrom1904Seconds(c.value).timeIntervalSinceReferenceDate(), expected) << c.value;
+    }
+    // Every date since 1972 is stored that large, so real track dates come out 16 or 76
+    // seconds early.
+    EXPECT_EQ(Date::from1904LocalSeconds(stored(2007, 7, 1, 12, 0, 0)).iso8601(), "2007-07-01T11:59:44Z");
+    EXPECT_EQ(Date::from1904LocalSeconds(stored(2007, 7, 1, 12, 34, 56)).iso8601(), "2007-07-01T12:33:40Z");
+}
+
+TEST_F(FoundationDate1904, LocalWallClockTakesTheOffsetInForceAtThatTime)
+{
+    struct Case {
+        const char* zone;
+        std::uint32_t value;
+        const char* utc;
+    };
+    // Dates from 2007 carry the 16-second shift of the signed-seconds rule.
+    const Case cases[] = {
+        {kCentralEurope, 0, "1903-12-31T23:00:00Z"},
+        {kCentralEurope, stored(2007, 1, 15, 12, 0, 0), "2007-01-15T10:59:44Z"},
+        {kCentralEurope, stored(2007, 7, 1, 12, 0, 0), "2007-07-01T09:59:44Z"},
+        // Spring forward at 02:00: the same day has both offsets.
+        {kCentralEurope, stored(2007, 3, 25, 1, 30, 0), "2007-03-25T00:29:44Z"},
+        {kCentralEurope, stored(2007, 3, 25, 3, 30, 0), "2007-03-25T01:29:44Z"},
+        // Fall back at 03:00.
+        {kCentralEurope, stored(2007, 10, 28, 1, 30, 0), "2007-10-27T23:29:44Z"},
+        {kCentralEurope, stored(2007, 10, 28, 4, 0, 0), "2007-10-28T02:59:44Z"},
+        {kCentralEurope, stored(2007, 10, 29, 4, 0, 0), "2007-10-29T02:59:44Z"},
+        {kCentralEurope, stored(1971, 7, 1, 12, 0, 0), "1971-07-01T10:00:00Z"},
+        {kUSEastern, 0, "1904-01-01T05:00:00Z"},
+        {kUSEastern, stored(2007, 7, 1, 12, 0, 0), "2007-07-01T15:59:44Z"},
+    };
+    // One converter for the whole walk, as the track list uses it: its per-day memory must not
+    // carry an offset across days or across the transition within a day.
+    for (const char* zone : {kCentralEurope, kUSEastern}) {
+        useZone(zone);
+        zq::LocalDateConverter converter;
+        for (const Case& c : cases) {
+            if (std::string(c.zone) != zone)
+                continue;
+            EXPECT_EQ(Date::from1904LocalSeconds(c.value).iso8601(), c.utc) << zone << " " << c.value;
+            EXPECT_EQ(converter.dateFrom1904Seconds(c.value).iso8601(), c.utc) << zone << " " << c.value;
+        }
+    }
+}
+
+TEST_F(FoundationDate1904, ChangingTZBetweenConversionsIsNoticed)
+{
+    const std::uint32_t summerNoon = stored(2010, 6, 15, 12, 0, 0);
+    useZone("UTC0");
+    const Date inUTC = Date::from1904LocalSeconds(summerNoon);
+    useZone(kCentralEurope);
+    const Date inBerlin = Date::from1904LocalSeconds(summerNoon);
+    EXPECT_EQ(inUTC.timeIntervalSinceReferenceDate() - inBerlin.timeIntervalSinceReferenceDate(), 7200.0);
+    useZone("UTC0");
+    EXPECT_EQ(Date::from1904LocalSeconds(summerNoon), inUTC);
+}
+
+} // namespace

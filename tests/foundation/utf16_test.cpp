@@ -1,0 +1,93 @@
+// UTF-16 text of the databases: every string iTunes or a device wrote must load, including
+// titles cut in the middle of a surrogate pair; only an odd byte count is no text at all.
+
+#include "ZQCore/foundation/UTF16.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using Units = std::vector<char16_t>;
+
+std::vector<std::uint8_t> bytesOf(const Units& units, bool littleEndian)
+{
+    std::vector<std::uint8_t> bytes;
+    for (char16_t unit : units) {
+        const auto low = static_cast<std::uint8_t>(unit & 0xFF), high = static_cast<std::uint8_t>(unit >> 8);
+        bytes.push_back(littleEndian ? low : high);
+        bytes.push_back(littleEndian ? high : low);
+    }
+    return bytes;
+}
+
+struct DecodeCase {
+    const char* what;
+    Units units;
+    std::string utf8;
+};
+
+class FoundationUTF16Decode : public ::testing::TestWithParam<DecodeCase> {};
+
+TEST_P(FoundationUTF16Decode, BothByteOrders)
+{
+    const DecodeCase& c = GetParam();
+    for (bool littleEndian : {true, false}) {
+        const auto bytes = bytesOf(c.units, littleEndian);
+        EXPECT_EQ(zq::decodeUTF16(bytes.data(), bytes.size(), littleEndian), c.utf8)
+            << c.what << (littleEndian ? " LE" : " BE");
+    }
+}
+
+const std::string kReplacement = "\xEF\xBF\xBD";
+
+INSTANTIATE_TEST_SUITE_P(
+    Foundation, FoundationUTF16Decode,
+    ::testing::Values(
+        DecodeCase{"empty", {}, ""},
+        DecodeCase{"ascii", {u'i', u'P', u'o', u'd', 0x7F}, "iPod\x7F"},
+        // The ASCII run ends at the first unit that is not ASCII, whichever byte makes it so.
+        DecodeCase{"latin after ascii", {u'C', u'a', u'f', 0x00E9}, "Caf\xC3\xA9"},
+        DecodeCase{"high byte after ascii", {u'a', 0x0161, u'b'}, "a\xC5\xA1" "b"},
+        DecodeCase{"three-byte units", {0x4E2D, 0x6587, 0xFFFF}, "\xE4\xB8\xAD\xE6\x96\x87\xEF\xBF\xBF"},
+        DecodeCase{"surrogate pair", {u'x', 0xD83D, 0xDE00}, "x\xF0\x9F\x98\x80"},
+        DecodeCase{"highest pair", {0xDBFF, 0xDFFF}, "\xF4\x8F\xBF\xBF"},
+        DecodeCase{"high surrogate at the end", {u'a', 0xD83D}, "a" + kReplacement},
+        DecodeCase{"high surrogate before a letter", {0xD83D, u'A'}, kReplacement + "A"},
+        DecodeCase{"lone low surrogate", {0xDE00, u'b'}, kReplacement + "b"},
+        DecodeCase{"reversed pair", {0xDE00, 0xD83D}, kReplacement + kReplacement},
+        DecodeCase{"nul and byte-order mark are kept", {0xFEFF, 0x0000, u'z'}, std::string("\xEF\xBB\xBF\0z", 5)}));
+
+TEST(FoundationUTF16, OddByteCountIsNoText)
+{
+    const std::uint8_t bytes[] = {'a', 0, 'b'};
+    EXPECT_EQ(zq::decodeUTF16(bytes, 3, true), std::nullopt);
+    EXPECT_EQ(zq::decodeUTF16(bytes, 1, false), std::nullopt);
+    std::string reused = "left over";
+    EXPECT_FALSE(zq::decodeUTF16Into(reused, bytes, 3, true));
+    EXPECT_EQ(reused, "");
+    EXPECT_TRUE(zq::decodeUTF16Into(reused, bytes, 2, true));
+    EXPECT_EQ(reused, "a");
+    EXPECT_EQ(zq::decodeUTF16(nullptr, 0, true), "");
+}
+
+TEST(FoundationUTF16, ByteOrderDecidesTheUnits)
+{
+    const std::uint8_t bytes[] = {0x00, 0x41};
+    EXPECT_EQ(zq::decodeUTF16(bytes, 2, false), "A");
+    EXPECT_EQ(zq::decodeUTF16(bytes, 2, true), "\xE4\x84\x80"); // U+4100
+}
+
+TEST(FoundationUTF16, LongTextOfWidestUnitsFitsItsBuffer)
+{
+    const Units units(5000, 0x4E2D);
+    const auto bytes = bytesOf(units, true);
+    const auto text = zq::decodeUTF16(bytes.data(), bytes.size(), true);
+    ASSERT_TRUE(text);
+    EXPECT_EQ(text->size(), 15000u);
+    EXPECT_EQ(text->substr(14997), "\xE4\xB8\xAD");
+}
+
+} // namespace

@@ -1,0 +1,135 @@
+// A device library walks its database through a window onto the file rather than from a copy in
+// memory. Whatever the window size, the walk must see exactly the bytes it would see in memory:
+// these tests parse the same databases both ways and compare the libraries, with windows small
+// enough that nearly every read moves the window (and steps back into bytes it has dropped).
+
+#include "tests/support/DeviceImage.h"
+
+#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/foundation/Exception.h"
+#include "ZQCore/model/Playlist.h"
+#include "ZQCore/model/iPodTrack.h"
+#include "ZQCore/reader/XRDataReader.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+using namespace zq::test;
+
+struct DetachedLibrary : zq::ZQCoreiPod {
+    DetachedLibrary() = default;
+};
+
+void writeFile(const std::string& path, const zq::Data& data)
+{
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(data.bytes()), static_cast<std::streamsize>(data.size()));
+}
+
+// Everything a walk decides, in one comparable text.
+std::string summary(const zq::ZQCoreiPod& library)
+{
+    std::ostringstream out;
+    for (const auto& track : library.allTracks()) {
+        out << track->trackID() << '|' << track->title().value_or("<none>") << '|'
+            << track->artist().value_or("<none>") << '|' << track->filePath().value_or("<none>") << '|'
+            << (track->dateAdded() ? track->dateAdded()->iso8601() : "<none>") << '\n';
+    }
+    for (const auto& playlist : library.allPlaylists()) {
+        out << playlist->description() << " [";
+        for (const auto& track : playlist->tracks())
+            out << track->trackID() << ' ';
+        out << "]\n";
+    }
+    return out.str();
+}
+
+std::string parsedInMemory(const zq::Data& data)
+{
+    auto library = std::make_shared<DetachedLibrary>();
+    library->parseiTunesDBWithData(data);
+    return summary(*library);
+}
+
+std::string parsedThroughWindow(const std::string& path, std::size_t window)
+{
+    auto library = std::make_shared<DetachedLibrary>();
+    auto reader = zq::XRDataReader::dataReaderWithFile(path, true, window);
+    EXPECT_NE(reader, nullptr);
+    library->parseiTunesDBWithReader(*reader);
+    return summary(*library);
+}
+
+TEST(ReaderFileWindow, WalkSeesTheSameLibraryAsInMemoryForEveryWindowSize)
+{
+    TempDir dir;
+    DatabaseSpec spec = makeLargeLibrary(300, 4, 11);
+    // A string far longer than the small windows, so one read must grow the window.
+    spec.tracks[5].comment = std::string(5000, 'x');
+    const zq::Data data = buildITunesDB(spec);
+    writeFile(dir.file("iTunesDB"), data);
+
+    const std::string expected = parsedInMemory(data);
+    ASSERT_GT(expected.size(), 300u * 20); // the walk found the tracks
+    for (std::size_t window : {std::size_t{1}, std::size_t{7}, std::size_t{64}, std::size_t{4096},
+                               zq::XRDataReader::kDefaultWindowSize})
+        EXPECT_EQ(parsedThroughWindow(dir.file("iTunesDB"), window), expected) << "window " << window;
+}
+
+TEST(ReaderFileWindow, RealDatabasesParseTheSameThroughASmallWindow)
+{
+    const std::filesystem::path samples(ZQ_SAMPLES_DIR);
+    for (const char* name : {"itunes-de-23", "itunes-it-1172", "ipod-2005-1855", "itunes45-1"}) {
+        const std::string path = (samples / name / "iTunesDB").string();
+        auto data = zq::Data::contentsOfFile(path);
+        ASSERT_TRUE(data) << path;
+        EXPECT_EQ(parsedThroughWindow(path, 13), parsedInMemory(*data)) << name;
+    }
+}
+
+TEST(ReaderFileWindow, FileReaderKeepsTheReaderRules)
+{
+    TempDir dir;
+    writeFile(dir.file("bytes"), zq::Data(std::string_view("0123456789")));
+
+    EXPECT_EQ(zq::XRDataReader::dataReaderWithFile(dir.file("missing"), true), nullptr);
+    EXPECT_EQ(zq::XRDataReader::dataReaderWithFile(dir.path(), true), nullptr); // a folder
+
+    auto reader = zq::XRDataReader::dataReaderWithFile(dir.file("bytes"), true, 3);
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(reader->length(), 10);
+    auto first = reader->readRawBytes(4);
+    EXPECT_EQ(std::string(first.begin(), first.end()), "0123");
+    reader->setPosition(2); // back into bytes the window has already passed
+    auto again = reader->readRawBytes(8);
+    EXPECT_EQ(std::string(again.begin(), again.end()), "23456789");
+    reader->setPosition(100); // clamps to the last byte, as over a buffer
+    EXPECT_EQ(reader->position(), 9u);
+    EXPECT_THROW(reader->readRawBytes(2), zq::Exception);
+    EXPECT_EQ(reader->position(), 9u);
+}
+
+TEST(ReaderFileWindow, FileThatShrinksUnderTheWalkFailsLikeATruncatedOne)
+{
+    TempDir dir;
+    const zq::Data data = buildITunesDB(makeLargeLibrary(200, 2, 5));
+    writeFile(dir.file("iTunesDB"), data);
+    auto reader = zq::XRDataReader::dataReaderWithFile(dir.file("iTunesDB"), true, 256);
+    ASSERT_NE(reader, nullptr);
+    std::filesystem::resize_file(dir.file("iTunesDB"), data.size() / 3);
+
+    auto library = std::make_shared<DetachedLibrary>();
+    try {
+        library->parseiTunesDBWithReader(*reader);
+        FAIL() << "the walk read past the file's new end";
+    } catch (const zq::Exception& e) {
+        EXPECT_EQ(e.name(), "XRDataReaderInvalidRead");
+    }
+}
+
+} // namespace

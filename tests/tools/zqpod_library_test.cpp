@@ -1,0 +1,294 @@
+// The command-line tool as a person and a program use it: `zqpod library PATH [--json]` run as
+// a separate process on device volumes written by the image builder.
+
+#include "tests/support/DeviceImage.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace zq {
+namespace {
+
+using Json = nlohmann::json;
+using test::DatabaseSpec;
+using test::PlaylistItem;
+using test::SmartPrefsSpec;
+using test::SmartRulesSpec;
+using test::TempDir;
+using test::TrackSpec;
+using test::VolumeSpec;
+
+struct Outcome {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+std::string quoted(const std::string& text)
+{
+    std::string result = "'";
+    for (char c : text)
+        result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return result + "'";
+}
+
+std::string contentsOf(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+/// Runs zqpod with `args` in UTC (so printed dates do not depend on the machine's zone).
+Outcome zqpod(const std::vector<std::string>& args)
+{
+    TempDir capture;
+    std::string command = "TZ=UTC " + quoted(ZQPOD_PATH);
+    for (const auto& arg : args)
+        command += " " + quoted(arg);
+    command += " >" + quoted(capture.file("out")) + " 2>" + quoted(capture.file("err")) + " </dev/null";
+    const int raw = std::system(command.c_str());
+    Outcome run;
+    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    run.out = contentsOf(capture.file("out"));
+    run.err = contentsOf(capture.file("err"));
+    return run;
+}
+
+std::vector<std::string> lines(const std::string& text)
+{
+    std::vector<std::string> result;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        result.push_back(line);
+    return result;
+}
+
+/// A small device with one of each kind of list: the master, a plain list, the podcast list
+/// with one show, and a smart list with two rules and a reversed limit.
+VolumeSpec deskDevice()
+{
+    DatabaseSpec db;
+    db.tracks = {
+        TrackSpec{.trackID = 101, .compilation = 1, .rating = 60, .fileSize = 10, .trackLength = 2000, .year = 2001,
+                  .dateAdded = 3155760016u,  // 2004-01-01 00:00:00 by the signed-seconds rule
+                  .dbid = 0xFFFFFFFFFFFFFFF0ULL, .albumID = 3, .artworkLink = 77, .title = "One", .location = ":iPod_Control:Music:F00:ONE.mp3",
+                  .artist = "Ärzte"},
+        TrackSpec{.trackID = 102, .title = "Two"},
+        TrackSpec{.trackID = 103, .mediaType = 4, .title = "Episode 1", .album = "The Show"},
+    };
+    db.playlists = {
+        {.name = "Desk iPod", .master = 1, .playlistID = 0xFEDCBA9876543210ULL, .items = {101, 102, 103}},
+        {.name = "Mix", .playlistID = 17, .items = {102, 101, 102}},
+        {.name = "Podcasts", .podcast = 1, .playlistID = 18, .items = {PlaylistItem::group("The Show"), 103}},
+        {.name = "Smart",
+         .playlistID = 19,
+         .items = {101},
+         .smartPrefs = SmartPrefsSpec{.liveUpdating = 1, .enableRules = 1, .enableLimits = 1, .limitType = 3,
+                                      .limitSort = 16, .limitValue = 25, .reverseLimitSort = 1},
+         .smartRules = SmartRulesSpec{.conjunction = 0,
+                                      .rules = {{.field = 4, .action = 0x01000002, .text = "Ä"},
+                                                {.field = 22, .action = 0x10, .fromValue = 5, .toValue = 5}}}},
+    };
+    return VolumeSpec{.database = db, .sysInfo = test::sysInfoText("ZQTOOL1Y5N")};
+}
+
+class ToolLibrary : public testing::Test {
+protected:
+    void SetUp() override { test::writeVolume(dir_.path(), deskDevice()); }
+    TempDir dir_;
+};
+
+TEST_F(ToolLibrary, TextShowsTheDeviceAndEveryListInTheFrameworksWords)
+{
+    const Outcome run = zqpod({"library", dir_.path()});
+    ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(lines(run.out), (std::vector<std::string>{
+                                  "Desk iPod",
+                                  "  Serial number: ZQTOOL1Y5N",
+                                  "  Model type:    11",
+                                  "  Mounted at:    " + dir_.path(),
+                                  "  Tracks:        3",
+                                  "  Playlists:     4",
+                                  "",
+                                  "Master playlist name: Desk iPod, ID: 18364758544493064720, 3 tracks.",
+                                  "Playlist name: Mix, ID: 17, 3 tracks.",
+                                  "Podcasts",
+                                  "    The Show: 1 episode",
+                                  "Smart Playlist name: Smart, ID: 19, 1 tracks.",
+                                  "Match all of these rules: (",
+                                  "    Artist contains Ä,",
+                                  "    Play count is greater than 5",
+                                  ")",
+                                  "Limit to 25 songs, sorted by least recently added.",
+                                  "Live updating.",
+                              }));
+}
+
+TEST_F(ToolLibrary, JSONCarriesTheFieldsUnderTheFrameworksNames)
+{
+    const Outcome run = zqpod({"library", dir_.path(), "--json"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const Json json = Json::parse(run.out);
+
+    EXPECT_EQ(json.at("name"), "Desk iPod");
+    EXPECT_EQ(json.at("serialNumber"), "ZQTOOL1Y5N");
+    EXPECT_EQ(json.at("type"), 11);
+
+    const Json& tracks = json.at("tracks");
+    ASSERT_EQ(tracks.size(), 3u);
+    const std::set<std::string> trackKeys = {
+        "trackID", "dbid", "title", "artist", "album", "albumArtist", "genre", "composer", "comment", "grouping",
+        "fileType", "EQSetting", "podcastCategory", "trackDescription", "filePath", "rating", "fileSize",
+        "trackLength", "trackNumber", "trackTotal", "discNumber", "discTotal", "year", "bitrate", "sampleRate",
+        "volume", "startTime", "endTime", "soundcheckValue", "playCount", "BPM", "mediaType", "lastModified",
+        "lastPlayedTime", "dateAdded", "dateReleased", "lastSkippedTime", "compilation", "albumID", "artworkLink"};
+    for (const auto& track : tracks)
+        for (const auto& key : trackKeys)
+            EXPECT_TRUE(track.contains(key)) << key;
+
+    const Json& one = tracks[0];
+    EXPECT_EQ(one.at("trackID"), 101);
+    EXPECT_EQ(one.at("dbid").get<std::uint64_t>(), 0xFFFFFFFFFFFFFFF0ULL);
+    EXPECT_EQ(one.at("title"), "One");
+    EXPECT_EQ(one.at("artist"), "Ärzte");
+    EXPECT_TRUE(one.at("album").is_null());  // never stored: null, not ""
+    EXPECT_EQ(one.at("filePath"), dir_.path() + "/iPod_Control/Music/F00/ONE.mp3");
+    EXPECT_EQ(one.at("rating"), 60);
+    EXPECT_EQ(one.at("fileSize"), 10);
+    EXPECT_EQ(one.at("trackLength"), 2000);
+    EXPECT_EQ(one.at("year"), 2001);
+    EXPECT_EQ(one.at("compilation"), true);
+    EXPECT_EQ(one.at("albumID"), 3);
+    EXPECT_EQ(one.at("artworkLink"), 77);
+    EXPECT_EQ(one.at("dateAdded"), "2004-01-01T00:00:00Z");
+    EXPECT_EQ(one.at("lastModified"), "1904-01-01T00:00:00Z");
+    EXPECT_TRUE(tracks[1].at("filePath").is_null());
+    EXPECT_EQ(tracks[2].at("mediaType"), 4);
+
+    const Json& playlists = json.at("playlists");
+    ASSERT_EQ(playlists.size(), 4u);
+    std::vector<std::string> kinds;
+    for (const auto& playlist : playlists) {
+        kinds.push_back(playlist.at("kind"));
+        for (const char* key : {"name", "playlistID", "parentID", "isMaster", "isPodcasts", "trackIDs"})
+            EXPECT_TRUE(playlist.contains(key)) << key;
+    }
+    EXPECT_EQ(kinds, (std::vector<std::string>{"playlist", "playlist", "podcasts", "smart"}));
+
+    const Json& master = playlists[0];
+    EXPECT_EQ(master.at("playlistID").get<std::uint64_t>(), 0xFEDCBA9876543210ULL);
+    EXPECT_EQ(master.at("isMaster"), true);
+    EXPECT_EQ(master.at("parentID"), 0);
+    EXPECT_EQ(playlists[1].at("trackIDs"), Json::array({102, 101, 102}));
+
+    const Json& podcasts = playlists[2];
+    EXPECT_EQ(podcasts.at("isPodcasts"), true);
+    EXPECT_EQ(podcasts.at("trackIDs"), Json::array({103}));
+    ASSERT_EQ(podcasts.at("groups").size(), 1u);
+    EXPECT_EQ(podcasts.at("groups")[0].at("name"), "The Show");
+    EXPECT_EQ(podcasts.at("groups")[0].at("trackIDs"), Json::array({103}));
+
+    const Json& smart = playlists[3];
+    EXPECT_EQ(smart.at("limitType"), 3);
+    EXPECT_EQ(smart.at("limitSortType"), 16);
+    EXPECT_EQ(smart.at("limit"), 25);
+    EXPECT_EQ(smart.at("liveUpdating"), true);
+    EXPECT_EQ(smart.at("rulesEnabled"), true);
+    EXPECT_EQ(smart.at("limitsEnabled"), true);
+    EXPECT_EQ(smart.at("onlyMatchCheckedTracks"), false);
+    EXPECT_EQ(smart.at("limitSortReversed"), true);
+    EXPECT_EQ(smart.at("isOr"), false);
+    const Json& rules = smart.at("rules");
+    ASSERT_EQ(rules.size(), 2u);
+    EXPECT_EQ(rules[0].at("field"), 4);
+    EXPECT_EQ(rules[0].at("action"), 0x01000002);
+    EXPECT_EQ(rules[0].at("ruleValue"), "Ä");
+    EXPECT_EQ(rules[0].at("description"), "Artist contains Ä");
+    EXPECT_EQ(rules[1].at("field"), 22);
+    EXPECT_EQ(rules[1].at("fromValue"), 5);
+    EXPECT_EQ(rules[1].at("toValue"), 5);
+    EXPECT_EQ(rules[1].at("description"), "Play count is greater than 5");
+}
+
+TEST(ToolLibrarySample, SampleDeviceJSONMatchesItsDescription)
+{
+    TempDir dir;
+    const VolumeSpec sample = test::makeSampleDevice();
+    test::writeVolume(dir.path(), sample);
+    const Outcome run = zqpod({"library", "--json", dir.path()});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const Json json = Json::parse(run.out);
+    EXPECT_EQ(json.at("name"), "Sample iPod");
+    EXPECT_EQ(json.at("tracks").size(), sample.database->tracks.size());
+    EXPECT_EQ(json.at("playlists").size(), sample.database->playlists.size());
+    for (std::size_t i = 0; i < sample.database->tracks.size(); ++i) {
+        EXPECT_EQ(json["tracks"][i].at("trackID"), sample.database->tracks[i].trackID);
+        EXPECT_EQ(json["tracks"][i].at("title"), *sample.database->tracks[i].title);
+    }
+}
+
+TEST(ToolLibraryErrors, MissingPathEndsWithStatusOneAndTheReason)
+{
+    TempDir dir;
+    const Outcome run = zqpod({"library", dir.file("no-such-volume")});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out, "");
+    EXPECT_NE(run.err.find("path doesn't exist"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("ZQCoreiPodNotFoundException"), std::string::npos) << run.err;
+}
+
+TEST(ToolLibraryErrors, CorruptDatabaseEndsWithStatusOneNotACrash)
+{
+    TempDir dir;
+    const zq::Data whole = test::buildITunesDB(deskDevice().database.value());
+    test::writeVolume(dir.path(), VolumeSpec{.rawITunesDB = whole.subdata(0, whole.size() / 2)});
+    const Outcome run = zqpod({"library", dir.path(), "--json"});
+    EXPECT_EQ(run.status, 1) << run.err;
+    EXPECT_NE(run.err.find("XRDataReaderInvalidRead"), std::string::npos) << run.err;
+}
+
+TEST(ToolLibraryErrors, UsageMistakesEndWithStatusTwo)
+{
+    for (const auto& args : std::vector<std::vector<std::string>>{
+             {}, {"frobnicate"}, {"library"}, {"library", "/a", "/b"}}) {
+        const Outcome run = zqpod(args);
+        EXPECT_EQ(run.status, 2) << testing::PrintToString(args);
+        EXPECT_EQ(run.out, "");
+        EXPECT_NE(run.err.find("usage: zqpod"), std::string::npos) << testing::PrintToString(args) << run.err;
+    }
+    const Outcome unknown = zqpod({"library", "/", "--yaml"});
+    EXPECT_EQ(unknown.status, 2);
+    EXPECT_EQ(unknown.err, "zqpod library: unknown option '--yaml'\n");
+}
+
+TEST(ToolLibraryHelp, HelpIsPrintedToStandardOutput)
+{
+    const Outcome general = zqpod({"--help"});
+    EXPECT_EQ(general.status, 0);
+    EXPECT_NE(general.out.find("usage: zqpod COMMAND"), std::string::npos) << general.out;
+    EXPECT_NE(general.out.find("  library   print the library of the device mounted at PATH"), std::string::npos)
+        << general.out;
+
+    for (const auto& args : std::vector<std::vector<std::string>>{{"library", "--help"}, {"help", "library"}}) {
+        const Outcome run = zqpod(args);
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.err, "");
+        EXPECT_TRUE(run.out.starts_with("usage: zqpod library PATH [--json]\n")) << run.out;
+        EXPECT_NE(run.out.find("--json"), std::string::npos);
+    }
+}
+
+} // namespace
+} // namespace zq

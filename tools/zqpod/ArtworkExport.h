@@ -1,0 +1,19 @@
+#pragma once
+
+#include <iosfwd>
+#include <string>
+
+namespace zq {
+class ZQCoreiPod;
+}
+
+namespace zqpod {
+
+/// Writes one PNG per album into `folder` (created when missing): the cover the album's tracks
+/// carry after the artwork walk, at its preferred (largest) size, or at the largest size that
+/// can be read when that one cannot. Albums are told apart by album artist (or artist) and
+/// album name, in the order of their first track; albums without artwork are listed but not
+/// written. Prints one line per album to `out`. Returns the number of files written.
+std::size_t exportAlbumArt(std::ostream& out, const zq::ZQCoreiPod& library, const std::string& folder);
+
+} // namespace zqpod
