@@ -51,7 +51,9 @@ fuzz: fuzz-deps
 	mkdir -p $(FUZZ_BUILD)/corpus
 	$(FUZZ_BUILD)/fuzz_seed_corpus $(FUZZ_BUILD)/corpus ../shared/samples
 	$(FUZZ_BUILD)/fuzz_itunesdb -max_total_time=$(FUZZ_SECONDS) -max_len=131072 -rss_limit_mb=2048 \
-		-print_final_stats=1 $(FUZZ_BUILD)/corpus
+		-print_final_stats=1 $(FUZZ_BUILD)/corpus/itunesdb
+	$(FUZZ_BUILD)/fuzz_artworkdb -max_total_time=$(FUZZ_SECONDS) -max_len=65536 -rss_limit_mb=2048 \
+		-print_final_stats=1 $(FUZZ_BUILD)/corpus/artworkdb
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

@@ -1,6 +1,8 @@
-// fuzz_seed_corpus OUTDIR [SAMPLES]: writes the starting inputs of the fuzz targets: databases
-// from the test image builder (every record kind, smart playlists, podcast groups), a rule blob,
-// and the real databases under SAMPLES (any file named iTunesDB).
+// fuzz_seed_corpus OUTDIR [SAMPLES]: writes the starting inputs of the fuzz targets, one folder
+// per target. OUTDIR/itunesdb: databases from the test image builder (every record kind, smart
+// playlists, podcast groups), a rule blob, and the real databases under SAMPLES (any file named
+// iTunesDB). OUTDIR/artworkdb: the sample device's artwork database, one with every kind of
+// oddity the walk must survive, and the real ones under SAMPLES (any file named ArtworkDB).
 
 #include "tests/support/DeviceImage.h"
 
@@ -21,6 +23,23 @@ void write(const fs::path& file, const zq::Data& data)
     std::printf("%s (%zu bytes)\n", file.c_str(), data.size());
 }
 
+// Image items linked by dbid and by image ID, odd-sized and padded stored sizes, a name that is
+// not a single path component, a child of an unknown type and an unknown data set.
+ArtworkDBSpec oddArtwork()
+{
+    ArtworkDBSpec spec;
+    const std::uint64_t firstTrack = 0x7A3E000000000000ULL + 0x1111ULL;
+    spec.images.push_back({.imageID = 0x64, .songID = firstTrack,
+                           .thumbnails = {ThumbnailSpec{.width = 41, .height = 41},
+                                          ThumbnailSpec{.formatID = 1029, .width = 198, .height = 190,
+                                                        .horizontalPadding = 2, .verticalPadding = 9}}});
+    spec.images.push_back({.imageID = 0x65,
+                           .thumbnails = {ThumbnailSpec{.width = 3, .height = 5, .fileName = ":..:F1028_1.ithmb"}},
+                           .extraChildren = {RawArtworkChild{.type = 6, .body = {1, 2, 3, 4}}}});
+    spec.dataSets = {ArtworkDataSet(1), ArtworkDataSet(9), ArtworkDataSet(3)};
+    return spec;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -30,10 +49,15 @@ int main(int argc, char** argv)
         return 2;
     }
     try {
-        const fs::path out(argv[1]);
+        const fs::path out = fs::path(argv[1]) / "itunesdb";
+        const fs::path artOut = fs::path(argv[1]) / "artworkdb";
         fs::create_directories(out);
+        fs::create_directories(artOut);
         using namespace zq::test;
-        write(out / "sample-device", buildITunesDB(*makeSampleDevice().database));
+        const VolumeSpec device = makeSampleDevice();
+        write(out / "sample-device", buildITunesDB(*device.database));
+        write(artOut / "sample-device", buildArtwork(*device.artwork).artworkDB);
+        write(artOut / "odd-records", buildArtwork(oddArtwork()).artworkDB);
         write(out / "generated-40", buildITunesDB(makeLargeLibrary(40, 3, 7)));
         write(out / "rule-blob", buildSmartRuleBlob(SmartRulesSpec{
                                      .conjunction = 1,
@@ -41,8 +65,10 @@ int main(int argc, char** argv)
                                                SmartRuleSpec{.field = 7, .action = 0x100, .fromValue = 1990, .toValue = 1999}}}));
         if (argc > 2 && fs::is_directory(argv[2])) {
             for (const auto& entry : fs::recursive_directory_iterator(argv[2])) {
-                if (entry.is_regular_file() && entry.path().filename() == "iTunesDB") {
-                    const auto target = out / ("sample-" + entry.path().parent_path().filename().string());
+                const auto name = entry.path().filename();
+                if (entry.is_regular_file() && (name == "iTunesDB" || name == "ArtworkDB")) {
+                    const auto target = (name == "iTunesDB" ? out : artOut) /
+                                        ("sample-" + entry.path().parent_path().filename().string());
                     fs::copy_file(entry.path(), target, fs::copy_options::overwrite_existing);
                     std::printf("%s\n", target.c_str());
                 }

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <ostream>
 
 namespace zq {
 namespace {
@@ -163,6 +164,8 @@ struct TypeCase {
     std::optional<std::string> sysInfoSerial;
     std::int32_t type;
 };
+
+void PrintTo(const TypeCase& c, std::ostream* out) { *out << c.what; }
 
 class DeviceModelType : public testing::TestWithParam<TypeCase> {};
 

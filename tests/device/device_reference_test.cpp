@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <ostream>
 
 namespace zq {
 namespace {
@@ -57,6 +58,8 @@ struct NameCase {
     const char* name;
 };
 
+void PrintTo(const NameCase& c, std::ostream* out) { *out << c.what; }
+
 class DeviceReferenceName : public testing::TestWithParam<NameCase> {};
 
 TEST_P(DeviceReferenceName, ComesFromTheMasterPlaylistOrFallsBack)
@@ -99,6 +102,8 @@ struct SerialCase {
     std::optional<std::string> sysInfoExtended;
     std::optional<std::string> serial;
 };
+
+void PrintTo(const SerialCase& c, std::ostream* out) { *out << c.what; }
 
 class DeviceReferenceSerial : public testing::TestWithParam<SerialCase> {};
 

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,12 @@ struct DecodeCase {
     Units units;
     std::string utf8;
 };
+
+// Test names show the case, not the bytes of the parameter object.
+void PrintTo(const DecodeCase& c, std::ostream* os)
+{
+    *os << c.what;
+}
 
 class FoundationUTF16Decode : public ::testing::TestWithParam<DecodeCase> {};
 
