@@ -23,6 +23,8 @@ void write(const fs::path& file, const zq::Data& data)
     std::printf("%s (%zu bytes)\n", file.c_str(), data.size());
 }
 
+using namespace zq::test;
+
 // Image items linked by dbid and by image ID, odd-sized and padded stored sizes, a name that is
 // not a single path component, a child of an unknown type and an unknown data set.
 ArtworkDBSpec oddArtwork()

@@ -19,7 +19,6 @@ namespace zq::test {
 
 namespace {
 
-constexpr std::uint32_t kFileHeaderLength = 0x84;
 constexpr std::uint32_t kDataSetHeaderLength = 0x60;
 constexpr std::uint32_t kListHeaderLength = 0x5C;
 constexpr std::uint32_t kObjectHeaderLength = 0x18;

@@ -26,7 +26,6 @@ constexpr std::uint32_t kPositionObjectLength = 0x2C;
 constexpr std::uint32_t kColumnsObjectLength = 0x288;
 constexpr std::uint32_t kPrefsObjectLength = 0x60;
 constexpr std::uint32_t kRuleBlobHeaderLength = 136;
-constexpr std::uint32_t kStringRuleFixedLength = 52;
 constexpr std::uint32_t kNumericRuleLength = 120;
 constexpr std::uint16_t kGroupHeaderFlag = 0x0100;
 
