@@ -56,7 +56,7 @@ public:
     /// The entry for a key of a dictionary value; null when this is no dictionary or the key is absent.
     const Value* find(const std::string& key) const;
 
-    /// Parses a property list in any standard format (XML, binary, OpenStep). No value when the
+    /// Parses an XML or binary property list (libplist 2.2 reads no OpenStep text). No value when the
     /// bytes are not a property list. Keys that stand as array elements (as some devices write
     /// them in their SysInfoExtended) are read as strings.
     static std::optional<Value> fromPropertyList(const zq::Data& bytes);
