@@ -18,6 +18,7 @@
 #include "tests/support/devicesim/Simulator.h"
 
 #include <csignal>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -86,6 +87,9 @@ std::string attach(zq::sim::Simulator& simulator, const std::vector<std::string>
         else
             return "unknown setting " + words[i];
     }
+    std::error_code ec;
+    if (!std::filesystem::is_directory(device->root, ec))
+        return "no folder " + device->root;
     return simulator.attach(device);
 }
 
