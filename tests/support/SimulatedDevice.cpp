@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -51,6 +52,9 @@ std::string quoted(const std::string& word)
 
 SimulatedUsbmuxd::SimulatedUsbmuxd(Listen listen)
 {
+    // The client library writes to sockets the simulator may just have closed (a detach, a
+    // restart), and this handle writes to the simulator's input: either must fail, not kill.
+    std::signal(SIGPIPE, SIG_IGN);
     std::string listenAddress = "127.0.0.1:0";
     if (listen == Listen::Unix) {
         // A socket path must stay short (108 bytes), so the folder is made under /tmp.

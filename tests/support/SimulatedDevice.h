@@ -28,7 +28,8 @@ public:
 
     /// Starts zq-device-sim (the one built beside the tests; ZQ_DEVICE_SIM in the environment
     /// overrides the path) and waits until it accepts clients. Throws std::runtime_error when
-    /// it cannot be started.
+    /// it cannot be started. Sets SIGPIPE to be ignored in this process: the client library
+    /// writes to connections that a detach has closed.
     explicit SimulatedUsbmuxd(Listen listen = Listen::Unix);
     /// Asks the simulator to quit and reaps it (killing it if it does not go in time).
     ~SimulatedUsbmuxd();
