@@ -287,6 +287,42 @@ TEST_F(SimulatorTest, HandshakeStartsAFCAndDeviceInfoDescribesTheDevice)
     EXPECT_GT(std::stoull(pairs[3]), 0u);
 }
 
+// The steps one by one, as a layer that reports each failure separately takes them.
+TEST_F(SimulatorTest, PairedDeviceValidatesAndStartsASessionStepByStep)
+{
+    idevice_t device = nullptr;
+    ASSERT_EQ(idevice_new(&device, spec_.udid.c_str()), IDEVICE_E_SUCCESS);
+    lockdownd_client_t lockdown = nullptr;
+    ASSERT_EQ(lockdownd_client_new(device, &lockdown, "zqcore-tests"), LOCKDOWN_E_SUCCESS);
+    EXPECT_EQ(lockdownd_validate_pair(lockdown, nullptr), LOCKDOWN_E_SUCCESS);
+    char* session = nullptr;
+    int ssl = 1;
+    char* record = nullptr;
+    std::uint32_t size = 0;
+    ASSERT_EQ(usbmuxd_read_pair_record(spec_.udid.c_str(), &record, &size), 0);
+    std::string text(record, size);
+    free(record);
+    auto begin = text.find("<key>HostID</key>");
+    ASSERT_NE(begin, std::string::npos);
+    begin = text.find("<string>", begin) + 8;
+    std::string hostID = text.substr(begin, text.find("</string>", begin) - begin);
+    EXPECT_EQ(lockdownd_start_session(lockdown, hostID.c_str(), &session, &ssl), LOCKDOWN_E_SUCCESS);
+    EXPECT_NE(session, nullptr);
+    EXPECT_EQ(ssl, 0);
+    free(session);
+    lockdownd_service_descriptor_t service = nullptr;
+    ASSERT_EQ(lockdownd_start_service(lockdown, "com.apple.afc", &service), LOCKDOWN_E_SUCCESS);
+    afc_client_t afc = nullptr;
+    EXPECT_EQ(afc_client_new(device, service, &afc), AFC_E_SUCCESS);
+    afc_client_free(afc);
+    lockdownd_service_descriptor_free(service);
+    service = nullptr;  // the client fills a descriptor it is given instead of making one
+    EXPECT_NE(lockdownd_start_service(lockdown, "com.apple.mobile.notification_proxy", &service), LOCKDOWN_E_SUCCESS);
+    lockdownd_service_descriptor_free(service);
+    lockdownd_client_free(lockdown);
+    idevice_free(device);
+}
+
 TEST_F(SimulatorTest, UnpairedDeviceRefusesPairingAndSessions)
 {
     SimulatedDeviceSpec stranger = spec_;
@@ -311,6 +347,7 @@ TEST_F(SimulatorTest, UnpairedDeviceRefusesPairingAndSessions)
     ASSERT_EQ(idevice_new(&device, stranger.udid.c_str()), IDEVICE_E_SUCCESS);
     lockdownd_client_t lockdown = nullptr;
     ASSERT_EQ(lockdownd_client_new(device, &lockdown, "zqcore-tests"), LOCKDOWN_E_SUCCESS);
+    EXPECT_NE(lockdownd_validate_pair(lockdown, nullptr), LOCKDOWN_E_SUCCESS);
     EXPECT_EQ(lockdownd_start_session(lockdown, "5D3E5C8A-0000-4000-8000-000000000001", nullptr, nullptr),
               LOCKDOWN_E_INVALID_HOST_ID);
     lockdownd_service_descriptor_t service = nullptr;

@@ -134,6 +134,13 @@ void SimulatedUsbmuxd::shutdown()
         }
         pid_ = -1;
     }
+    if (exported_) {
+        if (previousAddress_)
+            ::setenv("USBMUXD_SOCKET_ADDRESS", previousAddress_->c_str(), 1);
+        else
+            ::unsetenv("USBMUXD_SOCKET_ADDRESS");
+        exported_ = false;
+    }
     if (!folder_.empty()) {
         std::error_code ec;
         std::filesystem::remove_all(folder_, ec);
@@ -143,6 +150,11 @@ void SimulatedUsbmuxd::shutdown()
 
 void SimulatedUsbmuxd::exportAddress() const
 {
+    if (!exported_) {
+        if (const char* previous = std::getenv("USBMUXD_SOCKET_ADDRESS"))
+            previousAddress_ = previous;
+        exported_ = true;
+    }
     ::setenv("USBMUXD_SOCKET_ADDRESS", address_.c_str(), 1);
 }
 

@@ -5,6 +5,7 @@
 // attach, detach and restart on command; the client library then meets the simulated devices
 // exactly as it would meet real ones behind the system's usbmuxd.
 
+#include <optional>
 #include <string>
 #include <sys/types.h>
 
@@ -39,6 +40,7 @@ public:
     /// The value for USBMUXD_SOCKET_ADDRESS: "UNIX:/path" or "127.0.0.1:port".
     const std::string& socketAddress() const { return address_; }
     /// Sets USBMUXD_SOCKET_ADDRESS for this process; the client reads it at every connect.
+    /// The destructor puts back the value it had before.
     void exportAddress() const;
 
     /// The commands; each throws std::runtime_error with the simulator's answer on failure.
@@ -58,6 +60,8 @@ private:
     std::string pending_;  // bytes read past the last answer line
     std::string folder_;   // private folder for the UNIX socket
     std::string address_;
+    mutable bool exported_ = false;
+    mutable std::optional<std::string> previousAddress_;
 };
 
 } // namespace zq::test
