@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -124,14 +125,21 @@ void SimulatedUsbmuxd::shutdown()
     if (pid_ > 0) {
         int status = 0;
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        bool killed = false;
         while (::waitpid(pid_, &status, WNOHANG) == 0) {
             if (std::chrono::steady_clock::now() > deadline) {
                 ::kill(pid_, SIGKILL);
                 ::waitpid(pid_, &status, 0);
+                killed = true;
                 break;
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
+        // A crash or a sanitizer report in the simulator would otherwise go unnoticed.
+        if (killed || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
+            std::fprintf(stderr, "zq-device-sim ended abnormally (%s %d)\n",
+                         killed ? "killed after" : WIFEXITED(status) ? "exit status" : "signal",
+                         killed ? 5 : WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status));
         pid_ = -1;
     }
     if (exported_) {
