@@ -758,5 +758,54 @@ INSTANTIATE_TEST_SUITE_P(
                    true}),
     [](const auto& test) { return std::string(test.param.name); });
 
+struct RawLockdownCase {
+    const char* name;
+    std::string body;
+    std::optional<std::uint32_t> length;  // the frame's length prefix; default: the body's
+    bool answered;                         // with an "Error"; else dropped
+};
+void PrintTo(const RawLockdownCase& c, std::ostream* os) { *os << c.name; }
+
+class RawLockdownTest : public SimulatorTest, public ::testing::WithParamInterface<RawLockdownCase> {};
+
+TEST_P(RawLockdownTest, AnswersWithAnErrorOrDrops)
+{
+    idevice_t device = nullptr;
+    ASSERT_EQ(idevice_new(&device, spec_.udid.c_str()), IDEVICE_E_SUCCESS);
+    idevice_connection_t connection = nullptr;
+    ASSERT_EQ(idevice_connect(device, 62078, &connection), IDEVICE_E_SUCCESS);
+    std::uint32_t length = GetParam().length.value_or(std::uint32_t(GetParam().body.size()));
+    std::string frame = {char(length >> 24), char(length >> 16), char(length >> 8), char(length)};
+    frame += GetParam().body;
+    std::uint32_t sent = 0;
+    ASSERT_EQ(idevice_connection_send(connection, frame.data(), std::uint32_t(frame.size()), &sent), IDEVICE_E_SUCCESS);
+    std::vector<char> reply(4096);
+    std::uint32_t received = 0;
+    idevice_error_t result =
+        idevice_connection_receive_timeout(connection, reply.data(), std::uint32_t(reply.size()), &received, 2000);
+    if (GetParam().answered) {
+        EXPECT_NE(std::string(reply.data(), received).find("<key>Error</key>"), std::string::npos);
+    } else {
+        EXPECT_EQ(received, 0u);
+        EXPECT_NE(result, IDEVICE_E_TIMEOUT);
+    }
+    idevice_disconnect(connection);
+    idevice_free(device);
+
+    OpenDevice open(spec_.udid);
+    EXPECT_NE(open.afc, nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Frames, RawLockdownTest,
+    ::testing::Values(RawLockdownCase{"EmptyFrame", "", 0, false},
+                      RawLockdownCase{"FrameOfFourGigabytes", "<?xml", 0xFFFFFFFFu, false},
+                      RawLockdownCase{"NotAPlist", "hello", std::nullopt, true},
+                      RawLockdownCase{"UnknownRequest",
+                                      "<plist version=\"1.0\"><dict><key>Request</key>"
+                                      "<string>Frobnicate</string></dict></plist>",
+                                      std::nullopt, true}),
+    [](const auto& test) { return std::string(test.param.name); });
+
 } // namespace
 } // namespace zq::test
