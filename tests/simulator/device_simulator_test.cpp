@@ -323,6 +323,27 @@ TEST_F(SimulatorTest, PairedDeviceValidatesAndStartsASessionStepByStep)
     idevice_free(device);
 }
 
+// Pairing anew builds certificates around the device's public key and saves the new record
+// with usbmuxd, where the next connection finds it.
+TEST_F(SimulatorTest, PairingAgainSavesANewRecord)
+{
+    idevice_t device = nullptr;
+    ASSERT_EQ(idevice_new(&device, spec_.udid.c_str()), IDEVICE_E_SUCCESS);
+    lockdownd_client_t lockdown = nullptr;
+    ASSERT_EQ(lockdownd_client_new(device, &lockdown, "zqcore-tests"), LOCKDOWN_E_SUCCESS);
+    ASSERT_EQ(lockdownd_pair(lockdown, nullptr), LOCKDOWN_E_SUCCESS);
+    lockdownd_client_free(lockdown);
+    idevice_free(device);
+
+    char* record = nullptr;
+    std::uint32_t size = 0;
+    ASSERT_EQ(usbmuxd_read_pair_record(spec_.udid.c_str(), &record, &size), 0);
+    EXPECT_NE(std::string(record, size).find("HostCertificate"), std::string::npos);
+    free(record);
+    OpenDevice open(spec_.udid);
+    EXPECT_NE(open.afc, nullptr);
+}
+
 TEST_F(SimulatorTest, UnpairedDeviceRefusesPairingAndSessions)
 {
     SimulatedDeviceSpec stranger = spec_;
