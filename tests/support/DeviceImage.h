@@ -350,7 +350,8 @@ std::uint16_t thumbnailWord(zq::Image::Pixel pixel, ThumbnailLayout layout);
 ///   ":iPod_Control:Music:F00:ABCD.mp3" becomes base_location "iPod_Control/Music/F00" and
 ///   location "ABCD.mp3"; the genre goes to genre_map; sample rate, bit rate and sound check to
 ///   avformat_info; a season number to video_info; albumID to album_pid and one album row per
-///   non-zero albumID (artwork_item_pid and season_number from the album's first track);
+///   non-zero albumID (season_number from the album's first track, artwork_item_pid from its
+///   first track with an artwork link);
 ///   play count, skip count, rating and played/skipped dates to item_stats; checked 1 is
 ///   is_user_disabled 0; times are reals in milliseconds;
 /// - track dates, stored in the spec as 1904-based local seconds, become seconds after

@@ -261,7 +261,27 @@ void writeLibrary(const fs::path& path, const DatabaseSpec& db, const SQLiteSpec
         Writer::Insert album(w,
             "INSERT INTO album (pid, kind, artwork_status, artwork_item_pid, name, all_compilations, season_number) "
             "VALUES (?, 2, ?, ?, ?, ?, ?)");
-        std::map<std::uint64_t, bool> albums;
+        // One album row per album: the first of its tracks names it, the first with a link
+        // gives its artwork (the database keeps artwork per album).
+        std::map<std::uint64_t, const TrackSpec*> albumTrack, albumArt;
+        for (const auto& t : db.tracks) {
+            if (!t.albumID)
+                continue;
+            albumTrack.emplace(t.albumID, &t);
+            if (t.artworkLink)
+                albumArt.emplace(t.albumID, &t);
+        }
+        for (const auto& [id, first] : albumTrack) {
+            auto art = albumArt.find(id);
+            const std::uint32_t link = art != albumArt.end() ? art->second->artworkLink : 0;
+            album.integer(1, static_cast<std::int64_t>(id))
+                .integer(2, link ? 1 : 0)
+                .integer(3, link)
+                .text(4, first->album)
+                .integer(5, first->compilation == 1)
+                .integer(6, first->seasonNumber)
+                .run();
+        }
         std::int64_t order = 0;
         for (const auto& t : db.tracks) {
             const std::uint64_t pid = pidOf(t);
@@ -308,16 +328,6 @@ void writeLibrary(const fs::path& path, const DatabaseSpec& db, const SQLiteSpec
                 .integer(4, t.trackLength)
                 .integer(5, t.soundcheckValue)
                 .run();
-            if (t.albumID && !albums[t.albumID]) {
-                albums[t.albumID] = true;
-                album.integer(1, t.albumID)
-                    .integer(2, t.artworkLink ? 1 : 0)
-                    .integer(3, t.artworkLink)
-                    .text(4, t.album)
-                    .integer(5, t.compilation == 1)
-                    .integer(6, t.seasonNumber)
-                    .run();
-            }
         }
     }
     {
