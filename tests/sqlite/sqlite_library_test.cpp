@@ -197,6 +197,35 @@ TEST_F(SQLiteLoad, FoldersNestInOnePassAndOnlyTopLevelPlaylistsStay)
     EXPECT_EQ(library->allPlaylists()[2]->parentID(), 40u);
 }
 
+TEST_F(SQLiteLoad, FoldersThatWouldHoldThemselvesStayAtTheTopLevel)
+{
+    DatabaseSpec db;
+    db.tracks = {TrackSpec{.trackID = 1}};
+    db.playlists = {
+        PlaylistSpec{.name = "Self", .creationTimestamp = 5000, .playlistID = 10, .parentID = 10, .folder = true},
+        PlaylistSpec{.name = "Ring A", .creationTimestamp = 5000, .playlistID = 20, .parentID = 30, .folder = true},
+        PlaylistSpec{.name = "Ring B", .creationTimestamp = 5000, .playlistID = 30, .parentID = 20, .folder = true},
+        PlaylistSpec{.name = "In ring", .creationTimestamp = 5000, .playlistID = 40, .items = {1}, .parentID = 20},
+    };
+    // A chain of folders deeper than any library has: the deepest ones stay at the top.
+    for (std::uint64_t level = 0; level < 100; ++level)
+        db.playlists.push_back(PlaylistSpec{.name = "Level", .creationTimestamp = 5000, .playlistID = 1000 + level,
+                                            .parentID = level ? 999 + level : 0, .folder = true});
+    auto library = load(db);
+
+    std::set<std::string> top;
+    for (const auto& playlist : library->allPlaylists()) {
+        top.insert(playlist->name().value_or("?"));
+        EXPECT_LE(playlist->tracks().size(), 1u);  // finishes: no folder reaches itself
+        EXPECT_FALSE(playlist->description().empty());
+    }
+    EXPECT_TRUE(top.contains("Self"));
+    EXPECT_TRUE(top.contains("Ring A"));
+    EXPECT_TRUE(top.contains("Ring B"));
+    EXPECT_TRUE(top.contains("In ring"));  // its ancestry never ends either
+    EXPECT_LT(library->allPlaylists().size(), 100u);
+}
+
 TEST_F(SQLiteLoad, MembershipFollowsTheRowsWithDuplicatesAndSkipsUnknownItems)
 {
     DatabaseSpec db;
