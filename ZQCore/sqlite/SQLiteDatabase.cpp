@@ -64,7 +64,9 @@ std::string immutableDatabaseURI(const std::string& path)
     // Everything but the unreserved characters and the separators is escaped, so that a mount
     // point or file name holding '?', '#' or '%' still names the file.
     static const char hex[] = "0123456789ABCDEF";
-    std::string uri = "file:";
+    // An absolute path gets the empty authority ("file:///..."), so that one starting with
+    // "//" is not taken for a host name.
+    std::string uri = !path.empty() && path.front() == '/' ? "file://" : "file:";
     for (unsigned char c : path) {
         if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '/' || c == '-' ||
             c == '.' || c == '_' || c == '~') {

@@ -125,7 +125,7 @@ const char* classOf(const std::shared_ptr<Playlist>& playlist)
 
 class ContainerRowClass : public SQLiteLoad, public testing::WithParamInterface<ContainerCase> {};
 
-TEST_P(ContainerRowClass, TestsRunInTheirFixedOrder)
+TEST_P(ContainerRowClass, TakesTheFirstClassItsRowQualifiesFor)
 {
     const ContainerCase& c = GetParam();
     SQLiteSpec sqlite;
@@ -544,6 +544,20 @@ TEST_F(SQLiteLoad, MissingFileLoadsNothingAndStillAnswersYes)
     EXPECT_EQ(library->allTracks().size(), 1u);  // the track it had, not the database's
     EXPECT_EQ(library->allTracks()[0]->trackID(), 0u);
     EXPECT_FALSE(fs::exists(folder.extras()));    // and nothing was created in its place
+}
+
+TEST_F(SQLiteLoad, PathsWithURICharactersStillNameTheirFiles)
+{
+    DatabaseSpec db;
+    db.tracks = {TrackSpec{.trackID = 1, .title = "Found"}};
+    // The folder of an AFC copy or a mount point may hold anything a URI would read as syntax.
+    const Folder folder = write(db, {}, "iTunes Library.itlp ?mode=rwc#x%41%2");
+    auto track = onlyTrack(*load(folder));
+    ASSERT_TRUE(track);
+    EXPECT_EQ(track->title(), "Found");
+    // Nothing was created under a name cut off at the '?' or '#'.
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir_.path()), fs::directory_iterator()), 1);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path), fs::directory_iterator()), 4);
 }
 
 TEST_F(SQLiteLoad, SubQueriesStayWithTheFilesOfTheFirstLoadOfTheProcess)
