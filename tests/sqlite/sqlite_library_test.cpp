@@ -17,6 +17,7 @@
 #include <sqlite3.h>
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <ostream>
 #include <set>
@@ -641,6 +642,51 @@ TEST_F(SQLiteDevice, FailedSQLiteLoadIsLoggedAndFallsBackToITunesDB)
     ASSERT_EQ(logged.size(), 1u);
     EXPECT_NE(logged[0].find("no such table: genre_map"), std::string::npos) << logged[0];
 }
+
+/// A database file that is damaged on the device: garbage, or cut short.
+struct DamageCase {
+    const char* label;
+    const char* file;
+    std::function<std::string(const std::string&)> damage;  ///< new contents from the old
+};
+
+void PrintTo(const DamageCase& c, std::ostream* out) { *out << c.label; }
+
+class DamagedDatabase : public SQLiteDevice, public testing::WithParamInterface<DamageCase> {};
+
+TEST_P(DamagedDatabase, LoadsWhatItCanOrFallsBackWithoutCrashing)
+{
+    VolumeSpec volume = dualDevice();
+    for (std::uint32_t id = 3; id < 400; ++id)  // enough rows to span many pages
+        volume.database->tracks.push_back(TrackSpec{.trackID = id, .title = std::string(200, 'x')});
+    test::writeVolume(dir_.file("volume"), volume);
+    const std::string path = test::sqliteLibraryFolder(dir_.file("volume")) + "/" + GetParam().file;
+    auto contents = Data::contentsOfFile(path);
+    ASSERT_TRUE(contents);
+    const std::string damaged = GetParam().damage(std::string(contents->stringView()));
+    volume.files[fs::relative(path, dir_.file("volume"))] = Data(damaged);
+    auto library = open(volume);
+    // Either the SQLite databases gave what they could, or the binary database took over.
+    EXPECT_LE(library->allTracks().size(), volume.database->tracks.size());
+    for (const auto& track : library->allTracks())
+        EXPECT_FALSE(track->description().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    SQLite, DamagedDatabase,
+    testing::Values(
+        DamageCase{"LibraryIsNoDatabase", "Library.itdb", [](const std::string&) { return std::string(4096, '\x5A'); }},
+        DamageCase{"LibraryCutInHalf", "Library.itdb", [](const std::string& s) { return s.substr(0, s.size() / 2); }},
+        DamageCase{"LibraryHeaderOnly", "Library.itdb", [](const std::string& s) { return s.substr(0, 100); }},
+        DamageCase{"LibraryPagesScrambled", "Library.itdb",
+                   [](std::string s) {
+                       for (std::size_t i = 4096; i < s.size(); i += 97)
+                           s[i] = static_cast<char>(s[i] ^ 0x5A);
+                       return s;
+                   }},
+        DamageCase{"LocationsCutInHalf", "Locations.itdb", [](const std::string& s) { return s.substr(0, s.size() / 2); }},
+        DamageCase{"DynamicEmpty", "Dynamic.itdb", [](const std::string&) { return std::string(); }}),
+    caseName<DamageCase>);
 
 /// Every file of a folder with its size and contents.
 std::map<std::string, std::string> snapshot(const std::string& folder)
