@@ -84,8 +84,11 @@ void CopyProgress::note(const std::string& line, bool routine)
 
 void CopyProgress::end()
 {
-    if (live_)
-        clearLine();
+    // The finished bar stays on screen above the summary, as a record of the run.
+    if (live_ && drawn_) {
+        currentName_.clear();
+        out_ << "\r\033[K" << barLine(Clock::now()) << '\n';
+    }
     out_.flush();
 }
 
