@@ -18,7 +18,8 @@ std::string formatBytes(std::uint64_t bytes)
         ++unit;
     }
     char text[32];
-    std::snprintf(text, sizeof text, value < 10 ? "%.1f %s" : "%.0f %s", value, units[unit]);
+    // One decimal below ten, judged after rounding (9.96 reads "10 KB", not "10.0 KB").
+    std::snprintf(text, sizeof text, value < 9.95 ? "%.1f %s" : "%.0f %s", value, units[unit]);
     return text;
 }
 
@@ -100,7 +101,12 @@ std::string CopyProgress::barLine(Clock::time_point now) const
     std::string figures = " " + std::to_string(std::min(doneFiles_ + 1, totalFiles_)) + "/" +
                           std::to_string(totalFiles_) + " files  " + formatBytes(done) + " of " +
                           formatBytes(totalBytes_);
-    if (speed > 0) {
+    const bool finished = doneFiles_ >= totalFiles_;
+    if (finished && seconds > 0) {
+        // The closing bar: how long it took, and the speed it ran at.
+        figures += "  " + formatBytes(static_cast<std::uint64_t>(static_cast<double>(done) / seconds)) + "/s  took " +
+                   formatDuration(std::chrono::seconds(static_cast<long long>(seconds + 0.5)));
+    } else if (speed > 0) {
         figures += "  " + formatBytes(static_cast<std::uint64_t>(speed)) + "/s";
         const auto left = std::chrono::seconds(static_cast<long long>(static_cast<double>(totalBytes_ - done) / speed + 0.5));
         figures += "  " + formatDuration(left) + " left";
