@@ -413,6 +413,7 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
     std::vector<PlannedTrack> planned = plan(library, tracks, names, options);
 
     CopySummary summary;
+    std::size_t notCopied = 0;  // left for another run by an interruption
     std::size_t toCopy = 0;
     std::uint64_t bytesToCopy = 0;
     for (const auto& item : planned)
@@ -451,6 +452,7 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
         if (error)
             throw CopyRefused("Cannot create the destination " + root.string() + ": " + error.message());
 
+        std::size_t copyFailures = 0;  // of the files that were to be copied
         CopyProgress progress(out, options.live, options.columns);
         progress.begin(toCopy, bytesToCopy);
         for (auto& item : planned) {
@@ -481,6 +483,7 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
             if (!why.empty()) {
                 progress.note("failed   " + item.target + ": " + why, false);
                 ++summary.failed;
+                ++copyFailures;
                 continue;
             }
             progress.note((item.action == Action::Replace ? "replaced " : "copied   ") + item.target, true);
@@ -489,6 +492,7 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
             item.done = true;
         }
         progress.end();
+        notCopied = toCopy - summary.copied - copyFailures;
     }
 
     // Playlists and covers describe what is in the destination, so they follow a whole run.
@@ -583,8 +587,7 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
     else if (summary.interrupted)
         out << "Interrupted: copied " << plural(summary.copied, "file", "files") << " ("
             << formatBytes(summary.bytesCopied) << "), skipped " << summary.skipped << ", failed " << summary.failed
-            << "; " << (toCopy - summary.copied - std::min(toCopy - summary.copied, summary.failed))
-            << " not copied. No partial file was left; run the same command again to finish.\n";
+            << "; " << notCopied << " not copied. No partial file was left; run the same command again to finish.\n";
     else
         out << "Copied " << plural(summary.copied, "file", "files") << " (" << formatBytes(summary.bytesCopied)
             << ") to " << root.string() << ", skipped " << summary.skipped << ", failed " << summary.failed << extras
