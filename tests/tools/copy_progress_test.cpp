@@ -15,7 +15,8 @@ TEST(CopyProgress, SizesAndDurationsReadLikeAFileManagers)
 {
     const std::pair<std::uint64_t, const char*> sizes[] = {
         {0, "0 B"}, {999, "999 B"}, {1000, "1.0 KB"}, {362'000, "362 KB"}, {9'960, "10 KB"},
-        {2'000'000'000, "2.0 GB"}, {999'960, "1.0 MB"}};
+        {2'000'000'000, "2.0 GB"}, {999'960, "1.0 MB"}, {999'600, "1.0 MB"},
+        {999'400, "999 KB"}};
     for (const auto& [bytes, text] : sizes)
         EXPECT_EQ(zqpod::formatBytes(bytes), text) << bytes;
     EXPECT_EQ(zqpod::formatDuration(std::chrono::seconds(7)), "0:07");

@@ -13,7 +13,7 @@ std::string formatBytes(std::uint64_t bytes)
     const char* units[] = {"KB", "MB", "GB", "TB"};
     double value = static_cast<double>(bytes) / 1000.0;
     std::size_t unit = 0;
-    while (value >= 999.95 && unit + 1 < std::size(units)) {
+    while (value >= 999.5 && unit + 1 < std::size(units)) {  // "%.0f" would print 1000
         value /= 1000.0;
         ++unit;
     }
