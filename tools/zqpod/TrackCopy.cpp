@@ -252,7 +252,7 @@ public:
         // temporary name goes with this object).
         if (::link(tempPath_.c_str(), target.c_str()) == 0)
             return 0;
-        if (errno != EPERM && errno != EOPNOTSUPP)
+        if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS)
             return errno;
         // No hard links either (FAT): a test just before the rename is the best it allows.
         struct stat info {};
@@ -272,6 +272,19 @@ private:
 };
 
 std::string errorText(int error) { return std::strerror(error); }
+
+/// A failure to create a name: a file system that cannot hold some of its characters (FAT
+/// mounted without utf8 refuses what its character set lacks) says so only by the error.
+std::string nameFailure(const std::string& what, const fs::path& path, int error)
+{
+    std::string text = what + " " + path.string() + ": " + errorText(error);
+    const std::string name = path.string();
+    const bool nonASCII = std::any_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+    if (nonASCII && (error == EPERM || error == EINVAL || error == EILSEQ))
+        text += " (the destination's file system may not hold some characters of this name: mount it with "
+                "utf8, or choose a --template)";
+    return text;
+}
 
 bool writeAll(int fd, const zq::Data& bytes)
 {
@@ -294,10 +307,10 @@ std::string copyOne(const zq::ZQCoreiPod& library, const PlannedTrack& item, con
     std::error_code error;
     fs::create_directories(target.parent_path(), error);
     if (error)
-        return "cannot create the folder " + target.parent_path().string() + ": " + error.message();
+        return nameFailure("cannot create the folder", target.parent_path(), error.value());
     PendingFile file(target.parent_path(), target.filename().string());
     if (file.fd() < 0)
-        return "cannot write in " + target.parent_path().string() + ": " + errorText(file.error());
+        return nameFailure("cannot write", target, file.error());
     const zq::FileCopyResult result = item.track->copyTrackFileTo(file.fd(), [&](std::uint64_t bytes) {
         progress.advance(bytes);
         return !interruptRequested();
@@ -314,7 +327,7 @@ std::string copyOne(const zq::ZQCoreiPod& library, const PlannedTrack& item, con
                " but " + std::to_string(result.bytesCopied) + " were copied";
     if (const int placed = file.putInPlace(target, item.action == Action::Replace); placed != 0)
         return placed == EEXIST ? "a file appeared at that name during the copy; it was left alone"
-                                : "cannot name the copy: " + errorText(placed);
+                                : nameFailure("cannot name the copy", target, placed);
     return "";
 }
 
