@@ -28,10 +28,11 @@ TEST(CopyProgress, TheBarShowsFilesBytesSpeedAndTimeLeft)
 {
     std::ostringstream out;
     CopyProgress progress(out, true, 100);
-    progress.begin(4, 4'000'000);
+    const auto start = CopyProgress::Clock::now();
+    progress.begin(4, 4'000'000, start);
     progress.startFile("Artist/Album/01 Song.wav");
     progress.advance(1'000'000);
-    const std::string line = progress.barLine(CopyProgress::Clock::now() + std::chrono::seconds(1));
+    const std::string line = progress.barLine(start + std::chrono::seconds(1));
     EXPECT_TRUE(line.starts_with("[######...................] 1/4 files  1.0 MB of 4.0 MB  1.0 MB/s  0:03 left  "))
         << line;
     EXPECT_TRUE(line.ends_with("01 Song.wav")) << line;

@@ -93,26 +93,34 @@ TEST(TemplateNames, LongNamesAreCutOnACharacterKeepingTheExtension)
     EXPECT_EQ((file.size() - 4) % 2, 0u);
 }
 
-class TemplateErrors : public testing::TestWithParam<std::pair<const char*, const char*>> {};
+struct BadTemplate {
+    const char* label;
+    const char* text;
+    const char* message;
+};
+void PrintTo(const BadTemplate& t, std::ostream* out) { *out << t.label; }
+
+class TemplateErrors : public testing::TestWithParam<BadTemplate> {};
 
 TEST_P(TemplateErrors, SayWhatIsWrong)
 {
     try {
-        zqpod::NameTemplate bad(GetParam().first);
-        FAIL() << "accepted " << GetParam().first;
+        zqpod::NameTemplate bad(GetParam().text);
+        FAIL() << "accepted " << GetParam().text;
     } catch (const zqpod::TemplateError& error) {
-        EXPECT_NE(std::string(error.what()).find(GetParam().second), std::string::npos) << error.what();
+        EXPECT_NE(std::string(error.what()).find(GetParam().message), std::string::npos) << error.what();
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Copy, TemplateErrors,
-                         testing::Values(std::pair{"{artist}/{tittle}.{ext}", "unknown field \"tittle\""},
-                                         std::pair{"{artist/{title}", "holds \"{\" or \"/\""},
-                                         std::pair{"{title", "\"{\" without \"}\""},
-                                         std::pair{"title}", "\"}\" without \"{\""},
-                                         std::pair{"{track:x}", "width"},
-                                         std::pair{"{track-x}", "letters after the field names"},
-                                         std::pair{"///", "names no file"}));
+INSTANTIATE_TEST_SUITE_P(
+    Copy, TemplateErrors,
+    testing::Values(BadTemplate{"MisspelledField", "{artist}/{tittle}.{ext}", "unknown field \"tittle\""},
+                    BadTemplate{"BraceAcrossFolders", "{artist/{title}", "holds \"{\" or \"/\""},
+                    BadTemplate{"UnclosedBrace", "{title", "\"{\" without \"}\""},
+                    BadTemplate{"StrayClosingBrace", "title}", "\"}\" without \"{\""},
+                    BadTemplate{"WidthNotANumber", "{track:x}", "width"},
+                    BadTemplate{"LettersInTheSuffix", "{track-x}", "letters after the field names"},
+                    BadTemplate{"OnlySlashes", "///", "names no file"}));
 
 TEST(NumberedNames, GoBeforeTheExtensionOfTheFileOnly)
 {

@@ -39,11 +39,11 @@ CopyProgress::CopyProgress(std::ostream& out, bool live, int columns)
 {
 }
 
-void CopyProgress::begin(std::size_t files, std::uint64_t bytes)
+void CopyProgress::begin(std::size_t files, std::uint64_t bytes, Clock::time_point start)
 {
     totalFiles_ = files;
     totalBytes_ = bytes;
-    started_ = Clock::now();
+    started_ = start;
 }
 
 void CopyProgress::startFile(const std::string& name)

@@ -22,7 +22,8 @@ public:
     /// `live`: draw the bar (the output is a terminal `columns` wide).
     CopyProgress(std::ostream& out, bool live, int columns = 80);
 
-    void begin(std::size_t files, std::uint64_t bytes);
+    /// The copy of `files` files, `bytes` in all, starts (at `start`; speed counts from there).
+    void begin(std::size_t files, std::uint64_t bytes, Clock::time_point start = Clock::now());
     /// A file starts; `bytesBefore` of the total are done.
     void startFile(const std::string& name);
     /// The current file has `bytes` copied so far. Redraws at most ten times a second.
