@@ -75,7 +75,7 @@ void writeManPage(std::ostream& out, const std::vector<HelpPage>& pages, const s
            ".B zqpod\n"
            "reads the music library of an iPod in disk mode with the ZQCore framework: it lists the devices "
            "connected, prints a library, writes album covers and copies the music to the computer with real "
-           "file names, playlists and covers. It never writes to the device.\n"
+           "file names, playlists and covers. It never changes the music or the library on a device.\n"
            ".PP\n"
            "Commands that open a library take an optional DEVICE: a mount path (the folder that holds "
            "iPod_Control), a serial number or a device name. Without one they use the one device connected; "

@@ -80,7 +80,7 @@ const std::vector<Command>& commands()
          runArt},
         {"copy", "zqpod copy [DEVICE] DEST [OPTIONS]", "copy music off a device into a folder",
          "Copies the device's tracks into the folder DEST (created when missing), named by a\n"
-         "template from their tags. The device is only read; nothing is ever written to it.\n"
+         "template from their tags. The copy only reads the device, and refuses a DEST on it.\n"
          "\n"
          "Each file is copied under a temporary name, checked against the size the device\n"
          "reports, and only then given its name, so DEST never holds a partial file. A file that\n"
