@@ -6,11 +6,12 @@ ASAN_BUILD ?= build-asan
 FUZZ_BUILD ?= build-fuzz
 JOBS       ?= $(shell nproc)
 SAMPLE     := $(BUILD)/sample-ipod
+DEMO_COPY  := $(BUILD)/demo-music
 FUZZ_SECONDS ?= 600
 
 PACKAGES      := build-essential cmake pkg-config libplist-dev libpng-dev nlohmann-json3-dev \
                  libglib2.0-dev libudev-dev libsqlite3-dev libgtest-dev libgmock-dev libbenchmark-dev \
-                 dosfstools fusefat util-linux mount libimobiledevice-dev libusbmuxd-dev
+                 dosfstools fusefat util-linux mount libimobiledevice-dev libusbmuxd-dev tree
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 
 .PHONY: all deps build demo test test-release test-asan bench fuzz fuzz-deps clean
@@ -24,9 +25,14 @@ build: deps
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
 	cmake --build $(BUILD) -j$(JOBS)
 
+# The main job on the built-in sample device: its library, then its music copied off it with
+# playlists and covers, then what arrived.
 demo: build
-	$(BUILD)/zq-make-sample $(SAMPLE)
+	@$(BUILD)/zq-make-sample $(SAMPLE) >/dev/null
 	$(BUILD)/zqpod library $(SAMPLE)
+	@rm -rf $(DEMO_COPY)
+	$(BUILD)/zqpod copy $(SAMPLE) $(DEMO_COPY) --playlists --art
+	tree $(DEMO_COPY)
 
 test: test-release test-asan
 

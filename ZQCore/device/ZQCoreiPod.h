@@ -2,6 +2,7 @@
 
 #include "ZQCore/device/DeviceInformationInquiry.h"
 #include "ZQCore/foundation/Data.h"
+#include "ZQCore/foundation/File.h"
 #include "ZQCore/foundation/Observable.h"
 #include "ZQCore/foundation/Range.h"
 #include "ZQCore/foundation/Value.h"
@@ -94,6 +95,16 @@ public:
     /// Up to `range.length` bytes from `range.location` (fewer at the end of the file); no
     /// value when there is no file at the path.
     virtual std::optional<Data> chunkOfFileAtPath(const std::string& path, Range range) const;
+    /// The size of a file of the device as the device reports it (its file system's figure,
+    /// which may differ from the size the library database records); no value when there is no
+    /// such file or the device does not say.
+    virtual std::optional<std::uint64_t> sizeOfFileAtPath(const std::string& path) const;
+    /// Streams a whole file of the device into `destination` (an open, writable descriptor,
+    /// left open) without holding it in memory; for a mounted volume the kernel copies it.
+    /// `progress` sees the bytes written so far and may stop the copy. A file that cannot be
+    /// opened ends at once with its errno.
+    virtual FileCopyResult copyFileAtPath(const std::string& path, int destination,
+                                          const FileCopyProgress& progress = {}) const;
 
     /// A reader over a file of the device for the record walks; nullptr when the file cannot be
     /// read. The disk-mode device walks the file itself through a window rather than reading it

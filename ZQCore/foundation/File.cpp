@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -61,6 +62,75 @@ std::optional<Data> File::readRange(std::uint64_t offset, std::uint32_t length) 
     }
     bytes.resize(filled);
     return Data(std::move(bytes));
+}
+
+namespace {
+
+// Pieces big enough that the kernel streams at full speed, small enough that a progress bar
+// moves and a stop request is heard within a fraction of a second.
+constexpr std::size_t kCopyPiece = 8u << 20;
+
+enum class CopyMethod { Range, SendFile, Buffer };
+
+bool methodUnavailable(int error)
+{
+    // copy_file_range refuses file-system pairs it cannot serve (EXDEV across file-system
+    // types, EINVAL or EOPNOTSUPP for special files), sendfile a source without page cache.
+    return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == EBADF;
+}
+
+} // namespace
+
+FileCopyResult copyFileContents(int source, int destination, const FileCopyProgress& progress)
+{
+    FileCopyResult result;
+    CopyMethod method = CopyMethod::Range;
+    std::vector<std::uint8_t> buffer;
+    for (;;) {
+        ssize_t moved = 0;
+        if (method == CopyMethod::Range)
+            moved = ::copy_file_range(source, nullptr, destination, nullptr, kCopyPiece, 0);
+        else if (method == CopyMethod::SendFile)
+            moved = ::sendfile(destination, source, nullptr, kCopyPiece);
+        else {
+            if (buffer.empty())
+                buffer.resize(1u << 20);
+            moved = ::read(source, buffer.data(), buffer.size());
+            if (moved > 0) {
+                std::size_t written = 0;
+                while (written < static_cast<std::size_t>(moved)) {
+                    const ssize_t put = ::write(destination, buffer.data() + written, static_cast<std::size_t>(moved) - written);
+                    if (put < 0 && errno == EINTR)
+                        continue;
+                    if (put <= 0) {
+                        result.error = put < 0 ? errno : EIO;
+                        return result;
+                    }
+                    written += static_cast<std::size_t>(put);
+                }
+            }
+        }
+        if (moved < 0) {
+            const int error = errno;
+            if (error == EINTR)
+                continue;
+            // A method may only be given up before it has moved anything: after that the
+            // offsets are its own and a failure is a real one.
+            if (result.bytesCopied == 0 && method != CopyMethod::Buffer && methodUnavailable(error)) {
+                method = method == CopyMethod::Range ? CopyMethod::SendFile : CopyMethod::Buffer;
+                continue;
+            }
+            result.error = error;
+            return result;
+        }
+        if (moved == 0) {
+            result.completed = true;
+            return result;
+        }
+        result.bytesCopied += static_cast<std::uint64_t>(moved);
+        if (progress && !progress(result.bytesCopied))
+            return result;
+    }
 }
 
 } // namespace zq

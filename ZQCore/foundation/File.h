@@ -3,6 +3,7 @@
 #include "ZQCore/foundation/Data.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -32,5 +33,22 @@ private:
     explicit File(int fd) : fd_(fd) {}
     int fd_;
 };
+
+/// Told how many bytes of a file copy have reached the destination so far; answering false
+/// stops the copy there.
+using FileCopyProgress = std::function<bool(std::uint64_t bytesCopied)>;
+
+/// How a copy of a file's bytes ended.
+struct FileCopyResult {
+    std::uint64_t bytesCopied = 0;
+    bool completed = false;  ///< the source was copied to its end
+    int error = 0;           ///< errno of the failure; 0 when completed or stopped by the progress call
+};
+
+/// Copies everything from the current offset of `source` to the end into `destination` (both
+/// open file descriptors, left open), inside the kernel where it can (copy_file_range, which
+/// shares blocks on file systems that can; else sendfile), else through a buffer. `progress`,
+/// when given, is called after every piece of a few megabytes.
+FileCopyResult copyFileContents(int source, int destination, const FileCopyProgress& progress = {});
 
 } // namespace zq

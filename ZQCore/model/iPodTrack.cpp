@@ -9,6 +9,8 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
+
 
 namespace zq {
 
@@ -77,6 +79,31 @@ std::optional<Data> iPodTrack::chunkOfTrackFileWithRange(Range range) const
     if (range.location > fileSize_ || end > fileSize_)
         throw Exception(applicationIdentifier() + ".FileReadError", "Range beyond file bounds");
     return file->readRange(range.location, range.length);
+}
+
+std::optional<std::uint64_t> iPodTrack::sizeOfTrackFile() const
+{
+    auto library = parent();
+    auto path = filePath();
+    if (!library || !path)
+        return std::nullopt;
+    return library->sizeOfFileAtPath(*path);
+}
+
+FileCopyResult iPodTrack::copyTrackFileTo(int destination, const FileCopyProgress& progress) const
+{
+    auto library = parent();
+    auto path = filePath();
+    if (!library || !path)
+        return {.error = ENOENT};
+    if (!library->readsFilesThroughDevice()) {
+        struct stat info {};
+        if (::stat(library->path().c_str(), &info) != 0) {
+            library->setIsConnected(false);
+            return {.error = ENODEV};
+        }
+    }
+    return library->copyFileAtPath(*path, destination, progress);
 }
 
 } // namespace zq

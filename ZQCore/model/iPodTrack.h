@@ -2,6 +2,7 @@
 
 #include "ZQCore/foundation/Data.h"
 #include "ZQCore/foundation/Date.h"
+#include "ZQCore/foundation/File.h"
 #include "ZQCore/foundation/Range.h"
 #include "ZQCore/foundation/Value.h"
 #include "ZQCore/model/PackedStrings.h"
@@ -139,6 +140,15 @@ public:
     /// on disk): throws "<application identifier>.FileReadError" ("Range beyond file bounds")
     /// for a range past it. No value when the file cannot be opened.
     std::optional<Data> chunkOfTrackFileWithRange(Range range) const;
+
+    /// The size of the media file as the device reports it now (see fileSize() for the size
+    /// the database recorded); no value when the file is missing or the device does not say.
+    std::optional<std::uint64_t> sizeOfTrackFile() const;
+    /// Streams the whole media file into `destination` through the parent's copyFileAtPath
+    /// (so large files never pass through memory whole). Without a parent or a file path it
+    /// fails with ENOENT; a device volume that has gone away fails with ENODEV and marks the
+    /// library object not connected, as contentsOfTrackFile does.
+    FileCopyResult copyTrackFileTo(int destination, const FileCopyProgress& progress = {}) const;
 
 private:
     enum StringField : std::size_t {

@@ -251,7 +251,9 @@ public:
     }
 
     /// Mounts `image` at `mountPoint` (made when missing) as a desktop would mount media.
-    bool mount(const std::string& image, const std::string& mountPoint)
+    /// `options` are the kernel vfat driver's ("utf8" for names in any script, as desktops
+    /// mount media); fusefat takes none.
+    bool mount(const std::string& image, const std::string& mountPoint, const char* options = nullptr)
     {
         std::filesystem::create_directories(mountPoint);
         const auto loop = attachLoopDevice(image);
@@ -259,7 +261,7 @@ public:
             return false;
         bool mounted = false;
         if (kernelFAT_) {
-            mounted = ::mount(loop->first.c_str(), mountPoint.c_str(), "vfat", 0, nullptr) == 0;
+            mounted = ::mount(loop->first.c_str(), mountPoint.c_str(), "vfat", 0, options) == 0;
             if (!mounted)
                 ADD_FAILURE() << "mount " << image << " on " << mountPoint << ": " << std::strerror(errno);
         } else {

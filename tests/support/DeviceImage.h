@@ -444,8 +444,8 @@ private:
 DatabaseSpec makeLargeLibrary(std::size_t trackCount, std::size_t playlistCount, unsigned seed);
 
 /// The demo's sample device "Sample iPod": a dozen tracks, plain playlists, a podcast playlist
-/// with two shows, a smart playlist, SysInfo with an iPod classic serial, a stand-in file of
-/// the recorded size for every track, and a cover for each album and show (two stored sizes,
+/// with two shows, a smart playlist, SysInfo with an iPod classic serial, a short real WAV file
+/// (a little tune, a few seconds) for every track, and a cover for each album and show (two stored sizes,
 /// 100 and 200 pixels square, in 5-6-5 thumbnail files), linked by artwork link, by dbid and
 /// through the album.
 VolumeSpec makeSampleDevice();

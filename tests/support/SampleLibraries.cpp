@@ -6,6 +6,8 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <map>
+#include <numbers>
 
 namespace zq::test {
 
@@ -278,22 +280,22 @@ struct SampleTrack {
     const char* albumArtist;
     const char* genre;
     const char* composer;
-    std::uint32_t year, trackNumber, trackTotal, lengthMs, playCount;
+    std::uint32_t year, trackNumber, trackTotal, playCount;
     std::uint8_t rating;
     const char* file;
 };
 
 // Nine songs over five albums (one a compilation) and four podcast episodes of two shows.
 constexpr SampleTrack kSongs[] = {
-    {"Harbour Song", "The Hollow Pines", "Northern Lights", "The Hollow Pines", "Indie Rock", "Ada Lindqvist", 2011, 1, 10, 224000, 31, 80, ":iPod_Control:Music:F03:HBSG.mp3"},
-    {"Northern Lights", "The Hollow Pines", "Northern Lights", "The Hollow Pines", "Indie Rock", "Ada Lindqvist", 2011, 2, 10, 261000, 44, 100, ":iPod_Control:Music:F17:NRTL.mp3"},
-    {"Paper Boats", "The Hollow Pines", "Northern Lights", "The Hollow Pines", "Indie Rock", "Ada Lindqvist & Tom Reyes", 2011, 5, 10, 198000, 12, 60, ":iPod_Control:Music:F08:PPRB.mp3"},
-    {"Słońce", "Marta Kowalska Quartet", "Cicha noc", "Marta Kowalska Quartet", "Jazz", "Marta Kowalska", 2014, 1, 8, 347000, 7, 80, ":iPod_Control:Music:F22:SLNC.m4a"},
-    {"Cicha noc", "Marta Kowalska Quartet", "Cicha noc", "Marta Kowalska Quartet", "Jazz", "Marta Kowalska", 2014, 8, 8, 402000, 3, 0, ":iPod_Control:Music:F41:CCHN.m4a"},
-    {"Symphony No. 5 in C minor, Op. 67: I. Allegro con brio", "Vienna Chamber Orchestra", "Beethoven: Symphonies 5 & 7", "Vienna Chamber Orchestra", "Classical", "Ludwig van Beethoven", 2009, 1, 8, 447000, 19, 100, ":iPod_Control:Music:F11:BTH5.m4a"},
-    {"Symphony No. 5 in C minor, Op. 67: II. Andante con moto", "Vienna Chamber Orchestra", "Beethoven: Symphonies 5 & 7", "Vienna Chamber Orchestra", "Classical", "Ludwig van Beethoven", 2009, 2, 8, 598000, 9, 80, ":iPod_Control:Music:F29:BTH6.m4a"},
-    {"夜の街 (Night Town)", "DJ Kōji", "Tokyo Nights", "DJ Kōji", "Electronic", "Kōji Tanaka", 2016, 3, 12, 312000, 25, 60, ":iPod_Control:Music:F35:YRNM.mp3"},
-    {"Beach Days", "Sunny Day Club", "Summer Hits 2012", "Various Artists", "Pop", "Lena Park & Chris Moreau", 2012, 7, 20, 189000, 56, 40, ":iPod_Control:Music:F02:BCHD.mp3"},
+    {"Harbour Song", "The Hollow Pines", "Northern Lights", "The Hollow Pines", "Indie Rock", "Ada Lindqvist", 2011, 1, 10, 31, 80, ":iPod_Control:Music:F03:HBSG.wav"},
+    {"Northern Lights", "The Hollow Pines", "Northern Lights", "The Hollow Pines", "Indie Rock", "Ada Lindqvist", 2011, 2, 10, 44, 100, ":iPod_Control:Music:F17:NRTL.wav"},
+    {"Paper Boats", "The Hollow Pines", "Northern Lights", "The Hollow Pines", "Indie Rock", "Ada Lindqvist & Tom Reyes", 2011, 5, 10, 12, 60, ":iPod_Control:Music:F08:PPRB.wav"},
+    {"Słońce", "Marta Kowalska Quartet", "Cicha noc", "Marta Kowalska Quartet", "Jazz", "Marta Kowalska", 2014, 1, 8, 7, 80, ":iPod_Control:Music:F22:SLNC.wav"},
+    {"Cicha noc", "Marta Kowalska Quartet", "Cicha noc", "Marta Kowalska Quartet", "Jazz", "Marta Kowalska", 2014, 8, 8, 3, 0, ":iPod_Control:Music:F41:CCHN.wav"},
+    {"Symphony No. 5 in C minor, Op. 67: I. Allegro con brio", "Vienna Chamber Orchestra", "Beethoven: Symphonies 5 & 7", "Vienna Chamber Orchestra", "Classical", "Ludwig van Beethoven", 2009, 1, 8, 19, 100, ":iPod_Control:Music:F11:BTH5.wav"},
+    {"Symphony No. 5 in C minor, Op. 67: II. Andante con moto", "Vienna Chamber Orchestra", "Beethoven: Symphonies 5 & 7", "Vienna Chamber Orchestra", "Classical", "Ludwig van Beethoven", 2009, 2, 8, 9, 80, ":iPod_Control:Music:F29:BTH6.wav"},
+    {"夜の街 (Night Town)", "DJ Kōji", "Tokyo Nights", "DJ Kōji", "Electronic", "Kōji Tanaka", 2016, 3, 12, 25, 60, ":iPod_Control:Music:F35:YRNM.wav"},
+    {"Beach Days", "Sunny Day Club", "Summer Hits 2012", "Various Artists", "Pop", "Lena Park & Chris Moreau", 2012, 7, 20, 56, 40, ":iPod_Control:Music:F02:BCHD.wav"},
 };
 
 struct SampleEpisode {
@@ -302,15 +304,15 @@ struct SampleEpisode {
     const char* host;
     const char* category;
     const char* description;
-    std::uint32_t episode, lengthMs;
+    std::uint32_t episode;
     const char* file;
 };
 
 constexpr SampleEpisode kEpisodes[] = {
-    {"Episode 41: Disk Mode Forever", "The Morning Byte", "Sam Okafor", "Technology", "Why a music player with a hard disk still makes sense, and how its library is stored.", 41, 1864000, ":iPod_Control:Music:F14:MB41.mp3"},
-    {"Episode 42: Click Wheels", "The Morning Byte", "Sam Okafor", "Technology", "A short history of the scroll wheel, from mechanical to touch-sensitive.", 42, 2231000, ":iPod_Control:Music:F14:MB42.mp3"},
-    {"Spring Bulbs", "Garden Talk", "Helen Marsh", "Home & Garden", "Planting tulips and daffodils for a colourful spring.", 12, 1512000, ":iPod_Control:Music:F45:GT12.mp3"},
-    {"Composting 101", "Garden Talk", "Helen Marsh", "Home & Garden", "Everything you need to start a compost heap this weekend.", 13, 1698000, ":iPod_Control:Music:F45:GT13.mp3"},
+    {"Episode 41: Disk Mode Forever", "The Morning Byte", "Sam Okafor", "Technology", "Why a music player with a hard disk still makes sense, and how its library is stored.", 41, ":iPod_Control:Music:F14:MB41.wav"},
+    {"Episode 42: Click Wheels", "The Morning Byte", "Sam Okafor", "Technology", "A short history of the scroll wheel, from mechanical to touch-sensitive.", 42, ":iPod_Control:Music:F14:MB42.wav"},
+    {"Spring Bulbs", "Garden Talk", "Helen Marsh", "Home & Garden", "Planting tulips and daffodils for a colourful spring.", 12, ":iPod_Control:Music:F45:GT12.wav"},
+    {"Composting 101", "Garden Talk", "Helen Marsh", "Home & Garden", "Everything you need to start a compost heap this weekend.", 13, ":iPod_Control:Music:F45:GT13.wav"},
 };
 
 // ---- covers -----------------------------------------------------------------------------------
@@ -454,15 +456,71 @@ std::vector<ThumbnailSpec> coverThumbnails(Painter paint)
     return sizes;
 }
 
-/// Stand-in contents for a track file: an ID3 tag header and a fill pattern, `size` bytes long.
-Data standInFile(std::uint32_t trackID, std::uint32_t size)
+// ---- audio ------------------------------------------------------------------------------------
+//
+// Every track of the sample is a short real recording, so that what the demo copies off the
+// "device" plays in any player: a little tune as a WAV file (the RIFF container iPods play),
+// 8-bit mono PCM at 11025 Hz to keep the whole sample a few hundred kilobytes.
+
+constexpr std::uint32_t kSampleRate = 11025;
+constexpr std::uint32_t kNoteMs = 280;
+constexpr std::size_t kTuneNotes = 9;
+
+void putLE(std::vector<std::uint8_t>& bytes, std::uint32_t value, int size)
 {
-    std::vector<std::uint8_t> bytes(size);
-    const std::uint8_t id3[] = {'I', 'D', '3', 3, 0, 0, 0, 0, 0, 0};
-    for (std::uint32_t i = 0; i < size; ++i)
-        bytes[i] = i < sizeof id3 ? id3[i] : static_cast<std::uint8_t>((i * 31 + trackID) & 0xFF);
+    for (int i = 0; i < size; ++i)
+        bytes.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+}
+
+/// A tune as a complete WAV file: each MIDI note sounds for kNoteMs with a plucked decay and a
+/// touch of its octave (0 is a rest).
+Data tuneWAV(const std::vector<int>& notes)
+{
+    const std::uint32_t perNote = kSampleRate * kNoteMs / 1000;
+    const std::uint32_t samples = perNote * static_cast<std::uint32_t>(notes.size());
+    std::vector<std::uint8_t> bytes;
+    bytes.reserve(44 + samples + 1);
+    bytes.insert(bytes.end(), {'R', 'I', 'F', 'F'});
+    putLE(bytes, 36 + samples + (samples & 1), 4);
+    bytes.insert(bytes.end(), {'W', 'A', 'V', 'E', 'f', 'm', 't', ' '});
+    putLE(bytes, 16, 4);           // format chunk size
+    putLE(bytes, 1, 2);            // PCM
+    putLE(bytes, 1, 2);            // mono
+    putLE(bytes, kSampleRate, 4);
+    putLE(bytes, kSampleRate, 4);  // bytes per second
+    putLE(bytes, 1, 2);            // block alignment
+    putLE(bytes, 8, 2);            // bits per sample
+    bytes.insert(bytes.end(), {'d', 'a', 't', 'a'});
+    putLE(bytes, samples, 4);
+    for (int note : notes) {
+        const double frequency = 440.0 * std::pow(2.0, (note - 69) / 12.0);
+        for (std::uint32_t i = 0; i < perNote; ++i) {
+            const double t = static_cast<double>(i) / kSampleRate;
+            double value = 0;
+            if (note > 0) {
+                const double envelope = std::min(1.0, t * 200.0) * std::exp(-t * 7.0);
+                value = envelope * (0.8 * std::sin(2 * std::numbers::pi * frequency * t) + 0.2 * std::sin(4 * std::numbers::pi * frequency * t));
+            }
+            bytes.push_back(static_cast<std::uint8_t>(std::lround(128.0 + 100.0 * value)));
+        }
+    }
+    if (samples & 1)
+        bytes.push_back(0);  // chunks are padded to an even length
     return Data(std::move(bytes));
 }
+
+/// The tune of the sample's track number `index`: a phrase in a pentatonic scale on `root`,
+/// different for every track.
+std::vector<int> tuneFor(std::size_t index, int root)
+{
+    static constexpr int kScale[] = {0, 2, 4, 7, 9, 12, 14, 16};
+    std::vector<int> notes;
+    for (std::size_t i = 0; i < kTuneNotes; ++i)
+        notes.push_back(i + 1 == kTuneNotes ? root : root + kScale[(index * 5 + i * (index % 3 + 2) + i * i) % std::size(kScale)]);
+    return notes;
+}
+
+std::uint32_t tuneLengthMs() { return kNoteMs * static_cast<std::uint32_t>(kTuneNotes); }
 
 } // namespace
 
@@ -474,20 +532,21 @@ VolumeSpec makeSampleDevice()
 
     std::uint32_t id = 52;
     std::vector<std::uint32_t> songIDs, episodeIDs;
+    std::map<std::uint32_t, Data> audio;  // by track ID
     for (const auto& s : kSongs) {
-        const bool aac = std::string(s.file).ends_with(".m4a");
+        const Data& wav = audio[id] = tuneWAV(tuneFor(id - 52, 57 + 2 * albumNumber(s.album)));
         TrackSpec t{
             .trackID = id,
             .compilation = std::string(s.albumArtist) == "Various Artists" ? std::uint8_t(1) : std::uint8_t(0),
             .rating = s.rating,
             .lastModified = baseAdded - 86400 * (id % 7) - 3600,
-            .fileSize = 24000 + 1000 * (id % 17),
-            .trackLength = s.lengthMs,
+            .fileSize = static_cast<std::uint32_t>(wav.size()),
+            .trackLength = tuneLengthMs(),
             .trackNumber = s.trackNumber,
             .trackTotal = s.trackTotal,
             .year = s.year,
-            .bitrate = aac ? 256u : 192u,
-            .sampleRate = 44100,
+            .bitrate = kSampleRate * 8 / 1000,
+            .sampleRate = kSampleRate,
             .soundcheckValue = 1200 + 37 * id,
             .playCount = s.playCount,
             .lastPlayedTime = s.playCount ? baseAdded + 86400 * (id % 9) + 4321 : 0,
@@ -503,7 +562,7 @@ VolumeSpec makeSampleDevice()
             .album = s.album,
             .artist = s.artist,
             .genre = s.genre,
-            .fileType = aac ? "AAC audio file" : "MPEG audio file",
+            .fileType = "WAV audio file",
             .composer = s.composer,
             .albumArtist = s.albumArtist,
         };
@@ -511,14 +570,15 @@ VolumeSpec makeSampleDevice()
         db.tracks.push_back(std::move(t));
     }
     for (const auto& e : kEpisodes) {
+        const Data& wav = audio[id] = tuneWAV(tuneFor(id - 52, 48));
         TrackSpec t{
             .trackID = id,
             .lastModified = baseAdded - 5 * 86400,
-            .fileSize = 30000 + 1000 * (id % 11),
-            .trackLength = e.lengthMs,
+            .fileSize = static_cast<std::uint32_t>(wav.size()),
+            .trackLength = tuneLengthMs(),
             .year = 2023,
-            .bitrate = 128,
-            .sampleRate = 44100,
+            .bitrate = kSampleRate * 8 / 1000,
+            .sampleRate = kSampleRate,
             .dateAdded = baseAdded + 3600 * (id - 60),
             .dbid = 0x7A3E000000000000ULL + 0x1111ULL * id,
             .dateReleased = baseAdded - 86400 * (70 - id),
@@ -530,7 +590,7 @@ VolumeSpec makeSampleDevice()
             .album = e.show,
             .artist = e.host,
             .genre = "Podcast",
-            .fileType = "MPEG audio file",
+            .fileType = "WAV audio file",
             .podcastCategory = e.category,
             .description = e.description,
         };
@@ -602,7 +662,7 @@ VolumeSpec makeSampleDevice()
 
     VolumeSpec volume;
     for (const auto& t : db.tracks)
-        volume.files.emplace(relativePathOfLocation(*t.location), standInFile(t.trackID, t.fileSize));
+        volume.files.emplace(relativePathOfLocation(*t.location), audio.at(t.trackID));
     volume.database = std::move(db);
     volume.artwork = std::move(artwork);
     volume.sysInfo = sysInfoText("8K9281QJY5N");

@@ -24,19 +24,6 @@ struct Album {
     std::vector<const zq::iPodTrack*> tracks;
 };
 
-/// The picture to write for an artwork: its preferred size, else the widest that reads.
-std::shared_ptr<const zq::Image> bestImage(const zq::AlbumArt& art)
-{
-    if (auto image = art.image())
-        return image;
-    std::vector<std::shared_ptr<zq::AlbumArtRep>> reps = art.artReps();
-    std::stable_sort(reps.begin(), reps.end(), [](const auto& a, const auto& b) { return a->width() > b->width(); });
-    for (const auto& rep : reps)
-        if (auto image = rep->image())
-            return image;
-    return nullptr;
-}
-
 /// A file name from free text: path separators, control characters and a leading dot are
 /// replaced, so that a name from the device cannot leave the folder or hide the file.
 std::string safeFileName(const std::string& text)
@@ -52,6 +39,18 @@ std::string safeFileName(const std::string& text)
 }
 
 } // namespace
+
+std::shared_ptr<const zq::Image> bestImage(const zq::AlbumArt& art)
+{
+    if (auto image = art.image())
+        return image;
+    std::vector<std::shared_ptr<zq::AlbumArtRep>> reps = art.artReps();
+    std::stable_sort(reps.begin(), reps.end(), [](const auto& a, const auto& b) { return a->width() > b->width(); });
+    for (const auto& rep : reps)
+        if (auto image = rep->image())
+            return image;
+    return nullptr;
+}
 
 std::size_t exportAlbumArt(std::ostream& out, const zq::ZQCoreiPod& library, const std::string& folder)
 {

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <iosfwd>
+#include <memory>
 #include <string>
 
 namespace zq {
+class AlbumArt;
+class Image;
 class ZQCoreiPod;
 }
 
@@ -15,5 +18,9 @@ namespace zqpod {
 /// album name, in the order of their first track; albums without artwork are listed but not
 /// written. Prints one line per album to `out`. Returns the number of files written.
 std::size_t exportAlbumArt(std::ostream& out, const zq::ZQCoreiPod& library, const std::string& folder);
+
+/// The picture to write for an artwork: its preferred (largest) size, else the widest stored
+/// size that can be read; nullptr when none can.
+std::shared_ptr<const zq::Image> bestImage(const zq::AlbumArt& art);
 
 } // namespace zqpod

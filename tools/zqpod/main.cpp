@@ -2,15 +2,26 @@
 
 #include "ArtworkExport.h"
 #include "DeviceList.h"
+#include "DeviceSelection.h"
+#include "FileNames.h"
 #include "LibraryReport.h"
+#include "ManPage.h"
+#include "TrackCopy.h"
 
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "ZQCore/foundation/Exception.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <functional>
 #include <iostream>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -19,6 +30,12 @@ namespace {
 constexpr int kExitOK = 0;
 constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
+constexpr int kExitInterrupted = 130;
+
+/// A mistake on the command line; the message says which.
+struct UsageError {
+    std::string message;
+};
 
 struct Command {
     const char* name;
@@ -32,28 +49,75 @@ int runLibrary(const std::vector<std::string>& args);
 int runArt(const std::vector<std::string>& args);
 int runDevices(const std::vector<std::string>& args);
 int runWatch(const std::vector<std::string>& args);
+int runCopy(const std::vector<std::string>& args);
+
+#define ZQPOD_DEVICE_HELP                                                                            \
+    "DEVICE is the mount path of the device's volume (the folder that holds iPod_Control), its\n"   \
+    "serial number or its name, as 'zqpod devices' lists them. Without it, the one device\n"        \
+    "connected is used; when there are several or none, zqpod says so and lists them.\n"
 
 const std::vector<Command>& commands()
 {
     static const std::vector<Command> list = {
-        {"library", "zqpod library PATH [--json]", "print the library of the device mounted at PATH",
-         "Opens the device whose volume is mounted at PATH (the folder that holds iPod_Control)\n"
-         "and prints its library: device name, serial number, model type, counts, and every\n"
-         "playlist in the framework's own words (smart playlists with their rules and limits,\n"
-         "podcasts with their shows).\n"
+        {"library", "zqpod library [DEVICE] [--json]", "print the library of a device",
+         "Opens the device and prints its library: device name, serial number, model type,\n"
+         "counts, and every playlist in the framework's own words (smart playlists with their\n"
+         "rules and limits, podcasts with their shows).\n"
+         "\n" ZQPOD_DEVICE_HELP
          "\n"
          "Options:\n"
          "  --json   print the whole library as JSON for programs: the device's \"name\",\n"
          "           \"serialNumber\" and \"type\", every track with all its fields, and every\n"
          "           playlist with its kind and members.\n",
          runLibrary},
-        {"art", "zqpod art PATH OUTDIR", "write the album covers of the device at PATH as PNG files",
-         "Opens the device whose volume is mounted at PATH and writes one PNG file per album into\n"
-         "OUTDIR (created when missing): the cover that the album's tracks carry, decoded from the\n"
-         "device's thumbnail files at its largest stored size (or the largest that can be read).\n"
-         "Files are named \"<album artist> - <album>.png\". Prints a line for every album: the\n"
-         "file written with its size in pixels and artwork ID, or why there is none.\n",
+        {"art", "zqpod art [DEVICE] OUTDIR", "write the album covers of a device as PNG files",
+         "Opens the device and writes one PNG file per album into OUTDIR (created when missing):\n"
+         "the cover that the album's tracks carry, decoded from the device's thumbnail files at\n"
+         "its largest stored size (or the largest that can be read). Files are named\n"
+         "\"<album artist> - <album>.png\". Prints a line for every album: the file written with\n"
+         "its size in pixels and artwork ID, or why there is none.\n"
+         "\n" ZQPOD_DEVICE_HELP,
          runArt},
+        {"copy", "zqpod copy [DEVICE] DEST [OPTIONS]", "copy music off a device into a folder",
+         "Copies the device's tracks into the folder DEST (created when missing), named by a\n"
+         "template from their tags. The copy only reads the device, and refuses a DEST on it.\n"
+         "\n"
+         "Each file is copied under a temporary name, checked against the size the device\n"
+         "reports, and only then given its name, so DEST never holds a partial file. A file that\n"
+         "is already there with the same size is skipped: running the same command again resumes\n"
+         "an interrupted copy. A different file of that name is kept, and the new copy is named\n"
+         "beside it (\"Title (2).mp3\"). Two tracks never get the same name. A track whose file\n"
+         "is missing or unreadable is reported and the copy goes on.\n"
+         "\n"
+         "On a terminal a bar shows files, bytes, speed and time left; otherwise each file is a\n"
+         "line (\"copied\", \"skipped\", \"failed\"). Ctrl-C stops cleanly, removing the file being\n"
+         "copied. The last line sums up what was copied, skipped and failed.\n"
+         "\n" ZQPOD_DEVICE_HELP
+         "\n"
+         "Options:\n"
+         "  --template T      name files by T instead of\n"
+         "                    \"{albumArtist|artist}/{album}/{disc-}{track:02} {title}.{ext}\"\n"
+         "  --playlist NAME   copy only the tracks of the playlist NAME\n"
+         "  --artist TEXT     copy only tracks whose artist or album artist contains TEXT\n"
+         "  --album TEXT      copy only tracks whose album contains TEXT\n"
+         "  --genre TEXT      copy only tracks whose genre contains TEXT (case is ignored in all three)\n"
+         "  --playlists       write an M3U8 file per playlist into DEST, listing the copied files\n"
+         "                    by their paths relative to it\n"
+         "  --art             write the album's cover as cover.png into each album folder\n"
+         "  --overwrite       replace files of the same name instead of skipping or keeping them\n"
+         "  --dry-run         print what would be copied, skipped or fail, and write nothing\n"
+         "\n"
+         "Template fields, written {field}: title, artist, albumArtist, album, genre, composer,\n"
+         "year, track, trackTotal, disc (only on albums of several discs), discTotal, ext (the\n"
+         "device file's extension) and id. {a|b} takes the first field that has a value; {track:02}\n"
+         "pads a number to two digits; characters around a name inside the braces, as in {disc-},\n"
+         "appear only when the field has a value. \"/\" separates folders. Names are made safe for\n"
+         "any file system: the characters <>:\"/\\|?* and control characters become \"_\", leading\n"
+         "and trailing blanks and trailing dots go, and long names are shortened.\n"
+         "\n"
+         "Exit status: 0 when every track was copied or already there, 1 when any failed (or the\n"
+         "device could not be opened), 2 for a usage mistake, 130 when interrupted.\n",
+         runCopy},
         {"devices", "zqpod devices", "list the iPods connected now",
          "Lists every disk-mode iPod whose volume is mounted as removable media (below /media or\n"
          "/run/media/USER, as a file manager shows it): its name, serial number, model type\n"
@@ -89,31 +153,76 @@ bool wantsHelp(const std::vector<std::string>& args)
     return false;
 }
 
-std::shared_ptr<zq::ZQCoreiPod> openLibrary(const std::string& path)
+/// Splits arguments into positional ones and options; `valued` options take the next argument
+/// (or "=value"). Unknown options are usage errors.
+struct ParsedArgs {
+    std::vector<std::string> positional;
+    std::vector<std::pair<std::string, std::string>> options;  ///< name, value ("" for flags)
+
+    std::optional<std::string> value(const std::string& name) const
+    {
+        std::optional<std::string> found;
+        for (const auto& [option, value] : options)
+            if (option == name)
+                found = value;
+        return found;
+    }
+    bool has(const std::string& name) const { return value(name).has_value(); }
+};
+
+ParsedArgs parseArgs(const std::string& command, const std::vector<std::string>& args,
+                     const std::vector<std::string>& flags, const std::vector<std::string>& valued)
 {
-    auto reference = zq::ZQCoreiPodRef::initWithPath(path);
-    return zq::ZQCoreiPod::initWithiPodReference(reference);
+    ParsedArgs parsed;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg.size() < 2 || arg[0] != '-') {
+            parsed.positional.push_back(arg);
+            continue;
+        }
+        if (arg == "--") {
+            parsed.positional.insert(parsed.positional.end(), args.begin() + static_cast<long>(i) + 1, args.end());
+            break;
+        }
+        const auto equals = arg.find('=');
+        const std::string name = arg.substr(0, equals);
+        if (std::find(flags.begin(), flags.end(), name) != flags.end() && equals == std::string::npos) {
+            parsed.options.emplace_back(name, "");
+        } else if (std::find(valued.begin(), valued.end(), name) != valued.end()) {
+            if (equals != std::string::npos)
+                parsed.options.emplace_back(name, arg.substr(equals + 1));
+            else if (i + 1 < args.size())
+                parsed.options.emplace_back(name, args[++i]);
+            else
+                throw UsageError{"zqpod " + command + ": " + name + " needs a value"};
+        } else
+            throw UsageError{"zqpod " + command + ": unknown option '" + arg + "'"};
+    }
+    return parsed;
+}
+
+const Command& commandNamed(const std::string& name);
+
+/// The device and the other positional arguments of a command taking [DEVICE] then `after`.
+std::optional<std::string> deviceArgument(const std::string& command, std::vector<std::string>& positional,
+                                          std::size_t after)
+{
+    if (positional.size() == after)
+        return std::nullopt;
+    if (positional.size() == after + 1) {
+        std::string device = positional.front();
+        positional.erase(positional.begin());
+        return device;
+    }
+    throw UsageError{"usage: " + std::string(commandNamed(command).usage)};
 }
 
 int runLibrary(const std::vector<std::string>& args)
 {
-    bool json = false;
-    std::vector<std::string> paths;
-    for (const auto& arg : args) {
-        if (arg == "--json")
-            json = true;
-        else if (!arg.empty() && arg[0] == '-') {
-            std::cerr << "zqpod library: unknown option '" << arg << "'\n";
-            return kExitUsage;
-        } else
-            paths.push_back(arg);
-    }
-    if (paths.size() != 1) {
-        std::cerr << "usage: zqpod library PATH [--json]\n";
-        return kExitUsage;
-    }
-    auto library = openLibrary(paths[0]);
-    if (json)
+    ParsedArgs parsed = parseArgs("library", args, {"--json"}, {});
+    const auto device = deviceArgument("library", parsed.positional, 0);
+    auto library = zqpod::openSelectedDevice(device);
+    if (parsed.has("--json"))
         zqpod::printLibraryJSON(std::cout, *library);
     else
         zqpod::printLibraryText(std::cout, *library);
@@ -122,42 +231,92 @@ int runLibrary(const std::vector<std::string>& args)
 
 int runArt(const std::vector<std::string>& args)
 {
-    std::vector<std::string> paths;
-    for (const auto& arg : args) {
-        if (!arg.empty() && arg[0] == '-') {
-            std::cerr << "zqpod art: unknown option '" << arg << "'\n";
-            return kExitUsage;
-        }
-        paths.push_back(arg);
-    }
-    if (paths.size() != 2) {
-        std::cerr << "usage: zqpod art PATH OUTDIR\n";
-        return kExitUsage;
-    }
-    auto library = openLibrary(paths[0]);
-    const std::size_t written = zqpod::exportAlbumArt(std::cout, *library, paths[1]);
+    ParsedArgs parsed = parseArgs("art", args, {}, {});
+    if (parsed.positional.empty())
+        throw UsageError{"usage: " + std::string(commandNamed("art").usage)};
+    const auto device = deviceArgument("art", parsed.positional, 1);
+    auto library = zqpod::openSelectedDevice(device);
+    const std::size_t written = zqpod::exportAlbumArt(std::cout, *library, parsed.positional[0]);
     std::cout << written << (written == 1 ? " file" : " files") << " written\n";
     return kExitOK;
 }
 
+extern "C" void stopCopy(int) { zqpod::requestInterrupt(); }
+
+int runCopy(const std::vector<std::string>& args)
+{
+    ParsedArgs parsed = parseArgs("copy", args, {"--overwrite", "--dry-run", "--playlists", "--art"},
+                                  {"--template", "--playlist", "--artist", "--album", "--genre"});
+    if (parsed.positional.empty())
+        throw UsageError{"usage: " + std::string(commandNamed("copy").usage)};
+    const auto device = deviceArgument("copy", parsed.positional, 1);
+
+    zqpod::CopyOptions options;
+    options.destination = parsed.positional[0];
+    options.nameTemplate = parsed.value("--template").value_or(zqpod::kDefaultNameTemplate);
+    try {
+        zqpod::NameTemplate check(options.nameTemplate);  // a bad template is a usage mistake: say so first
+    } catch (const zqpod::TemplateError& error) {
+        throw UsageError{"zqpod copy: " + std::string(error.what()) + " (see zqpod copy --help)"};
+    }
+    options.playlist = parsed.value("--playlist");
+    options.artist = parsed.value("--artist");
+    options.album = parsed.value("--album");
+    options.genre = parsed.value("--genre");
+    options.overwrite = parsed.has("--overwrite");
+    options.dryRun = parsed.has("--dry-run");
+    options.playlists = parsed.has("--playlists");
+    options.art = parsed.has("--art");
+    options.live = ::isatty(STDOUT_FILENO) == 1;
+    if (winsize size{}; options.live && ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
+        options.columns = size.ws_col;
+
+    auto library = zqpod::openSelectedDevice(device);
+
+    // Ctrl-C and SIGTERM only ask the copy to stop; it finishes cleanly between pieces of a file.
+    struct sigaction action {};
+    action.sa_handler = stopCopy;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+
+    const zqpod::CopySummary summary = zqpod::copyTracks(*library, options, std::cout);
+    if (summary.interrupted)
+        return kExitInterrupted;
+    return summary.failed ? kExitFailure : kExitOK;
+}
+
 int runDevices(const std::vector<std::string>& args)
 {
-    if (!args.empty()) {
-        std::cerr << "usage: zqpod devices\n";
-        return kExitUsage;
-    }
+    if (!args.empty())
+        throw UsageError{"usage: zqpod devices"};
     zqpod::printConnectedDevices(std::cout);
     return kExitOK;
 }
 
 int runWatch(const std::vector<std::string>& args)
 {
-    if (!args.empty()) {
-        std::cerr << "usage: zqpod watch\n";
-        return kExitUsage;
-    }
+    if (!args.empty())
+        throw UsageError{"usage: zqpod watch"};
     zqpod::watchDevices(std::cout);
     return kExitOK;
+}
+
+const Command& commandNamed(const std::string& name)
+{
+    for (const auto& command : commands())
+        if (name == command.name)
+            return command;
+    throw std::logic_error("no command " + name);
+}
+
+void writeManual(std::ostream& out)
+{
+    std::vector<zqpod::HelpPage> pages;
+    for (const auto& command : commands())
+        pages.push_back({command.name, command.usage, command.summary, command.help});
+    zqpod::writeManPage(out, pages, ZQPOD_VERSION);
 }
 
 } // namespace
@@ -168,6 +327,10 @@ int main(int argc, char** argv)
     if (args.empty()) {
         printUsage(std::cerr);
         return kExitUsage;
+    }
+    if (args[0] == "--man") {  // not listed: the build writes zqpod.1 with it
+        writeManual(std::cout);
+        return kExitOK;
     }
     if (args[0] == "--help" || args[0] == "-h" || args[0] == "help") {
         if (args.size() > 1)
@@ -189,6 +352,15 @@ int main(int argc, char** argv)
         }
         try {
             return command.run(rest);
+        } catch (const UsageError& error) {
+            std::cerr << error.message << '\n';
+            return kExitUsage;
+        } catch (const zqpod::DeviceSelectionError& error) {
+            std::cerr << "zqpod " << command.name << ": " << error.what() << '\n';
+            return kExitFailure;
+        } catch (const zqpod::CopyRefused& error) {
+            std::cerr << "zqpod " << command.name << ": " << error.what() << '\n';
+            return kExitFailure;
         } catch (const zq::Exception& error) {
             std::cerr << "zqpod " << command.name << ": " << error.reason() << " (" << error.name() << ")\n";
             return kExitFailure;

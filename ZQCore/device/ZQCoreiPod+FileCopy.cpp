@@ -1,0 +1,85 @@
+// Whole-file access for copying music off a device: the size the device reports, and a copy
+// that streams into a descriptor instead of building the file in memory.
+
+#include "ZQCore/device/ZQCoreiPod.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace zq {
+
+namespace {
+
+// The piece a device session is asked for at a time when its files are reached through it.
+constexpr std::uint32_t kSessionPiece = 1u << 20;
+
+} // namespace
+
+std::optional<std::uint64_t> ZQCoreiPod::sizeOfFileAtPath(const std::string& path) const
+{
+    if (readsFilesThroughDevice())
+        return std::nullopt;
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
+        return std::nullopt;
+    return static_cast<std::uint64_t>(info.st_size);
+}
+
+FileCopyResult ZQCoreiPod::copyFileAtPath(const std::string& path, int destination, const FileCopyProgress& progress) const
+{
+    if (readsFilesThroughDevice()) {
+        // A device reached through a session has no descriptor to hand the kernel: the file
+        // comes in pieces through chunkOfFileAtPath, which each subclass serves its own way.
+        FileCopyResult result;
+        for (;;) {
+            if (result.bytesCopied > UINT32_MAX - kSessionPiece) {
+                result.error = EFBIG;  // ranges are 32-bit
+                return result;
+            }
+            auto piece = chunkOfFileAtPath(path, {static_cast<std::uint32_t>(result.bytesCopied), kSessionPiece});
+            if (!piece) {
+                result.error = result.bytesCopied ? EIO : ENOENT;
+                return result;
+            }
+            std::size_t written = 0;
+            while (written < piece->size()) {
+                const ssize_t put = ::write(destination, piece->bytes() + written, piece->size() - written);
+                if (put < 0 && errno == EINTR)
+                    continue;
+                if (put <= 0) {
+                    result.error = put < 0 ? errno : EIO;
+                    return result;
+                }
+                written += static_cast<std::size_t>(put);
+            }
+            result.bytesCopied += piece->size();
+            if (piece->size() < kSessionPiece) {
+                result.completed = true;
+                return result;
+            }
+            if (progress && !progress(result.bytesCopied))
+                return result;
+        }
+    }
+
+    const int source = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (source < 0)
+        return {.error = errno};
+    struct stat info {};
+    const int statResult = ::fstat(source, &info);
+    if (statResult != 0 || !S_ISREG(info.st_mode)) {
+        const int error = statResult != 0 ? errno : S_ISDIR(info.st_mode) ? EISDIR : EINVAL;
+        ::close(source);
+        return {.error = error};
+    }
+    // The whole file is read front to back once: tell the kernel, so it reads ahead further.
+    ::posix_fadvise(source, 0, 0, POSIX_FADV_SEQUENTIAL);
+    FileCopyResult result = copyFileContents(source, destination, progress);
+    ::close(source);
+    return result;
+}
+
+} // namespace zq

@@ -1,0 +1,192 @@
+// Streaming a device's files into the computer's: the size the device reports and the copy that
+// never holds a file in memory, on a mounted volume and through a device session.
+
+#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/model/iPodTrack.h"
+#include "tests/support/DeviceImage.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+namespace zq {
+namespace {
+
+namespace fs = std::filesystem;
+using test::TempDir;
+
+/// A library object of a volume at `base`, with no database behind it.
+struct DiskLibrary : ZQCoreiPod {
+    explicit DiskLibrary(const std::string& base) { iPodBasePath_ = base; }
+};
+
+/// The same, reaching its files the way a device session does (as over AFC): in pieces.
+struct SessionLibrary : DiskLibrary {
+    using DiskLibrary::DiskLibrary;
+    bool readsFilesThroughDevice() const override { return true; }
+};
+
+std::string pattern(std::size_t size)
+{
+    std::string bytes(size, '\0');
+    for (std::size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>((i * 131 + i / 4093) & 0xFF);
+    return bytes;
+}
+
+void writeFile(const std::string& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::string readBack(int fd)
+{
+    std::string bytes;
+    ::lseek(fd, 0, SEEK_SET);
+    char buffer[65536];
+    for (ssize_t got; (got = ::read(fd, buffer, sizeof buffer)) > 0;)
+        bytes.append(buffer, static_cast<std::size_t>(got));
+    return bytes;
+}
+
+/// An open, empty file to copy into; closed on destruction.
+struct Sink {
+    explicit Sink(const TempDir& dir) : fd(::open(dir.file("sink").c_str(), O_CREAT | O_RDWR | O_TRUNC, 0600)) {}
+    ~Sink() { ::close(fd); }
+    int fd;
+};
+
+struct CopyCase {
+    const char* label;
+    bool throughSession;
+    std::size_t size;
+};
+void PrintTo(const CopyCase& c, std::ostream* out) { *out << c.label; }
+
+class DeviceFileCopy : public testing::TestWithParam<CopyCase> {};
+
+TEST_P(DeviceFileCopy, CopiesEveryByteAndReportsProgressUpToTheEnd)
+{
+    TempDir dir;
+    const std::string bytes = pattern(GetParam().size);
+    writeFile(dir.file("track.mp3"), bytes);
+    std::shared_ptr<ZQCoreiPod> library = GetParam().throughSession ? std::make_shared<SessionLibrary>(dir.path())
+                                                                    : std::make_shared<DiskLibrary>(dir.path());
+    Sink sink(dir);
+    std::vector<std::uint64_t> seen;
+    const FileCopyResult result = library->copyFileAtPath(dir.file("track.mp3"), sink.fd, [&](std::uint64_t done) {
+        seen.push_back(done);
+        return true;
+    });
+    EXPECT_TRUE(result.completed);
+    EXPECT_EQ(result.error, 0);
+    EXPECT_EQ(result.bytesCopied, bytes.size());
+    EXPECT_TRUE(readBack(sink.fd) == bytes);
+    EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+    if (!seen.empty()) {
+        EXPECT_LE(seen.back(), bytes.size());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Device, DeviceFileCopy,
+                         testing::Values(CopyCase{"EmptyFile", false, 0}, CopyCase{"VolumeSeveralPieces", false, 17u << 20},
+                                         CopyCase{"SessionEmptyFile", true, 0},
+                                         CopyCase{"SessionExactPieces", true, 2u << 20},
+                                         CopyCase{"SessionSeveralPieces", true, (2u << 20) + 12345}));
+
+TEST(DeviceFileCopy, StopsWhenProgressSaysSo)
+{
+    TempDir dir;
+    writeFile(dir.file("track.mp3"), pattern(20u << 20));
+    for (bool session : {false, true}) {
+        std::shared_ptr<ZQCoreiPod> library = session ? std::make_shared<SessionLibrary>(dir.path())
+                                                      : std::make_shared<DiskLibrary>(dir.path());
+        Sink sink(dir);
+        int calls = 0;
+        const FileCopyResult result =
+            library->copyFileAtPath(dir.file("track.mp3"), sink.fd, [&](std::uint64_t) { return ++calls < 2; });
+        EXPECT_FALSE(result.completed) << session;
+        EXPECT_EQ(result.error, 0) << session;
+        EXPECT_EQ(calls, 2);
+        EXPECT_LT(result.bytesCopied, 20u << 20);
+    }
+}
+
+TEST(DeviceFileCopy, FilesThatAreNotThereSayWhy)
+{
+    TempDir dir;
+    fs::create_directories(dir.file("folder.mp3"));
+    DiskLibrary library(dir.path());
+    Sink sink(dir);
+    EXPECT_EQ(library.copyFileAtPath(dir.file("missing.mp3"), sink.fd).error, ENOENT);
+    EXPECT_EQ(library.copyFileAtPath(dir.file("folder.mp3"), sink.fd).error, EISDIR);
+    SessionLibrary session(dir.path());
+    EXPECT_EQ(session.copyFileAtPath(dir.file("missing.mp3"), sink.fd).error, ENOENT);
+}
+
+TEST(DeviceFileSize, IsWhatTheVolumeReportsAndUnknownThroughASession)
+{
+    TempDir dir;
+    writeFile(dir.file("track.mp3"), pattern(12345));
+    fs::create_directories(dir.file("folder"));
+    DiskLibrary library(dir.path());
+    EXPECT_EQ(library.sizeOfFileAtPath(dir.file("track.mp3")), 12345u);
+    EXPECT_EQ(library.sizeOfFileAtPath(dir.file("missing.mp3")), std::nullopt);
+    EXPECT_EQ(library.sizeOfFileAtPath(dir.file("folder")), std::nullopt);
+    EXPECT_EQ(SessionLibrary(dir.path()).sizeOfFileAtPath(dir.file("track.mp3")), std::nullopt);
+}
+
+TEST(DeviceFileCopy, TakesTheBufferWhenTheKernelCannotCopy)
+{
+    // A pipe is neither a copy_file_range nor a sendfile source.
+    TempDir dir;
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    const std::string bytes = pattern(50000);
+    ASSERT_EQ(::write(ends[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    ::close(ends[1]);
+    Sink sink(dir);
+    const FileCopyResult result = copyFileContents(ends[0], sink.fd);
+    ::close(ends[0]);
+    EXPECT_TRUE(result.completed);
+    EXPECT_EQ(result.bytesCopied, bytes.size());
+    EXPECT_TRUE(readBack(sink.fd) == bytes);
+}
+
+TEST(TrackFileCopy, GoesThroughTheParentAndNoticesAVanishedVolume)
+{
+    TempDir dir;
+    const std::string volume = dir.file("volume");
+    fs::create_directories(volume);
+    writeFile(volume + "/track.mp3", "the music");
+    auto library = std::make_shared<DiskLibrary>(volume);
+    library->setIsConnected(true);
+    auto track = iPodTrack::initWithParent(library);
+    track->setFilePath(volume + "/track.mp3");
+    EXPECT_EQ(track->sizeOfTrackFile(), 9u);
+    {
+        Sink sink(dir);
+        const FileCopyResult result = track->copyTrackFileTo(sink.fd);
+        EXPECT_TRUE(result.completed);
+        EXPECT_EQ(readBack(sink.fd), "the music");
+    }
+
+    fs::remove_all(volume);
+    Sink sink(dir);
+    EXPECT_EQ(track->copyTrackFileTo(sink.fd).error, ENODEV);
+    EXPECT_FALSE(library->isConnected());
+
+    auto orphan = iPodTrack::initWithParent(nullptr);
+    orphan->setFilePath(volume + "/track.mp3");
+    EXPECT_EQ(orphan->copyTrackFileTo(sink.fd).error, ENOENT);
+    EXPECT_EQ(orphan->sizeOfTrackFile(), std::nullopt);
+}
+
+} // namespace
+} // namespace zq

@@ -1,0 +1,66 @@
+#pragma once
+
+// Runs the command-line tool as a separate process, as a person or a script does, and keeps
+// what it printed.
+
+#include "tests/support/DeviceImage.h"
+
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace zq::test {
+
+struct Outcome {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+inline std::string shellQuoted(const std::string& text)
+{
+    std::string result = "'";
+    for (char c : text)
+        result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return result + "'";
+}
+
+inline std::string contentsOf(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+/// Runs zqpod with `args` in UTC (so printed dates do not depend on the machine's zone), its
+/// standard input empty and its output captured (so it is not a terminal).
+inline Outcome zqpod(const std::vector<std::string>& args)
+{
+    TempDir capture;
+    std::string command = "TZ=UTC " + shellQuoted(ZQPOD_PATH);
+    for (const auto& arg : args)
+        command += " " + shellQuoted(arg);
+    command += " >" + shellQuoted(capture.file("out")) + " 2>" + shellQuoted(capture.file("err")) + " </dev/null";
+    const int raw = std::system(command.c_str());
+    Outcome run;
+    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    run.out = contentsOf(capture.file("out"));
+    run.err = contentsOf(capture.file("err"));
+    return run;
+}
+
+inline std::vector<std::string> lines(const std::string& text)
+{
+    std::vector<std::string> result;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        result.push_back(line);
+    return result;
+}
+
+} // namespace zq::test

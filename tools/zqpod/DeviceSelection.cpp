@@ -1,0 +1,91 @@
+#include "DeviceSelection.h"
+
+#include "ZQCore/device/ZQCore.h"
+#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/device/ZQCoreiPodRef.h"
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <vector>
+
+namespace zqpod {
+
+namespace {
+
+using Reference = std::shared_ptr<zq::ZQCoreiPodRef>;
+
+bool equalIgnoringCase(const std::string& a, const std::string& b)
+{
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+               return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+           });
+}
+
+std::string candidateLine(const zq::ZQCoreiPodRef& reference)
+{
+    return "  " + reference.name().value_or("iPod") + "  (serial " + reference.serialNumber().value_or("unknown") +
+           ")  at " + reference.path().value_or("?") + "\n";
+}
+
+std::string candidateList(const std::vector<Reference>& devices)
+{
+    std::string list;
+    for (const auto& reference : devices)
+        list += candidateLine(*reference);
+    return list;
+}
+
+constexpr const char* kHowToName =
+    "Name a device by its mount path (the folder that holds iPod_Control), its serial number or its name.";
+
+} // namespace
+
+Reference selectDevice(const std::optional<std::string>& which)
+{
+    std::error_code ignored;
+    if (which && (which->find('/') != std::string::npos || std::filesystem::exists(*which, ignored)))
+        return zq::ZQCoreiPodRef::initWithPath(*which);
+
+    const std::vector<Reference> connected = zq::ZQCore::connectediPodsOfSharedInstance();
+    if (!which) {
+        if (connected.size() == 1)
+            return connected.front();
+        if (connected.empty())
+            throw DeviceSelectionError(
+                "No device is connected. Connect an iPod in disk mode (it appears in 'zqpod devices'), or name the "
+                "folder that holds its iPod_Control, such as build/sample-ipod.");
+        throw DeviceSelectionError(std::to_string(connected.size()) + " devices are connected; say which one:\n" +
+                                   candidateList(connected) + kHowToName);
+    }
+
+    // A serial number says exactly one device; a name may be shared, and then it is not enough.
+    std::vector<Reference> matches;
+    for (const auto& reference : connected)
+        if (auto serial = reference->serialNumber(); serial && equalIgnoringCase(*serial, *which))
+            return reference;
+    for (const auto& reference : connected)
+        if (reference->name() == *which)
+            matches.push_back(reference);
+    if (matches.empty())
+        for (const auto& reference : connected)
+            if (auto name = reference->name(); name && equalIgnoringCase(*name, *which))
+                matches.push_back(reference);
+    if (matches.size() == 1)
+        return matches.front();
+    if (matches.size() > 1)
+        throw DeviceSelectionError(std::to_string(matches.size()) + " connected devices are called '" + *which +
+                                   "'; name one by its serial number or mount path:\n" + candidateList(matches));
+    if (connected.empty())
+        throw DeviceSelectionError("No device called '" + *which +
+                                   "': no device is connected, and there is no folder of that name here.");
+    throw DeviceSelectionError("No connected device has the serial number or name '" + *which +
+                               "'. Connected now:\n" + candidateList(connected) + kHowToName);
+}
+
+std::shared_ptr<zq::ZQCoreiPod> openSelectedDevice(const std::optional<std::string>& which)
+{
+    return zq::ZQCoreiPod::initWithiPodReference(selectDevice(which));
+}
+
+} // namespace zqpod

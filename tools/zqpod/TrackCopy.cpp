@@ -1,0 +1,611 @@
+#include "TrackCopy.h"
+
+#include "ArtworkExport.h"
+#include "CopyProgress.h"
+#include "FileNames.h"
+
+#include "ZQCore/artwork/AlbumArt.h"
+#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/foundation/Image.h"
+#include "ZQCore/model/Playlist.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <csignal>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <ostream>
+#include <set>
+#include <unordered_map>
+#include <vector>
+
+namespace zqpod {
+
+namespace {
+
+namespace fs = std::filesystem;
+using TrackPtr = std::shared_ptr<zq::iPodTrack>;
+
+volatile std::sig_atomic_t gInterrupt = 0;
+
+enum class Action { Copy, Replace, Skip, Fail };
+
+struct PlannedTrack {
+    TrackPtr track;
+    std::string wanted;  ///< the template's name, unique within this copy
+    std::string target;  ///< where it goes (wanted, or numbered beside a different file)
+    Action action = Action::Fail;
+    std::uint64_t size = 0;  ///< what the device reports for the file
+    std::string reason;      ///< why it fails
+    bool done = false;       ///< the file is in the destination at `target` after the run
+};
+
+bool containsIgnoringCase(const std::optional<std::string>& haystack, const std::string& needle)
+{
+    if (!haystack)
+        return needle.empty();
+    auto it = std::search(haystack->begin(), haystack->end(), needle.begin(), needle.end(), [](char a, char b) {
+        return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+    });
+    return it != haystack->end();
+}
+
+bool equalIgnoringCase(const std::string& a, const std::string& b)
+{
+    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+               return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+           });
+}
+
+std::shared_ptr<zq::Playlist> findPlaylist(const zq::ZQCoreiPod& library, const std::string& name)
+{
+    for (const auto& playlist : library.allPlaylists())
+        if (playlist->name() == name)
+            return playlist;
+    for (const auto& playlist : library.allPlaylists())
+        if (auto own = playlist->name(); own && equalIgnoringCase(*own, name))
+            return playlist;
+    std::string names;
+    for (const auto& playlist : library.allPlaylists())
+        names += "\n  " + playlist->name().value_or("(no name)");
+    throw CopyRefused("No playlist is called '" + name + "'. The device's playlists:" + names);
+}
+
+std::vector<TrackPtr> selectTracks(const zq::ZQCoreiPod& library, const CopyOptions& options)
+{
+    std::vector<TrackPtr> source =
+        options.playlist ? findPlaylist(library, *options.playlist)->tracks() : library.allTracks();
+    std::vector<TrackPtr> selected;
+    std::set<const zq::iPodTrack*> seen;  // a track that stands twice in a playlist is copied once
+    for (const auto& track : source) {
+        if (!track || !seen.insert(track.get()).second)
+            continue;
+        if (options.artist && !containsIgnoringCase(track->artist(), *options.artist) &&
+            !containsIgnoringCase(track->albumArtist(), *options.artist))
+            continue;
+        if (options.album && !containsIgnoringCase(track->album(), *options.album))
+            continue;
+        if (options.genre && !containsIgnoringCase(track->genre(), *options.genre))
+            continue;
+        selected.push_back(track);
+    }
+    return selected;
+}
+
+/// The device file's path below the volume, for messages.
+std::string devicePath(const zq::ZQCoreiPod& library, const zq::iPodTrack& track)
+{
+    const std::string path = track.filePath().value_or("");
+    const std::string base = library.path() + "/";
+    return path.starts_with(base) ? path.substr(base.size()) : path;
+}
+
+std::optional<std::uint64_t> sizeOfRegularFile(const fs::path& path, bool& exists)
+{
+    struct stat info {};
+    exists = ::lstat(path.c_str(), &info) == 0;
+    if (!exists || !S_ISREG(info.st_mode))
+        return std::nullopt;
+    return static_cast<std::uint64_t>(info.st_size);
+}
+
+/// Settles every track's name and what to do with it, looking at the destination as it is.
+std::vector<PlannedTrack> plan(const zq::ZQCoreiPod& library, const std::vector<TrackPtr>& tracks,
+                               const NameTemplate& names, const CopyOptions& options)
+{
+    std::vector<PlannedTrack> planned;
+    std::set<std::string> claimed;
+    for (const auto& track : tracks) {
+        PlannedTrack item;
+        item.track = track;
+        item.wanted = names.pathFor(*track);
+        for (int n = 2; claimed.count(nameKey(item.wanted)); ++n)
+            item.wanted = numberedPath(names.pathFor(*track), n);
+        claimed.insert(nameKey(item.wanted));
+        planned.push_back(std::move(item));
+    }
+
+    const fs::path root(options.destination);
+    std::set<std::string> taken;  // targets chosen so far
+    for (PlannedTrack& item : planned) {
+        const zq::iPodTrack& track = *item.track;
+        if (!track.filePath()) {
+            item.reason = "the library gives no file for this track";
+            continue;
+        }
+        auto size = track.sizeOfTrackFile();
+        if (!size && library.readsFilesThroughDevice())
+            size = track.fileSize();  // a session that does not say: the size the library recorded
+        if (!size) {
+            item.reason = "file missing on the device (" + devicePath(library, track) + ")";
+            continue;
+        }
+        item.size = *size;
+        for (int n = 1; n < 1000 && item.reason.empty(); ++n) {
+            const std::string candidate = n == 1 ? item.wanted : numberedPath(item.wanted, n);
+            const std::string key = nameKey(candidate);
+            if (taken.count(key) || (n > 1 && claimed.count(key)))
+                continue;
+            bool exists = false;
+            const auto existing = sizeOfRegularFile(root / candidate, exists);
+            if (!exists)
+                item.action = Action::Copy;
+            else if (existing && n == 1 && options.overwrite)
+                item.action = Action::Replace;
+            else if (existing && *existing == item.size && !options.overwrite)
+                item.action = Action::Skip;
+            else
+                continue;
+            item.target = candidate;
+            taken.insert(key);
+            break;
+        }
+        if (item.target.empty() && item.reason.empty())
+            item.reason = "no free name beside " + item.wanted;
+    }
+    return planned;
+}
+
+mode_t creationMode()
+{
+    static const mode_t mode = [] {
+        const mode_t mask = ::umask(0);
+        ::umask(mask);
+        return static_cast<mode_t>(0666 & ~mask);
+    }();
+    return mode;
+}
+
+/// A new file in `folder` that nobody sees until it is put in place: an unnamed file where the
+/// file system has them (nothing is left behind even if the process is killed), else a hidden
+/// temporary name. The destructor removes whatever was not put in place.
+class PendingFile {
+public:
+    explicit PendingFile(const fs::path& folder, const std::string& name) : folder_(folder)
+    {
+        fd_ = ::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, creationMode());
+        if (fd_ >= 0)
+            return;
+        std::string pattern = (folder / ("." + name + ".zqpod-XXXXXX")).string();
+        fd_ = ::mkostemp(pattern.data(), O_CLOEXEC);
+        if (fd_ < 0) {
+            error_ = errno;
+            return;
+        }
+        ::fchmod(fd_, creationMode());
+        tempPath_ = pattern;
+    }
+    ~PendingFile()
+    {
+        if (fd_ >= 0)
+            ::close(fd_);
+        if (!tempPath_.empty())
+            ::unlink(tempPath_.c_str());
+    }
+    PendingFile(const PendingFile&) = delete;
+    PendingFile& operator=(const PendingFile&) = delete;
+
+    int fd() const { return fd_; }
+    int error() const { return error_; }
+
+    /// Gives the file its name: replacing a file there when `replace`, otherwise failing with
+    /// EEXIST when one has appeared. Returns 0 or an errno.
+    int putInPlace(const fs::path& target, bool replace)
+    {
+        if (tempPath_.empty()) {
+            // An unnamed file gets a name by a link through /proc; to replace, it gets a
+            // temporary one first and is renamed over the old file.
+            const std::string self = "/proc/self/fd/" + std::to_string(fd_);
+            if (!replace)
+                return ::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, target.c_str(), AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
+            std::string temp = (folder_ / ("." + target.filename().string() + ".zqpod-" + std::to_string(::getpid()))).string();
+            ::unlink(temp.c_str());
+            if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, temp.c_str(), AT_SYMLINK_FOLLOW) != 0)
+                return errno;
+            tempPath_ = temp;
+        }
+        const int closed = ::close(fd_);
+        fd_ = -1;
+        if (closed != 0)
+            return errno;
+        if (replace) {
+            if (::rename(tempPath_.c_str(), target.c_str()) != 0)
+                return errno;
+            tempPath_.clear();
+            return 0;
+        }
+        if (::renameat2(AT_FDCWD, tempPath_.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0) {
+            tempPath_.clear();
+            return 0;
+        }
+        if (errno != EINVAL && errno != ENOSYS)
+            return errno;
+        // A file system without no-replace renames: a hard link refuses to replace too (the
+        // temporary name goes with this object).
+        if (::link(tempPath_.c_str(), target.c_str()) == 0)
+            return 0;
+        if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS)
+            return errno;
+        // No hard links either (FAT): a test just before the rename is the best it allows.
+        struct stat info {};
+        if (::lstat(target.c_str(), &info) == 0)
+            return EEXIST;
+        if (::rename(tempPath_.c_str(), target.c_str()) != 0)
+            return errno;
+        tempPath_.clear();
+        return 0;
+    }
+
+private:
+    fs::path folder_;
+    int fd_ = -1;
+    int error_ = 0;
+    std::string tempPath_;
+};
+
+std::string errorText(int error) { return std::strerror(error); }
+
+/// A failure to create a name: a file system that cannot hold some of its characters (FAT
+/// mounted without utf8 refuses what its character set lacks) says so only by the error.
+std::string nameFailure(const std::string& what, const fs::path& path, int error)
+{
+    std::string text = what + " " + path.string() + ": " + errorText(error);
+    const std::string name = path.string();
+    const bool nonASCII = std::any_of(name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+    if (nonASCII && (error == EPERM || error == EINVAL || error == EILSEQ))
+        text += " (the destination's file system may not hold some characters of this name: mount it with "
+                "utf8, or choose a --template)";
+    return text;
+}
+
+bool writeAll(int fd, const zq::Data& bytes)
+{
+    std::size_t written = 0;
+    while (written < bytes.size()) {
+        const ssize_t put = ::write(fd, bytes.bytes() + written, bytes.size() - written);
+        if (put < 0 && errno == EINTR)
+            continue;
+        if (put <= 0)
+            return false;
+        written += static_cast<std::size_t>(put);
+    }
+    return true;
+}
+
+/// Copies one track; "" on success, else why not.
+std::string copyOne(const zq::ZQCoreiPod& library, const PlannedTrack& item, const fs::path& root, CopyProgress& progress)
+{
+    const fs::path target = root / item.target;
+    std::error_code error;
+    fs::create_directories(target.parent_path(), error);
+    if (error)
+        return nameFailure("cannot create the folder", target.parent_path(), error.value());
+    PendingFile file(target.parent_path(), target.filename().string());
+    if (file.fd() < 0)
+        return nameFailure("cannot write", target, file.error());
+    const zq::FileCopyResult result = item.track->copyTrackFileTo(file.fd(), [&](std::uint64_t bytes) {
+        progress.advance(bytes);
+        return !interruptRequested();
+    });
+    if (!result.completed) {
+        if (result.error == 0)
+            return "interrupted";
+        if (result.error == ENOENT)
+            return "file missing on the device (" + devicePath(library, *item.track) + ")";
+        return "cannot copy " + devicePath(library, *item.track) + ": " + errorText(result.error);
+    }
+    if (result.bytesCopied != item.size)
+        return "the device reports " + std::to_string(item.size) + " bytes for " + devicePath(library, *item.track) +
+               " but " + std::to_string(result.bytesCopied) + " were copied";
+    if (const int placed = file.putInPlace(target, item.action == Action::Replace); placed != 0)
+        return placed == EEXIST ? "a file appeared at that name during the copy; it was left alone"
+                                : nameFailure("cannot name the copy", target, placed);
+    return "";
+}
+
+enum class SmallFileOutcome { Written, Unchanged, Failed };
+
+/// Writes a small generated file (a playlist, a cover) by the same rules as a track: an equal
+/// file is left, a different one kept and the new file numbered beside it unless `overwrite`.
+SmallFileOutcome writeSmallFile(const fs::path& root, const std::string& wanted, const zq::Data& bytes,
+                                const CopyOptions& options, std::string& target, std::set<std::string>& taken)
+{
+    for (int n = 1; n < 1000; ++n) {
+        const std::string candidate = n == 1 ? wanted : numberedPath(wanted, n);
+        if (taken.count(nameKey(candidate)))
+            continue;
+        bool exists = false;
+        const auto size = sizeOfRegularFile(root / candidate, exists);
+        bool replace = false;
+        if (exists) {
+            if (!size)
+                continue;
+            auto current = *size == bytes.size() ? zq::Data::contentsOfFile((root / candidate).string()) : std::nullopt;
+            if (current && *current == bytes && !options.overwrite) {
+                target = candidate;
+                taken.insert(nameKey(candidate));
+                return SmallFileOutcome::Unchanged;
+            }
+            if (!(options.overwrite && n == 1))
+                continue;
+            replace = true;
+        }
+        target = candidate;
+        taken.insert(nameKey(candidate));
+        if (options.dryRun)
+            return SmallFileOutcome::Written;
+        const fs::path path = root / candidate;
+        std::error_code error;
+        fs::create_directories(path.parent_path(), error);
+        PendingFile file(path.parent_path(), path.filename().string());
+        if (error || file.fd() < 0 || !writeAll(file.fd(), bytes) || file.putInPlace(path, replace) != 0)
+            return SmallFileOutcome::Failed;
+        return SmallFileOutcome::Written;
+    }
+    return SmallFileOutcome::Failed;
+}
+
+std::string m3u8For(const zq::Playlist& playlist, const std::unordered_map<const zq::iPodTrack*, std::string>& placed,
+                    std::size_t& entries)
+{
+    std::string text = "#EXTM3U\n";
+    entries = 0;
+    for (const auto& track : playlist.tracks()) {
+        auto where = track ? placed.find(track.get()) : placed.end();
+        if (where == placed.end())
+            continue;
+        const long seconds = static_cast<long>((track->trackLength() + 500) / 1000);
+        std::string label = track->artist().value_or("");
+        label += (label.empty() ? "" : " - ") + track->title().value_or("");
+        for (char& c : label)
+            if (c == '\n' || c == '\r')
+                c = ' ';
+        text += "#EXTINF:" + std::to_string(track->trackLength() ? seconds : -1) + "," + label + "\n" + where->second + "\n";
+        ++entries;
+    }
+    return text;
+}
+
+std::string plural(std::size_t count, const char* one, const char* many)
+{
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+void checkDestination(const zq::ZQCoreiPod& library, const fs::path& destination)
+{
+    std::error_code error;
+    const fs::path device = fs::weakly_canonical(library.path(), error);
+    const fs::path target = fs::weakly_canonical(fs::absolute(destination), error);
+    if (error)
+        throw CopyRefused("Cannot use " + destination.string() + " as the destination: " + error.message());
+    auto [deviceEnd, targetEnd] = std::mismatch(device.begin(), device.end(), target.begin(), target.end());
+    if (deviceEnd == device.end())
+        throw CopyRefused("The destination " + destination.string() +
+                          " lies on the device itself; zqpod never writes to a device. Choose a folder on the computer.");
+}
+
+} // namespace
+
+void requestInterrupt() noexcept { gInterrupt = 1; }
+bool interruptRequested() noexcept { return gInterrupt != 0; }
+
+CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options, std::ostream& out)
+{
+    const NameTemplate names(options.nameTemplate.empty() ? kDefaultNameTemplate : options.nameTemplate);
+    const fs::path root(options.destination);
+    checkDestination(library, root);
+    const std::vector<TrackPtr> tracks = selectTracks(library, options);
+    std::vector<PlannedTrack> planned = plan(library, tracks, names, options);
+
+    CopySummary summary;
+    std::size_t notCopied = 0;  // left for another run by an interruption
+    std::size_t toCopy = 0;
+    std::uint64_t bytesToCopy = 0;
+    for (const auto& item : planned)
+        if (item.action == Action::Copy || item.action == Action::Replace) {
+            ++toCopy;
+            bytesToCopy += item.size;
+        }
+
+    if (options.dryRun) {
+        for (auto& item : planned) {
+            const std::string from = devicePath(library, *item.track);
+            switch (item.action) {
+            case Action::Copy:
+            case Action::Replace:
+                out << (item.action == Action::Copy ? "would copy     " : "would replace  ") << item.target << "  <- "
+                    << from << " (" << formatBytes(item.size) << ")"
+                    << (item.target != item.wanted ? "  [" + item.wanted + " exists and differs]" : "") << '\n';
+                ++summary.copied;
+                summary.bytesCopied += item.size;
+                item.done = true;
+                break;
+            case Action::Skip:
+                out << "would skip     " << item.target << "  (already there, same size)\n";
+                ++summary.skipped;
+                item.done = true;
+                break;
+            case Action::Fail:
+                out << "cannot copy    " << item.wanted << ": " << item.reason << '\n';
+                ++summary.failed;
+                break;
+            }
+        }
+    } else {
+        std::error_code error;
+        fs::create_directories(root, error);
+        if (error)
+            throw CopyRefused("Cannot create the destination " + root.string() + ": " + error.message());
+
+        std::size_t copyFailures = 0;  // of the files that were to be copied
+        CopyProgress progress(out, options.live, options.columns);
+        progress.begin(toCopy, bytesToCopy);
+        for (auto& item : planned) {
+            if (item.action == Action::Fail) {
+                progress.note("failed   " + item.wanted + ": " + item.reason, false);
+                ++summary.failed;
+                continue;
+            }
+            if (item.action == Action::Skip) {
+                progress.note("skipped  " + item.target + " (already there, same size)", true);
+                ++summary.skipped;
+                item.done = true;
+                continue;
+            }
+            if (interruptRequested()) {
+                summary.interrupted = true;
+                break;
+            }
+            if (item.target != item.wanted)
+                progress.note("kept     " + item.wanted + " (a different file); this copy is " + item.target, false);
+            progress.startFile(item.target);
+            const std::string why = copyOne(library, item, root, progress);
+            progress.finishFile(item.size);
+            if (why == "interrupted") {
+                summary.interrupted = true;
+                break;
+            }
+            if (!why.empty()) {
+                progress.note("failed   " + item.target + ": " + why, false);
+                ++summary.failed;
+                ++copyFailures;
+                continue;
+            }
+            progress.note((item.action == Action::Replace ? "replaced " : "copied   ") + item.target, true);
+            ++summary.copied;
+            summary.bytesCopied += item.size;
+            item.done = true;
+        }
+        progress.end();
+        notCopied = toCopy - summary.copied - copyFailures;
+    }
+
+    // Playlists and covers describe what is in the destination, so they follow a whole run.
+    std::size_t playlistsWritten = 0, coversWritten = 0;
+    if (!summary.interrupted && (options.playlists || options.art)) {
+        std::set<std::string> taken;
+        for (const auto& item : planned)
+            if (!item.target.empty())
+                taken.insert(nameKey(item.target));
+        std::unordered_map<const zq::iPodTrack*, std::string> placed;
+        for (const auto& item : planned)
+            if (item.done)
+                placed.emplace(item.track.get(), item.target);
+        const char* verb = options.dryRun ? "would write    " : "wrote    ";
+
+        if (options.playlists) {
+            for (const auto& playlist : library.allPlaylists()) {
+                if (playlist->isMaster())
+                    continue;
+                std::size_t entries = 0;
+                const std::string text = m3u8For(*playlist, placed, entries);
+                if (entries == 0)
+                    continue;
+                std::string target;
+                const std::string wanted = safeName(playlist->name().value_or("Playlist") + ".m3u8", true);
+                switch (writeSmallFile(root, wanted, zq::Data(text), options, target, taken)) {
+                case SmallFileOutcome::Written:
+                    out << verb << target << " (" << plural(entries, "track", "tracks") << ")\n";
+                    ++playlistsWritten;
+                    break;
+                case SmallFileOutcome::Unchanged:
+                    out << (options.dryRun ? "would keep     " : "kept     ") << target << " (unchanged)\n";
+                    break;
+                case SmallFileOutcome::Failed:
+                    out << "failed   " << wanted << ": cannot write the playlist\n";
+                    ++summary.failed;
+                    break;
+                }
+            }
+        }
+        if (options.art) {
+            // One cover per folder, from the first track there whose artwork can be read.
+            std::map<std::string, const zq::iPodTrack*> firstWithArt;
+            std::vector<std::string> folders;
+            for (const auto& item : planned) {
+                if (!item.done || !item.track->hasAlbumArt())
+                    continue;
+                const std::string folder = fs::path(item.target).parent_path().string();
+                if (firstWithArt.emplace(folder, item.track.get()).second)
+                    folders.push_back(folder);
+            }
+            for (const std::string& folder : folders) {
+                auto image = bestImage(*firstWithArt[folder]->albumArt());
+                auto png = image ? image->pngData() : std::nullopt;
+                const std::string wanted = (folder.empty() ? "" : folder + "/") + "cover.png";
+                if (!png) {
+                    out << "no cover  " << wanted << ": the device's artwork cannot be read\n";
+                    continue;
+                }
+                std::string target;
+                switch (writeSmallFile(root, wanted, *png, options, target, taken)) {
+                case SmallFileOutcome::Written:
+                    out << verb << target << " (" << image->width() << " x " << image->height() << ")\n";
+                    ++coversWritten;
+                    break;
+                case SmallFileOutcome::Unchanged:
+                    out << (options.dryRun ? "would keep     " : "kept     ") << target << " (unchanged)\n";
+                    break;
+                case SmallFileOutcome::Failed:
+                    out << "failed   " << wanted << ": cannot write the cover\n";
+                    ++summary.failed;
+                    break;
+                }
+            }
+        }
+    }
+
+    std::string extras;
+    if (options.playlists || options.art) {
+        extras = options.dryRun ? "; would write " : "; wrote ";
+        if (options.playlists)
+            extras += plural(playlistsWritten, "playlist", "playlists");
+        if (options.playlists && options.art)
+            extras += " and ";
+        if (options.art)
+            extras += plural(coversWritten, "cover", "covers");
+    }
+    if (options.dryRun)
+        out << "Dry run, nothing written: would copy " << plural(summary.copied, "file", "files") << " ("
+            << formatBytes(summary.bytesCopied) << "), skip " << summary.skipped << ", fail " << summary.failed
+            << extras << ".\n";
+    else if (summary.interrupted)
+        out << "Interrupted: copied " << plural(summary.copied, "file", "files") << " ("
+            << formatBytes(summary.bytesCopied) << "), skipped " << summary.skipped << ", failed " << summary.failed
+            << "; " << notCopied << " not copied. No partial file was left; run the same command again to finish.\n";
+    else
+        out << "Copied " << plural(summary.copied, "file", "files") << " (" << formatBytes(summary.bytesCopied)
+            << ") to " << root.string() << ", skipped " << summary.skipped << ", failed " << summary.failed << extras
+            << ".\n";
+    return summary;
+}
+
+} // namespace zqpod

@@ -1,0 +1,59 @@
+#pragma once
+
+// zqpod copy: tracks off a device into a folder, named by a template, never harming either
+// side: the device is only read, and no file already in the destination is replaced unless
+// asked.
+
+#include <cstddef>
+#include <cstdint>
+#include <iosfwd>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace zq {
+class ZQCoreiPod;
+}
+
+namespace zqpod {
+
+struct CopyOptions {
+    std::string destination;
+    std::string nameTemplate;
+    std::optional<std::string> playlist;  ///< only this playlist's tracks
+    std::optional<std::string> artist;    ///< only tracks whose artist or album artist contains this
+    std::optional<std::string> album;
+    std::optional<std::string> genre;
+    bool overwrite = false;
+    bool dryRun = false;
+    bool playlists = false;  ///< write an M3U8 file per playlist
+    bool art = false;        ///< write cover.png into each album folder
+    bool live = false;       ///< draw a progress bar (the output is a terminal)
+    int columns = 80;
+};
+
+struct CopySummary {
+    std::size_t copied = 0;
+    std::size_t skipped = 0;
+    std::size_t failed = 0;
+    std::uint64_t bytesCopied = 0;
+    bool interrupted = false;
+};
+
+/// A request that cannot be carried out at all (unknown playlist, destination inside the device
+/// or not writable); nothing was written.
+class CopyRefused : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// Copies what `options` selects from `library`, reporting to `out` as it goes and closing with
+/// a summary line. Stops between pieces of a file once interruptRequested() is true, removing
+/// the unfinished file.
+CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options, std::ostream& out);
+
+/// Set from a signal handler (SIGINT, SIGTERM) to stop a copy cleanly.
+void requestInterrupt() noexcept;
+bool interruptRequested() noexcept;
+
+} // namespace zqpod
