@@ -10,7 +10,7 @@ FUZZ_SECONDS ?= 600
 
 PACKAGES      := build-essential cmake pkg-config libplist-dev libpng-dev nlohmann-json3-dev \
                  libglib2.0-dev libudev-dev libgtest-dev libgmock-dev libbenchmark-dev \
-                 dosfstools fusefat util-linux mount
+                 dosfstools fusefat util-linux mount libimobiledevice-dev libusbmuxd-dev
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 
 .PHONY: all deps build demo test test-release test-asan bench fuzz fuzz-deps clean

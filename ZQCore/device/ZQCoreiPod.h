@@ -127,6 +127,19 @@ public:
     /// or the type in decimal).
     static std::string keyForStringMHODType(std::int32_t type);
 
+    // ---- the SQLite library databases (iTunes Library.itlp) ----
+    /// Loads tracks and playlists from the four databases of newer devices: `library`
+    /// ("Library.itdb"), `extras` ("Extras.itdb", opened and never read), `locations`
+    /// ("Locations.itdb") and `dynamics` ("Dynamic.itdb"), all local files, opened read-only.
+    /// Replaces `tracks` and `playlists` (top-level playlists only; folder children live in their
+    /// folders; the podcast group, when there are episodes, is added last). Answers true whenever
+    /// it returns: a database that cannot be opened loads nothing and still answers true.
+    /// Throws "<application identifier>.SQLiteFailed" when a statement cannot be prepared (a
+    /// missing table, say); what was loaded by then stays. Sub-queries use statements kept for
+    /// the whole process (see SQLiteStatementCache), so loads must not run at the same time.
+    bool loadFromLocalSQLiteDatabase(const std::string& library, const std::string& extras,
+                                     const std::string& locations, const std::string& dynamics);
+
     // ---- the artwork database (ArtworkDB) ----
     /// Reads the artwork database at `path` whole through contentsOfFileAtPath, makes one
     /// AlbumArt per image item (pixels stay on the device until asked for) and attaches them to
