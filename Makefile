@@ -9,7 +9,7 @@ SAMPLE     := $(BUILD)/sample-ipod
 FUZZ_SECONDS ?= 600
 
 PACKAGES      := build-essential cmake pkg-config libplist-dev libpng-dev nlohmann-json3-dev \
-                 libglib2.0-dev libudev-dev libgtest-dev libgmock-dev libbenchmark-dev \
+                 libglib2.0-dev libudev-dev libsqlite3-dev libgtest-dev libgmock-dev libbenchmark-dev \
                  dosfstools fusefat util-linux mount libimobiledevice-dev libusbmuxd-dev
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 

@@ -43,9 +43,22 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
     const fs::path base(iPodBasePath_);
 
     // Newer devices keep their library in the SQLite databases of "iTunes Library.itlp"; when
-    // all four are there, they are loaded first and the binary database is the fallback. The
-    // SQLite loader is not part of this build yet, so such devices load from iTunesDB.
+    // all four are there, they are loaded first and the binary database is the fallback.
     bool needsBinaryDatabase = true;
+    const fs::path itlp = base / "iPod_Control" / "iTunes" / "iTunes Library.itlp";
+    if (fileExists(itlp)) {
+        const fs::path library = itlp / "Library.itdb", extras = itlp / "Extras.itdb",
+                       locations = itlp / "Locations.itdb", dynamics = itlp / "Dynamic.itdb";
+        if (fileExists(library) && fileExists(extras) && fileExists(locations) && fileExists(dynamics)) {
+            try {
+                if (loadFromLocalSQLiteDatabase(library, extras, locations, dynamics))
+                    needsBinaryDatabase = false;
+            } catch (const Exception& error) {
+                log("Could not load the SQLite library databases with the error: " + error.reason() +
+                    " - reading iTunesDB instead.");
+            }
+        }
+    }
 
     if (needsBinaryDatabase) {
         if (auto database = readerForFileAtPath(base / "iPod_Control" / "iTunes" / "iTunesDB"))

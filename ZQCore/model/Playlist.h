@@ -11,10 +11,13 @@
 #include <string>
 #include <vector>
 
+struct sqlite3_stmt;
+
 namespace zq {
 
 class iPodTrack;
 class Image;
+class ZQCoreiPod;
 
 /// A named, ordered list of tracks of one library (duplicates allowed), and the base of the
 /// other kinds: Podcasts, PlaylistFolder, PurchasedPlaylist and SmartPlaylist.
@@ -30,6 +33,12 @@ public:
     static std::shared_ptr<Playlist> initWithName(const std::optional<std::string>& name);
     /// A playlist from a record of the binary database: `header` is the record's 48-byte block.
     static std::shared_ptr<Playlist> initWithMHYP(std::span<const std::uint8_t> header, const std::optional<std::string>& name);
+
+    /// The playlist of the container-table row `row` of the SQLite library, of the class the
+    /// row calls for (PurchasedPlaylist, PlaylistFolder, SmartPlaylist or Playlist), or nullptr
+    /// for a row that is no playlist. The device's hidden library container gives its name to
+    /// `parent`. Lives with the SQLite loader.
+    static std::shared_ptr<Playlist> initWithSQLiteRow(sqlite3_stmt* row, const std::shared_ptr<ZQCoreiPod>& parent);
 
     ~Playlist() override;
 
@@ -62,6 +71,8 @@ protected:
     explicit Playlist(const std::optional<std::string>& name);
     /// Fills the fields that every kind reads from a binary-database record.
     void fillFromMHYP(std::span<const std::uint8_t> header);
+    /// Fills the fields that every kind reads from a container row of the SQLite library.
+    void fillFromSQLiteRow(sqlite3_stmt* row);
     /// The plain or master form of description(), for kinds that build on it.
     std::string playlistDescription() const;
 

@@ -13,6 +13,9 @@
 #include <span>
 #include <string>
 
+struct sqlite3;
+struct sqlite3_stmt;
+
 namespace zq {
 
 class AlbumArt;
@@ -41,6 +44,15 @@ public:
     struct MHITStrings;
     static std::shared_ptr<iPodTrack> initWithMHIT(std::span<const std::uint8_t> header, const MHITStrings& strings,
                                                    const std::shared_ptr<ZQCoreiPod>& parent, LocalDateConverter& dates);
+
+    /// The track of the row `row` of the SQLite library's item table, with its sub-rows from
+    /// the library, locations and dynamics connections (`extrasDatabase` is passed along and
+    /// not read). Throws "<application identifier>.SQLiteFailed" when a sub-query cannot be
+    /// prepared. Lives with the SQLite loader.
+    static std::shared_ptr<iPodTrack> initWithSQLiteRow(sqlite3_stmt* row, sqlite3* libraryDatabase,
+                                                        sqlite3* extrasDatabase, sqlite3* locationsDatabase,
+                                                        sqlite3* dynamicsDatabase,
+                                                        const std::shared_ptr<ZQCoreiPod>& parent);
 
     // Text fields.
     std::optional<std::string> artist() const { return text(Artist); }

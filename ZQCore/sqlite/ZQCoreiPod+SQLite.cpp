@@ -1,0 +1,137 @@
+// Loading a library from the four SQLite databases of "iTunes Library.itlp".
+
+#include "ZQCore/device/ZQCoreiPod.h"
+
+#include "ZQCore/model/PlaylistFolder.h"
+#include "ZQCore/model/Podcasts.h"
+#include "ZQCore/sqlite/SQLiteDatabase.h"
+
+#include <sqlite3.h>
+
+#include <unordered_map>
+#include <unordered_set>
+
+namespace zq {
+
+bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const std::string& extras,
+                                             const std::string& locations, const std::string& dynamics)
+{
+    // All four are opened before any is judged. A database that cannot be opened is not
+    // reported as a failure: nothing is loaded and the answer is still yes.
+    SQLiteConnection libraryDB(library);
+    SQLiteConnection extrasDB(extras);
+    SQLiteConnection locationsDB(locations);
+    SQLiteConnection dynamicsDB(dynamics);
+    if (!libraryDB.valid() || !extrasDB.valid() || !locationsDB.valid() || !dynamicsDB.valid())
+        return true;
+
+    const std::shared_ptr<ZQCoreiPod> self = weak_from_this().lock();
+
+    // ---- tracks
+    std::unordered_map<std::uint64_t, std::shared_ptr<iPodTrack>> trackByID;
+    Tracks collected;
+    {
+        SQLiteStatement items(libraryDB.handle(),
+                              "SELECT pid, title, album, artist, album_artist, description, grouping, composer, "
+                              "comment, eq_preset, total_time_ms, track_number, track_count, year, start_time_ms, "
+                              "stop_time_ms, bpm, disc_number, disc_count, relative_volume, media_kind, is_movie, "
+                              "album_pid, date_modified, is_user_disabled, is_compilation, genre_id FROM item");
+        while (items.step()) {
+            auto track = iPodTrack::initWithSQLiteRow(items.handle(), libraryDB.handle(), extrasDB.handle(),
+                                                      locationsDB.handle(), dynamicsDB.handle(), self);
+            if (!track)
+                continue;
+            trackByID[track->dbid()] = track;
+            collected.push_back(std::move(track));
+        }
+    }
+    tracks_ = std::move(collected);
+
+    // ---- playlists, one per container row that is a playlist
+    std::unordered_map<std::uint64_t, std::shared_ptr<PlaylistFolder>> folderByID;
+    Playlists playlists;
+    {
+        SQLiteStatement containers(libraryDB.handle(),
+                                   "SELECT pid, date_created, name, parent_pid, is_hidden, smart_is_folder, "
+                                   "smart_is_dynamic, smart_is_filtered, smart_is_genius, smart_enabled_only, "
+                                   "smart_is_limited, smart_limit_kind, smart_limit_order, smart_limit_value, "
+                                   "smart_reverse_limit_order, smart_criteria, distinguished_kind FROM container");
+        while (containers.step()) {
+            auto playlist = Playlist::initWithSQLiteRow(containers.handle(), self);
+            if (!playlist)
+                continue;
+            if (auto folder = std::dynamic_pointer_cast<PlaylistFolder>(playlist))
+                folderByID[folder->playlistID()] = folder;
+            playlists.push_back(std::move(playlist));
+        }
+    }
+    playlists_ = std::move(playlists);
+
+    // ---- membership, in the order the database returns the rows (physical_order is read and
+    // not used), for every kind of playlist
+    {
+        SQLiteStatement members(libraryDB.handle(),
+                                "SELECT item_pid, physical_order FROM item_to_container WHERE container_pid=?");
+        for (const auto& playlist : playlists_) {
+            sqlite3_bind_int64(members.handle(), 1, static_cast<sqlite3_int64>(playlist->playlistID()));
+            while (members.step()) {
+                auto found = trackByID.find(static_cast<std::uint64_t>(sqlite3_column_int64(members.handle(), 0)));
+                if (found != trackByID.end())
+                    playlist->addTrack(found->second);
+            }
+            members.reset();
+        }
+    }
+
+    // ---- folders: one pass links every child to its folder (folders in folders included);
+    // only top-level playlists stay in the list. A parent that is not a folder leaves the
+    // playlist at the top.
+    {
+        std::unordered_set<const Playlist*> children;
+        for (const auto& playlist : playlists_) {
+            if (playlist->parentID() == 0)
+                continue;
+            auto folder = folderByID.find(playlist->parentID());
+            if (folder == folderByID.end())
+                continue;
+            folder->second->addPlaylist(playlist);
+            children.insert(playlist.get());
+        }
+        std::erase_if(playlists_, [&](const std::shared_ptr<Playlist>& p) { return children.contains(p.get()); });
+    }
+    folderByID.clear();
+
+    // ---- the podcast group: one show per album, in the order the episodes come
+    {
+        SQLiteStatement episodes(libraryDB.handle(), "SELECT item_pid FROM podcast_info");
+        auto group = Podcasts::init();
+        while (episodes.step()) {
+            const auto pid = static_cast<std::uint64_t>(sqlite3_column_int64(episodes.handle(), 0));
+            // Every loaded track is in the map, so a miss there is a miss in the track list too
+            // (searching the list again would only cost time on a file full of stray rows).
+            std::shared_ptr<iPodTrack> track;
+            if (auto found = trackByID.find(pid); found != trackByID.end())
+                track = found->second;
+            const std::optional<std::string> album = track ? track->album() : std::nullopt;
+
+            bool placed = false;
+            for (const auto& show : group->podcasts()) {
+                if (show->name() == album && album) {
+                    show->addTrack(track);
+                    placed = true;
+                    break;
+                }
+            }
+            if (placed || !album)
+                continue;
+            auto show = Playlist::initWithName(album);
+            show->addTrack(track);
+            group->addPodcast(show);
+        }
+        if (!group->podcasts().empty())
+            addPlaylist(group);
+    }
+    return true;
+}
+
+} // namespace zq
