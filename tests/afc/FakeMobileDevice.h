@@ -10,6 +10,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -22,6 +23,10 @@ struct FakeRequest {
     std::uint64_t offset = 0; ///< position of a read or write
     std::uint32_t count = 0;  ///< bytes asked for (read) or given (write)
     friend bool operator==(const FakeRequest&, const FakeRequest&) = default;
+    friend void PrintTo(const FakeRequest& request, std::ostream* out)
+    {
+        *out << request.op << "(" << request.path << " @" << request.offset << " #" << request.count << ")";
+    }
 };
 
 class FakeConduit final : public AFCConnection {
@@ -182,7 +187,7 @@ struct FakeSessionScript {
 class FakeDevice final : public AMDevice {
 public:
     FakeDevice(std::uint32_t id, std::map<std::string, std::string> values)
-        : id_(id), values_(std::move(values)), conduit(std::make_shared<FakeConduit>()) {}
+        : conduit(std::make_shared<FakeConduit>()), id_(id), values_(std::move(values)) {}
 
     FakeSessionScript script;
     std::shared_ptr<FakeConduit> conduit;

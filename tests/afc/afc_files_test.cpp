@@ -23,11 +23,6 @@ using ::testing::IsEmpty;
 
 constexpr std::uint32_t kChunk = 262144;
 
-void PrintTo(const FakeRequest& request, std::ostream* out)
-{
-    *out << request.op << "(" << request.path << " @" << request.offset << " #" << request.count << ")";
-}
-
 std::string patterned(std::size_t size)
 {
     std::string bytes(size, '\0');
@@ -90,7 +85,7 @@ INSTANTIATE_TEST_SUITE_P(
                       WholeReadCase{"ExactlyOneChunk", kChunk, {{0, kChunk}, {kChunk, kChunk}}},
                       WholeReadCase{"ChunkAndAHalf", 300000, {{0, kChunk}, {kChunk, kChunk}, {300000, 37856}}},
                       WholeReadCase{"ShortFile", 1000, {{0, kChunk}, {1000, 1000}}}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& testCase) { return std::string(testCase.param.name); });
 
 // ---- ranged reads ----------------------------------------------------------------------------
 
@@ -131,7 +126,7 @@ INSTANTIATE_TEST_SUITE_P(
         RangeCase{"AcrossChunks", 600000, {5, 300000}, 300000, {{5, kChunk}, {kChunk + 5, 37856}, {300005, 0}}},
         RangeCase{"RunsPastTheEnd", 1000, {900, 500}, 100, {{900, 500}, {1000, 100}}},
         RangeCase{"StartsPastTheEnd", 1000, {5000, 10}, 0, {{5000, 10}}}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& testCase) { return std::string(testCase.param.name); });
 
 // ---- what reads answer for things that are not readable files --------------------------------
 

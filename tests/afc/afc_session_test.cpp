@@ -77,7 +77,7 @@ INSTANTIATE_TEST_SUITE_P(
                     "AMDeviceStartService didn't initialise a connection", "startService com.apple.afc"},
         FailureCase{"OpenConduit", with([](auto& s) { s.conduitError = 30; }), "AFCConnectionOpen failed with error 30",
                     "afcConnectionOpen"}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& testCase) { return std::string(testCase.param.name); });
 
 TEST(AFCSession, AReadySessionTookEveryStepInOrderAndKeepsItsReference)
 {
