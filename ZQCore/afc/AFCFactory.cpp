@@ -27,7 +27,9 @@ const std::shared_ptr<AFCFactory>& AFCFactory::factory()
             try {
                 self->notify(notification);
             } catch (const std::exception& failure) {
-                log(std::string("AFC device could not be opened: ") + failure.what());
+                const auto serial = notification.device ? notification.device->copyValue(std::nullopt, "SerialNumber")
+                                                        : std::nullopt;
+                log("AFC device " + serial.value_or("(no serial number)") + " could not be opened: " + failure.what());
             }
         });
         // Logged with the placeholder unfilled and the number left out, as it always was.

@@ -3,6 +3,7 @@
 #include "ArtworkExport.h"
 #include "DeviceList.h"
 #include "LibraryReport.h"
+#include "MobileDevices.h"
 
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
@@ -32,6 +33,7 @@ int runLibrary(const std::vector<std::string>& args);
 int runArt(const std::vector<std::string>& args);
 int runDevices(const std::vector<std::string>& args);
 int runWatch(const std::vector<std::string>& args);
+int runGet(const std::vector<std::string>& args) { return zqpod::copyTrack(args, std::cout, std::cerr); }
 
 const std::vector<Command>& commands()
 {
@@ -64,6 +66,11 @@ const std::vector<Command>& commands()
          "(\"arrived:\") or departs (\"departed:\") while volumes are mounted and unmounted.\n"
          "Nothing polls; stop it with Ctrl-C.\n",
          runWatch},
+        {"get", "zqpod get DEVICE TRACK-ID OUTFILE", "copy one track's file off a device",
+         "Copies the file of the track with TRACK-ID (as 'zqpod library --json' lists it) off the\n"
+         "device to OUTFILE ('-' for standard output). DEVICE is a disk-mode iPod's mount path, or\n"
+         "the serial number, UDID or name of a connected device (iPhones and iPod touches too).\n",
+         runGet},
     };
     return list;
 }
@@ -91,7 +98,7 @@ bool wantsHelp(const std::vector<std::string>& args)
 
 std::shared_ptr<zq::ZQCoreiPod> openLibrary(const std::string& path)
 {
-    auto reference = zq::ZQCoreiPodRef::initWithPath(path);
+    auto reference = zqpod::referenceForDevice(path);
     return zq::ZQCoreiPod::initWithiPodReference(reference);
 }
 
@@ -146,6 +153,7 @@ int runDevices(const std::vector<std::string>& args)
         std::cerr << "usage: zqpod devices\n";
         return kExitUsage;
     }
+    zqpod::collectMobileDevices();
     zqpod::printConnectedDevices(std::cout);
     return kExitOK;
 }
@@ -156,6 +164,7 @@ int runWatch(const std::vector<std::string>& args)
         std::cerr << "usage: zqpod watch\n";
         return kExitUsage;
     }
+    zqpod::collectMobileDevices();
     zqpod::watchDevices(std::cout);
     return kExitOK;
 }
