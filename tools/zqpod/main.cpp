@@ -39,7 +39,9 @@ const std::vector<Command>& commands()
 {
     static const std::vector<Command> list = {
         {"library", "zqpod library PATH [--json]", "print the library of the device mounted at PATH",
-         "Opens the device whose volume is mounted at PATH (the folder that holds iPod_Control)\n"
+         "Opens the device whose volume is mounted at PATH (the folder that holds iPod_Control),\n"
+         "or the connected device (an iPhone or iPod touch too) whose serial number, UDID or name\n"
+         "is PATH,\n"
          "and prints its library: device name, serial number, model type, counts, and every\n"
          "playlist in the framework's own words (smart playlists with their rules and limits,\n"
          "podcasts with their shows).\n"
@@ -58,7 +60,8 @@ const std::vector<Command>& commands()
          runArt},
         {"devices", "zqpod devices", "list the iPods connected now",
          "Lists every disk-mode iPod whose volume is mounted as removable media (below /media or\n"
-         "/run/media/USER, as a file manager shows it): its name, serial number, model type\n"
+         "/run/media/USER, as a file manager shows it), and every iPhone or iPod touch that\n"
+         "usbmuxd reports (path \"/\"): its name, serial number, model type\n"
          "(see ZQCore/resources/README.md; \"-\" when unknown) and mount path.\n",
          runDevices},
         {"watch", "zqpod watch", "print iPods as they arrive and depart, until interrupted",
