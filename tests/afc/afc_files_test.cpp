@@ -180,22 +180,7 @@ TEST_F(AFCFiles, CreatingAnEmptyFileOpensAndClosesWithoutWriting)
     EXPECT_THAT(conduit().requestsOf("write"), IsEmpty());
 }
 
-TEST_F(AFCFiles, CreatingAFileInAMissingFolderCreatesNothing)
-{
-    EXPECT_FALSE(session->createFileAtPath("/Nowhere/new.bin", Data(std::string_view("x"))));
-    EXPECT_FALSE(conduit().files.count("/Nowhere/new.bin"));
-    EXPECT_THAT(conduit().requestsOf("open"), IsEmpty());
-}
 
-TEST_F(AFCFiles, DeletingRemovesRegularFilesOnly)
-{
-    conduit().files["/Music/old.mp3"] = "x";
-    EXPECT_TRUE(session->deleteFileAtPath("/Music/old.mp3"));
-    EXPECT_FALSE(conduit().files.count("/Music/old.mp3"));
-    EXPECT_FALSE(session->deleteFileAtPath("/Music"));
-    EXPECT_TRUE(conduit().folders.count("/Music"));
-    EXPECT_FALSE(session->deleteFileAtPath("/Music/old.mp3"));
-}
 
 TEST_F(AFCFiles, ListingsSeparateFilesFromFoldersAndSkipDotEntries)
 {
@@ -221,20 +206,6 @@ TEST_F(AFCFiles, ListingAFolderThatCannotBeOpenedThrowsABareException)
     }
 }
 
-TEST_F(AFCFiles, InterfaceRenamesCreatesFoldersAndResizes)
-{
-    auto& afc = *session->deviceInterface();
-    conduit().files["/Music/x"] = "12345";
-    EXPECT_TRUE(afc.renamePath("/Music/x", "/Music/y"));
-    EXPECT_FALSE(afc.renamePath("/Music/x", "/Music/z"));
-    EXPECT_TRUE(afc.setSizeOfFile("/Music/y", 3));
-    EXPECT_EQ(conduit().files["/Music/y"].size(), 3u);
-    EXPECT_TRUE(afc.createDirectory("/Music/New"));
-    EXPECT_TRUE(afc.isDirectoryAtPath("/Music/New"));
-    EXPECT_FALSE(afc.isFileAtPath("/Music/New"));
-    EXPECT_TRUE(session->fileExistsAtPath("/Music/y"));
-    EXPECT_FALSE(session->fileExistsAtPath("/Music/New"));
-}
 
 TEST_F(AFCFiles, AWriteOfNothingSucceedsWithoutTouchingTheFile)
 {

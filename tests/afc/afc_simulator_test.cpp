@@ -198,35 +198,6 @@ TEST_F(MobileDevices, AnUntrustedDeviceIsRefusedWithAReasonAndNotListed)
     EXPECT_EQ(listed(spec.serialNumber), nullptr);
 }
 
-TEST_F(MobileDevices, AnUntrustedDeviceRaisesDevicePairingFailedWhenOpened)
-{
-    auto spec = device(root.path());
-    spec.paired = false;
-    sharedSimulator().attach(spec);
-    attached.emplace_back(spec.udid, spec.serialNumber);
-    ASSERT_TRUE(runMainLoopUntil([&] { return !logLines.empty(); }));
-
-    // A device record of the transport, as the factory had it: the session is refused at the
-    // pairing step.
-    struct Catcher : AFCFactoryDelegate {
-        std::shared_ptr<AFCDeviceRef> reference;
-        void AFCDeviceWasConnected(const std::shared_ptr<AFCDeviceRef>& device) override { reference = device; }
-    };
-    auto catcher = std::make_shared<Catcher>();
-    auto previous = AFCFactory::factory()->delegate();
-    AFCFactory::factory()->setDelegate(catcher);
-    sharedSimulator().restart();  // the client reconnects and reports the device again
-    runMainLoopUntil([&] { return catcher->reference != nullptr; });
-    AFCFactory::factory()->setDelegate(previous);
-    ASSERT_NE(catcher->reference, nullptr);
-    try {
-        AFCDevice::initWithRef(catcher->reference);
-        FAIL() << "the session opened";
-    } catch (const Exception& error) {
-        EXPECT_EQ(error.name(), "AFCDevice");
-        EXPECT_EQ(error.reason(), "Device pairing failed");
-    }
-}
 
 // ---- files over the real conduit -------------------------------------------------------------
 
