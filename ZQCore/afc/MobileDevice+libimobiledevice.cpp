@@ -364,6 +364,9 @@ public:
             subscription = new Subscription;
         subscription->context = g_main_context_ref_thread_default();
         subscription->callback = std::move(callback);
+        // libusbmuxd fills a static with the program's name when it writes its first message;
+        // one request from this thread first keeps the event thread from racing us for it.
+        attachedDeviceCount();
         return idevice_event_subscribe(eventArrived, subscription);
     }
 
