@@ -172,14 +172,29 @@ TEST_F(MobileDevices, ADepartureReachesOnlyTheLibraryOfThatDevice)
     TempDir otherRoot;
     const auto first = device(root.path());
     const auto second = device(otherRoot.path());
-    auto firstLibrary = open(attach(first));
-    auto secondLibrary = open(attach(second));
+    auto firstReference = attach(first);
+    auto secondReference = attach(second);
+    auto firstLibrary = open(firstReference);
+    auto secondLibrary = open(secondReference);
     ASSERT_NE(firstLibrary, nullptr);
     ASSERT_NE(secondLibrary, nullptr);
     ASSERT_NE(firstLibrary, secondLibrary);
+    // Sessions of our own on both devices hear the broadcast directly.
+    struct Recorder : AFCDeviceDelegate {
+        int departures = 0;
+        void deviceWasDisconnected(const std::shared_ptr<AFCDevice>&) override { ++departures; }
+    };
+    auto firstSession = AFCDevice::initWithRef(firstReference->device()->device());
+    auto secondSession = AFCDevice::initWithRef(secondReference->device()->device());
+    auto firstRecorder = std::make_shared<Recorder>();
+    auto secondRecorder = std::make_shared<Recorder>();
+    firstSession->setDelegate(firstRecorder);
+    secondSession->setDelegate(secondRecorder);
 
     detach(first);
 
+    EXPECT_EQ(firstRecorder->departures, 1);
+    EXPECT_EQ(secondRecorder->departures, 0);
     EXPECT_FALSE(firstLibrary->isConnected());
     EXPECT_TRUE(secondLibrary->isConnected());
     EXPECT_NE(listed(second.serialNumber), nullptr);
