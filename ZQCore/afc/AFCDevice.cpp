@@ -4,6 +4,7 @@
 #include "ZQCore/foundation/Exception.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <vector>
 
@@ -16,6 +17,25 @@ namespace {
 std::string failed(const char* operation, int error)
 {
     return std::string(operation) + " failed with error " + std::to_string(error);
+}
+
+/// The size a regular file's attributes give, when it is one; no value for anything else.
+/// The buffers of whole and ranged reads are reserved from it, bounded, so a device that
+/// misstates a size costs no more than this.
+std::optional<std::uint64_t> regularFileSize(AFCInterface& afc, const std::string& path)
+{
+    const auto attributes = afc.getAttributesAtPath(path);
+    if (!attributes)
+        return std::nullopt;
+    const auto type = attributes->find("st_ifmt");
+    if (type == attributes->end() || type->second != "S_IFREG")
+        return std::nullopt;
+    const auto size = attributes->find("st_size");
+    std::uint64_t bytes = 0;
+    if (size != attributes->end())
+        bytes = std::strtoull(size->second.c_str(), nullptr, 10);
+    constexpr std::uint64_t kLargestReservation = 1ULL << 30;
+    return std::min(bytes, kLargestReservation);
 }
 
 std::string joinPath(const std::string& folder, const std::string& name)
@@ -106,12 +126,15 @@ void AFCDevice::disconnected(std::uint32_t deviceID)
 
 std::optional<Data> AFCDevice::contentsOfFileAtPath(const std::string& path)
 {
-    if (!deviceInterface_->isFileAtPath(path))
+    // The regular-file test, which also tells the size to reserve.
+    const auto size = regularFileSize(*deviceInterface_, path);
+    if (!size)
         return std::nullopt;
     std::vector<std::uint8_t> contents;
     const std::uint64_t file = deviceInterface_->openFileAtPath(path, AFCInterface::kModeRead);
     if (file == 0)
         return Data();
+    contents.reserve(static_cast<std::size_t>(*size));
     // Each request asks for what the last one got: after a short read the requests stay at
     // that size.
     std::uint32_t count = kChunkSize;
@@ -128,12 +151,15 @@ std::optional<Data> AFCDevice::contentsOfFileAtPath(const std::string& path)
 
 std::optional<Data> AFCDevice::chunkOfFileAtPath(const std::string& path, Range range)
 {
-    if (!deviceInterface_->isFileAtPath(path))
+    const auto size = regularFileSize(*deviceInterface_, path);
+    if (!size)
         return std::nullopt;
     std::vector<std::uint8_t> contents;
     const std::uint64_t file = deviceInterface_->openFileAtPath(path, AFCInterface::kModeRead);
     if (file == 0)
         return Data();
+    if (*size > range.location)
+        contents.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(range.length, *size - range.location)));
     std::uint32_t remaining = range.length;
     std::uint64_t offset = range.location;
     std::uint32_t count = std::min(remaining, kChunkSize);
