@@ -64,7 +64,9 @@ std::string immutableDatabaseURI(const std::string& path)
     // Everything but the unreserved characters and the separators is escaped, so that a mount
     // point or file name holding '?', '#' or '%' still names the file.
     static const char hex[] = "0123456789ABCDEF";
-    std::string uri = "file:";
+    // An absolute path gets the empty authority ("file:///..."), so that one starting with
+    // "//" is not taken for a host name.
+    std::string uri = !path.empty() && path.front() == '/' ? "file://" : "file:";
     for (unsigned char c : path) {
         if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '/' || c == '-' ||
             c == '.' || c == '_' || c == '~') {
@@ -83,8 +85,10 @@ SQLiteConnection::SQLiteConnection(const std::string& path)
     // Read-only and immutable: the framework never writes a library database, and an immutable
     // file is read without locks, journals or a WAL index, so the device's folder stays exactly
     // as it was (a read-only connection could otherwise still create -shm/-wal files there).
-    opened_ = sqlite3_open_v2(immutableDatabaseURI(path).c_str(), &db_, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI,
-                              nullptr) == SQLITE_OK;
+    // The connection is used by one thread only (loads never run at the same time), so it goes
+    // without SQLite's own mutex.
+    opened_ = sqlite3_open_v2(immutableDatabaseURI(path).c_str(), &db_,
+                              SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK;
 }
 
 SQLiteConnection& SQLiteConnection::operator=(SQLiteConnection&& other) noexcept

@@ -87,12 +87,29 @@ bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const s
     // only top-level playlists stay in the list. A parent that is not a folder leaves the
     // playlist at the top.
     {
+        // A folder's tracks and description recurse through its children, so a file whose
+        // parent ids run in a circle (a folder inside itself) or nest absurdly deep must not be
+        // linked that way: such a playlist stays at the top level instead.
+        constexpr std::size_t kMaxFolderDepth = 64;
+        auto canHold = [&](const PlaylistFolder* folder, const Playlist& child) {
+            for (std::size_t depth = 0; depth < kMaxFolderDepth; ++depth) {
+                if (folder == &child || folder->playlistID() == child.playlistID())
+                    return false;
+                if (folder->parentID() == 0)
+                    return true;
+                auto up = folderByID.find(folder->parentID());
+                if (up == folderByID.end())
+                    return true;
+                folder = up->second.get();
+            }
+            return false;
+        };
         std::unordered_set<const Playlist*> children;
         for (const auto& playlist : playlists_) {
             if (playlist->parentID() == 0)
                 continue;
             auto folder = folderByID.find(playlist->parentID());
-            if (folder == folderByID.end())
+            if (folder == folderByID.end() || !canHold(folder->second.get(), *playlist))
                 continue;
             folder->second->addPlaylist(playlist);
             children.insert(playlist.get());

@@ -7,6 +7,8 @@
 
 #include <sqlite3.h>
 
+#include <array>
+
 namespace zq {
 
 namespace {
@@ -75,15 +77,18 @@ std::shared_ptr<iPodTrack> iPodTrack::initWithSQLiteRow(sqlite3_stmt* row, sqlit
     t.uniqueID_ = pid;
     t.dbid_ = static_cast<std::uint64_t>(pid);
 
-    t.setTitle(sqliteText(row, TitleColumn));
-    t.setAlbum(sqliteText(row, AlbumColumn));
-    t.setArtist(sqliteText(row, ArtistColumn));
-    t.setAlbumArtist(sqliteText(row, AlbumArtistColumn));
-    t.setTrackDescription(sqliteText(row, DescriptionColumn));
-    t.setGrouping(sqliteText(row, GroupingColumn));
-    t.setComposer(sqliteText(row, ComposerColumn));
-    t.setComment(sqliteText(row, CommentColumn));
-    t.setEQSetting(sqliteText(row, EQPresetColumn));
+    // The text fields are gathered here and stored in one go at the end (the track packs its
+    // strings into one block, so setting them one by one would repack it each time).
+    std::array<std::optional<std::string>, StringFieldCount> text;
+    text[Title] = sqliteText(row, TitleColumn);
+    text[Album] = sqliteText(row, AlbumColumn);
+    text[Artist] = sqliteText(row, ArtistColumn);
+    text[AlbumArtist] = sqliteText(row, AlbumArtistColumn);
+    text[TrackDescription] = sqliteText(row, DescriptionColumn);
+    text[Grouping] = sqliteText(row, GroupingColumn);
+    text[Composer] = sqliteText(row, ComposerColumn);
+    text[Comment] = sqliteText(row, CommentColumn);
+    text[EQSettingText] = sqliteText(row, EQPresetColumn);
 
     // Times are stored as reals in milliseconds and stay milliseconds.
     t.trackLength_ = clampedMilliseconds(row, TotalTimeMs);
@@ -121,7 +126,7 @@ std::shared_ptr<iPodTrack> iPodTrack::initWithSQLiteRow(sqlite3_stmt* row, sqlit
         SQLiteResetOnExit reset(genre);
         sqlite3_bind_int(genre, 1, sqlite3_column_int(row, GenreId));
         if (sqlite3_step(genre) == SQLITE_ROW)
-            t.setGenre(sqliteText(genre, 0));
+            text[Genre] = sqliteText(genre, 0);
     }
     {
         sqlite3_stmt* av = Cache::statement(
@@ -157,9 +162,8 @@ std::shared_ptr<iPodTrack> iPodTrack::initWithSQLiteRow(sqlite3_stmt* row, sqlit
             // "iTunes_Control/Music/F00"), then the file's own name; without both parts the
             // track has no file path at all.
             if (basePath && !basePath->empty() && relative && !relative->empty())
-                t.setFilePath(appendingPathComponent(appendingPathComponent(parent ? parent->path() : std::string(),
-                                                                            *basePath),
-                                                     *relative));
+                text[FilePath] = appendingPathComponent(
+                    appendingPathComponent(parent ? parent->path() : std::string(), *basePath), *relative);
         }
     }
     {
@@ -189,6 +193,11 @@ std::shared_ptr<iPodTrack> iPodTrack::initWithSQLiteRow(sqlite3_stmt* row, sqlit
             t.seasonNumber_ = unsignedInt(album, 1);
         }
     }
+
+    std::array<const std::string*, StringFieldCount> fields{};
+    for (std::size_t i = 0; i < StringFieldCount; ++i)
+        fields[i] = text[i] ? &*text[i] : nullptr;
+    t.strings_.assign(fields);
     return track;
 }
 

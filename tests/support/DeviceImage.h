@@ -198,6 +198,12 @@ struct PlaylistSpec {
     std::uint32_t headerLength = 0xB8;
     std::optional<std::uint32_t> objectCount{};  ///< stored at 12 instead of the real count
     std::optional<std::uint32_t> itemCount{};    ///< stored at 16 instead of the real count
+
+    // What only the SQLite library can say (the binary database has no folders and no
+    // purchased list); the iTunesDB writer ignores these.
+    std::uint64_t parentID = 0;                  ///< container.parent_pid: the folder holding it
+    bool folder = false;                         ///< container.smart_is_folder = 1
+    std::uint32_t distinguishedKind = 0;         ///< container.distinguished_kind (19 purchased)
 };
 
 // ---- the database (MHBD, MHSD) ------------------------------------------------------------------
@@ -331,7 +337,55 @@ zq::Image::Pixel testPicture(std::uint32_t x, std::uint32_t y, std::uint32_t wid
 /// The 16-bit word a colour is stored as in `layout` (low bits dropped).
 std::uint16_t thumbnailWord(zq::Image::Pixel pixel, ThumbnailLayout layout);
 
+// ---- the SQLite library (iTunes Library.itlp) --------------------------------------------------
+
+/// How the SQLite databases are made from a DatabaseSpec, and what a test changes afterwards.
+///
+/// The four files are written the way iTunes lays out a newer device's library: Library.itdb
+/// (item, container, item_to_container, podcast_info, video_info, genre_map, avformat_info,
+/// album, with the further columns iTunes keeps there), Extras.itdb (chapter, lyrics),
+/// Locations.itdb (location, base_location) and Dynamic.itdb (item_stats). From the spec:
+///
+/// - a track's pid is its dbid (its trackID when the dbid is 0); its location
+///   ":iPod_Control:Music:F00:ABCD.mp3" becomes base_location "iPod_Control/Music/F00" and
+///   location "ABCD.mp3"; the genre goes to genre_map; sample rate, bit rate and sound check to
+///   avformat_info; a season number to video_info; albumID to album_pid and one album row per
+///   non-zero albumID (season_number from the album's first track, artwork_item_pid from its
+///   first track with an artwork link);
+///   play count, skip count, rating and played/skipped dates to item_stats; checked 1 is
+///   is_user_disabled 0; times are reals in milliseconds;
+/// - track dates, stored in the spec as 1904-based local seconds, become seconds after
+///   2001-01-01 UTC (Date::from1904LocalSeconds in the writing process's time zone); a 0 stays
+///   0;
+/// - the master playlist is the hidden library container (is_hidden 1, distinguished_kind 0)
+///   whose name names the device; a podcast playlist becomes a hidden container of kind 10 and
+///   its episodes (in item order, group headers dropped) the rows of podcast_info; every other
+///   playlist is a visible container with date_created = creationTimestamp / 1000, parent_pid,
+///   smart_is_folder and distinguished_kind from the spec, the smart_* columns from smartPrefs
+///   (NULL without) and smart_criteria the rule blob of smartRules (empty blob without); items
+///   become item_to_container rows with their position as physical_order.
+struct SQLiteSpec {
+    /// SQL run on each database after it is written: a test's NULLs, odd values and dropped
+    /// tables. Run in order, inside the writer's transaction.
+    std::vector<std::string> libraryStatements{};
+    std::vector<std::string> extrasStatements{};
+    std::vector<std::string> locationsStatements{};
+    std::vector<std::string> dynamicsStatements{};
+    /// Files not written at all ("Dynamic.itdb", ...).
+    std::vector<std::string> omittedFiles{};
+};
+
+/// Writes the four databases for `db` into `folder` (created if needed; existing files are
+/// replaced). The files are left in rollback-journal mode with no journal beside them.
+void writeSQLiteLibrary(const std::string& folder, const DatabaseSpec& db, const SQLiteSpec& sqlite = {});
+
+/// The folder of the SQLite databases on a volume: iPod_Control/iTunes/iTunes Library.itlp.
+std::string sqliteLibraryFolder(const std::string& root);
+
 // ---- volumes ------------------------------------------------------------------------------------
+
+/// Which library databases a volume gets from its `database` description.
+enum class LibraryFormat { Binary, SQLite, Both };
 
 struct VolumeSpec {
     std::optional<DatabaseSpec> database{};        ///< iPod_Control/iTunes/iTunesDB
@@ -344,6 +398,10 @@ struct VolumeSpec {
     /// Written as iPod_Control/Artwork/ArtworkDB instead of `artwork`'s database when set
     /// (`artwork`'s thumbnail files are still written).
     std::optional<zq::Data> rawArtworkDB{};
+    /// Binary: iTunesDB only; SQLite: the four databases of iTunes Library.itlp only; Both: all
+    /// of them from the same description (a device the way iTunes leaves a newer iPod).
+    LibraryFormat format = LibraryFormat::Binary;
+    SQLiteSpec sqlite{};
 };
 
 /// Lays `spec` out under `root` as on a device. Creates `root` and iPod_Control, and only the

@@ -54,10 +54,13 @@ void writeVolume(const std::string& root, const VolumeSpec& spec)
     const fs::path control = base / "iPod_Control";
     fs::create_directories(control);
 
+    const bool binary = spec.format != LibraryFormat::SQLite;
     if (spec.rawITunesDB)
         writeFile(control / "iTunes" / "iTunesDB", *spec.rawITunesDB);
-    else if (spec.database)
+    else if (spec.database && binary)
         writeFile(control / "iTunes" / "iTunesDB", buildITunesDB(*spec.database));
+    if (spec.database && spec.format != LibraryFormat::Binary)
+        writeSQLiteLibrary(sqliteLibraryFolder(root), *spec.database, spec.sqlite);
     if (spec.sysInfo)
         writeFile(control / "Device" / "SysInfo", *spec.sysInfo);
     if (spec.sysInfoExtended)

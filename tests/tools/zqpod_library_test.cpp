@@ -8,7 +8,9 @@
 
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <map>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -288,6 +290,97 @@ TEST(ToolLibraryHelp, HelpIsPrintedToStandardOutput)
         EXPECT_TRUE(run.out.starts_with("usage: zqpod library PATH [--json]\n")) << run.out;
         EXPECT_NE(run.out.find("--json"), std::string::npos);
     }
+}
+
+// ---- the same library from the binary database and from the SQLite databases -----------------
+
+/// The sample device, made comparable across the two formats: a track's dbid is its track ID
+/// (the SQLite library has one identifier for both), every date is set (a stored 0 means 1904
+/// in one format and 2001 in the other), and every track has an album whose tracks share one
+/// artwork link (the SQLite library keeps the link with the album, not the track).
+VolumeSpec comparableSampleDevice()
+{
+    VolumeSpec volume = test::makeSampleDevice();
+    std::map<std::string, std::uint16_t> albums;
+    std::map<std::uint16_t, std::uint32_t> links;
+    for (auto& t : volume.database->tracks) {
+        t.dbid = t.trackID;
+        for (std::uint32_t* date : {&t.lastModified, &t.lastPlayedTime, &t.dateAdded, &t.lastSkippedTime})
+            if (*date == 0)
+                *date = 3600000000u + t.trackID;
+        if (t.albumID == 0 && t.album)
+            t.albumID = albums.emplace(*t.album, static_cast<std::uint16_t>(900 + albums.size())).first->second;
+        if (t.artworkLink && !links.contains(t.albumID))
+            links[t.albumID] = t.artworkLink;
+    }
+    for (auto& t : volume.database->tracks)
+        t.artworkLink = links.contains(t.albumID) ? links[t.albumID] : 0;
+    return volume;
+}
+
+/// A playlist's JSON without the keys one of the formats cannot fill.
+Json comparablePlaylist(Json playlist)
+{
+    if (playlist.at("kind") == "podcasts") {
+        // The SQLite library has no podcast container of its own: its group is made from the
+        // episodes, with the default name and no identifier.
+        playlist.erase("name");
+        playlist.erase("playlistID");
+    }
+    return playlist;
+}
+
+TEST(ToolLibraryFormats, BinaryAndSQLiteLibrariesOfOneDescriptionPrintTheSame)
+{
+    const VolumeSpec volume = comparableSampleDevice();
+    TempDir binaryDir, sqliteDir;
+    VolumeSpec binary = volume, sqlite = volume;
+    binary.format = test::LibraryFormat::Binary;
+    sqlite.format = test::LibraryFormat::SQLite;
+    test::writeVolume(binaryDir.path(), binary);
+    test::writeVolume(sqliteDir.path(), sqlite);
+
+    const Outcome fromBinary = zqpod({"library", "--json", binaryDir.path()});
+    const Outcome fromSQLite = zqpod({"library", "--json", sqliteDir.path()});
+    ASSERT_EQ(fromBinary.status, 0) << fromBinary.err;
+    ASSERT_EQ(fromSQLite.status, 0) << fromSQLite.err;
+    const Json b = Json::parse(fromBinary.out), s = Json::parse(fromSQLite.out);
+
+    EXPECT_EQ(b.at("name"), s.at("name"));
+    EXPECT_EQ(b.at("serialNumber"), s.at("serialNumber"));
+    EXPECT_EQ(b.at("type"), s.at("type"));
+
+    // Fields only the binary database carries.
+    const std::set<std::string> binaryOnly = {"fileType", "podcastCategory", "dateReleased"};
+    ASSERT_EQ(b.at("tracks").size(), s.at("tracks").size());
+    for (std::size_t i = 0; i < b["tracks"].size(); ++i) {
+        for (const auto& [key, value] : b["tracks"][i].items()) {
+            if (binaryOnly.contains(key))
+                continue;
+            std::string expected = value.dump(), actual = s["tracks"][i].at(key).dump();
+            if (key == "filePath" && value.is_string()) {
+                expected = value.get<std::string>().substr(binaryDir.path().size());
+                actual = s["tracks"][i].at(key).get<std::string>().substr(sqliteDir.path().size());
+            }
+            EXPECT_EQ(expected, actual) << "track " << i << " " << key;
+        }
+    }
+
+    // The master playlist is the SQLite library's hidden container (it names the device, above);
+    // the podcast group comes last there. Everything else is in the same order.
+    std::vector<Json> binaryLists, sqliteLists;
+    for (const auto& playlist : b.at("playlists"))
+        if (!playlist.at("isMaster").get<bool>())
+            binaryLists.push_back(comparablePlaylist(playlist));
+    for (const auto& playlist : s.at("playlists"))
+        sqliteLists.push_back(comparablePlaylist(playlist));
+    auto podcastsLast = [](std::vector<Json>& lists) {
+        std::stable_partition(lists.begin(), lists.end(), [](const Json& p) { return p.at("kind") != "podcasts"; });
+    };
+    podcastsLast(binaryLists);
+    ASSERT_EQ(binaryLists.size(), sqliteLists.size());
+    for (std::size_t i = 0; i < binaryLists.size(); ++i)
+        EXPECT_EQ(binaryLists[i], sqliteLists[i]) << "playlist " << i;
 }
 
 } // namespace
