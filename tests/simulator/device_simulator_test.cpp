@@ -11,6 +11,10 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -21,6 +25,7 @@
 #include <fstream>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -282,6 +287,63 @@ TEST_F(SimulatorTest, HandshakeStartsAFCAndDeviceInfoDescribesTheDevice)
     EXPECT_GT(std::stoull(pairs[3]), 0u);
 }
 
+// The steps one by one, as a layer that reports each failure separately takes them.
+TEST_F(SimulatorTest, PairedDeviceValidatesAndStartsASessionStepByStep)
+{
+    idevice_t device = nullptr;
+    ASSERT_EQ(idevice_new(&device, spec_.udid.c_str()), IDEVICE_E_SUCCESS);
+    lockdownd_client_t lockdown = nullptr;
+    ASSERT_EQ(lockdownd_client_new(device, &lockdown, "zqcore-tests"), LOCKDOWN_E_SUCCESS);
+    EXPECT_EQ(lockdownd_validate_pair(lockdown, nullptr), LOCKDOWN_E_SUCCESS);
+    char* session = nullptr;
+    int ssl = 1;
+    char* record = nullptr;
+    std::uint32_t size = 0;
+    ASSERT_EQ(usbmuxd_read_pair_record(spec_.udid.c_str(), &record, &size), 0);
+    std::string text(record, size);
+    free(record);
+    auto begin = text.find("<key>HostID</key>");
+    ASSERT_NE(begin, std::string::npos);
+    begin = text.find("<string>", begin) + 8;
+    std::string hostID = text.substr(begin, text.find("</string>", begin) - begin);
+    EXPECT_EQ(lockdownd_start_session(lockdown, hostID.c_str(), &session, &ssl), LOCKDOWN_E_SUCCESS);
+    EXPECT_NE(session, nullptr);
+    EXPECT_EQ(ssl, 0);
+    free(session);
+    lockdownd_service_descriptor_t service = nullptr;
+    ASSERT_EQ(lockdownd_start_service(lockdown, "com.apple.afc", &service), LOCKDOWN_E_SUCCESS);
+    afc_client_t afc = nullptr;
+    EXPECT_EQ(afc_client_new(device, service, &afc), AFC_E_SUCCESS);
+    afc_client_free(afc);
+    lockdownd_service_descriptor_free(service);
+    service = nullptr;  // the client fills a descriptor it is given instead of making one
+    EXPECT_NE(lockdownd_start_service(lockdown, "com.apple.mobile.notification_proxy", &service), LOCKDOWN_E_SUCCESS);
+    lockdownd_service_descriptor_free(service);
+    lockdownd_client_free(lockdown);
+    idevice_free(device);
+}
+
+// Pairing anew builds certificates around the device's public key and saves the new record
+// with usbmuxd, where the next connection finds it.
+TEST_F(SimulatorTest, PairingAgainSavesANewRecord)
+{
+    idevice_t device = nullptr;
+    ASSERT_EQ(idevice_new(&device, spec_.udid.c_str()), IDEVICE_E_SUCCESS);
+    lockdownd_client_t lockdown = nullptr;
+    ASSERT_EQ(lockdownd_client_new(device, &lockdown, "zqcore-tests"), LOCKDOWN_E_SUCCESS);
+    ASSERT_EQ(lockdownd_pair(lockdown, nullptr), LOCKDOWN_E_SUCCESS);
+    lockdownd_client_free(lockdown);
+    idevice_free(device);
+
+    char* record = nullptr;
+    std::uint32_t size = 0;
+    ASSERT_EQ(usbmuxd_read_pair_record(spec_.udid.c_str(), &record, &size), 0);
+    EXPECT_NE(std::string(record, size).find("HostCertificate"), std::string::npos);
+    free(record);
+    OpenDevice open(spec_.udid);
+    EXPECT_NE(open.afc, nullptr);
+}
+
 TEST_F(SimulatorTest, UnpairedDeviceRefusesPairingAndSessions)
 {
     SimulatedDeviceSpec stranger = spec_;
@@ -306,6 +368,7 @@ TEST_F(SimulatorTest, UnpairedDeviceRefusesPairingAndSessions)
     ASSERT_EQ(idevice_new(&device, stranger.udid.c_str()), IDEVICE_E_SUCCESS);
     lockdownd_client_t lockdown = nullptr;
     ASSERT_EQ(lockdownd_client_new(device, &lockdown, "zqcore-tests"), LOCKDOWN_E_SUCCESS);
+    EXPECT_NE(lockdownd_validate_pair(lockdown, nullptr), LOCKDOWN_E_SUCCESS);
     EXPECT_EQ(lockdownd_start_session(lockdown, "5D3E5C8A-0000-4000-8000-000000000001", nullptr, nullptr),
               LOCKDOWN_E_INVALID_HOST_ID);
     lockdownd_service_descriptor_t service = nullptr;
@@ -556,6 +619,214 @@ TEST_F(TcpSimulatorTest, ClientSurvivesAUsbmuxdRestart)
     OpenDevice open(spec_.udid);
     EXPECT_NE(open.afc, nullptr);
 }
+
+// ---- malformed input: the simulator stays up and says no ------------------------------------
+
+struct RawAFCCase {
+    const char* name;
+    std::vector<std::uint8_t> packet;
+    std::optional<std::uint64_t> expectedStatus;  // none: the connection is dropped
+};
+void PrintTo(const RawAFCCase& c, std::ostream* os) { *os << c.name; }
+
+std::vector<std::uint8_t> afcPacket(std::uint64_t operation, std::vector<std::uint8_t> arguments,
+                                    std::optional<std::uint64_t> entire = std::nullopt,
+                                    std::optional<std::uint64_t> thisLength = std::nullopt,
+                                    const char* magic = "CFA6LPAA")
+{
+    std::vector<std::uint8_t> packet(40);
+    std::copy(magic, magic + 8, packet.begin());
+    auto put = [&](std::size_t at, std::uint64_t v) {
+        for (int i = 0; i < 8; ++i)
+            packet[at + std::size_t(i)] = std::uint8_t(v >> (8 * i));
+    };
+    put(8, entire.value_or(40 + arguments.size()));
+    put(16, thisLength.value_or(40 + arguments.size()));
+    put(24, 1);
+    put(32, operation);
+    packet.insert(packet.end(), arguments.begin(), arguments.end());
+    return packet;
+}
+
+std::vector<std::uint8_t> words(std::initializer_list<std::uint64_t> values)
+{
+    std::vector<std::uint8_t> bytes;
+    for (auto v : values)
+        for (int i = 0; i < 8; ++i)
+            bytes.push_back(std::uint8_t(v >> (8 * i)));
+    return bytes;
+}
+
+class RawAFCTest : public SimulatorTest, public ::testing::WithParamInterface<RawAFCCase> {};
+
+TEST_P(RawAFCTest, AnswersOrDropsWithoutFalling)
+{
+    std::uint16_t port = 0;
+    {
+        OpenDevice open(spec_.udid);
+        ASSERT_NE(open.afc, nullptr);
+        port = open.port;
+    }
+    // The service port stays open for further connections, so a raw one can be made to it.
+    idevice_t device = nullptr;
+    ASSERT_EQ(idevice_new(&device, spec_.udid.c_str()), IDEVICE_E_SUCCESS);
+    idevice_connection_t connection = nullptr;
+    ASSERT_EQ(idevice_connect(device, port, &connection), IDEVICE_E_SUCCESS);
+    const auto& packet = GetParam().packet;
+    std::uint32_t sent = 0;
+    ASSERT_EQ(idevice_connection_send(connection, reinterpret_cast<const char*>(packet.data()),
+                                      std::uint32_t(packet.size()), &sent),
+              IDEVICE_E_SUCCESS);
+    char reply[48] = {};
+    std::uint32_t received = 0;
+    idevice_error_t result = idevice_connection_receive_timeout(connection, reply, sizeof reply, &received, 2000);
+    if (GetParam().expectedStatus) {
+        ASSERT_EQ(received, 48u);
+        EXPECT_EQ(std::string(reply, 8), "CFA6LPAA");
+        EXPECT_EQ(reply[32], 1);  // a status answer
+        std::uint64_t status = 0;
+        for (int i = 0; i < 8; ++i)
+            status |= std::uint64_t(std::uint8_t(reply[40 + i])) << (8 * i);
+        EXPECT_EQ(status, *GetParam().expectedStatus);
+    } else {
+        EXPECT_EQ(received, 0u);
+        EXPECT_NE(result, IDEVICE_E_TIMEOUT);  // closed at once, not left waiting for more
+    }
+    idevice_disconnect(connection);
+    idevice_free(device);
+
+    OpenDevice again(spec_.udid);
+    EXPECT_NE(again.afc, nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Packets, RawAFCTest,
+    ::testing::Values(
+        RawAFCCase{"WrongMagic", afcPacket(0x0B, {}, std::nullopt, std::nullopt, "CFA6LPAB"), std::nullopt},
+        RawAFCCase{"HeaderPartShorterThanHeader", afcPacket(0x0B, {}, 40, 16), std::nullopt},
+        RawAFCCase{"EntireShorterThanHeaderPart", afcPacket(0x0B, {}, 48, 56), std::nullopt},
+        RawAFCCase{"HugeLength", afcPacket(0x0B, {}, std::uint64_t(1) << 40, 40), std::nullopt},
+        RawAFCCase{"PathWithoutTerminator", afcPacket(0x0D, {1, 0, 0, 0, 0, 0, 0, 0, '/', 'a'}), 7},
+        RawAFCCase{"ReadOfUnknownHandle", afcPacket(0x0F, words({42, 100})), 7},
+        RawAFCCase{"ReadWithoutCount", afcPacket(0x0F, {1, 0, 0, 0}), 7},
+        RawAFCCase{"OpenWithUnknownMode", afcPacket(0x0D, {9, 0, 0, 0, 0, 0, 0, 0, '/', 0}), 7},
+        RawAFCCase{"UnknownOperation", afcPacket(0x99, {}), 6}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+struct RawMuxCase {
+    const char* name;
+    std::vector<std::uint8_t> message;
+    bool answered;  // else: dropped
+};
+void PrintTo(const RawMuxCase& c, std::ostream* os) { *os << c.name; }
+
+std::vector<std::uint8_t> muxMessage(std::uint32_t length, std::uint32_t version, std::uint32_t type,
+                                     const std::string& body)
+{
+    std::vector<std::uint8_t> message;
+    for (std::uint32_t v : {length, version, type, 7u})
+        for (int i = 0; i < 4; ++i)
+            message.push_back(std::uint8_t(v >> (8 * i)));
+    message.insert(message.end(), body.begin(), body.end());
+    return message;
+}
+
+class RawMuxTest : public SimulatorTest, public ::testing::WithParamInterface<RawMuxCase> {};
+
+TEST_P(RawMuxTest, AnswersOrDropsWithoutFalling)
+{
+    std::string path = simulator_->socketAddress().substr(5);
+    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const auto& message = GetParam().message;
+    ASSERT_EQ(::send(fd, message.data(), message.size(), MSG_NOSIGNAL), ssize_t(message.size()));
+    timeval timeout{2, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+    char reply[16];
+    ssize_t got = ::recv(fd, reply, sizeof reply, MSG_WAITALL);
+    EXPECT_EQ(got, GetParam().answered ? 16 : 0);  // a time-out would give -1
+    ::close(fd);
+
+    simulator_->detach(spec_.udid);  // the control side still answers
+    simulator_->attach(spec_);
+    OpenDevice open(spec_.udid);
+    EXPECT_NE(open.afc, nullptr);
+}
+
+std::vector<std::uint8_t> plistMessage(const std::string& entries)
+{
+    std::string body = "<?xml version=\"1.0\" encoding=\"UTF-8\"?><plist version=\"1.0\"><dict>" + entries +
+                       "</dict></plist>";
+    return muxMessage(std::uint32_t(16 + body.size()), 1, 8, body);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Messages, RawMuxTest,
+    ::testing::Values(
+        RawMuxCase{"LengthBelowHeader", muxMessage(8, 1, 8, ""), false},
+        RawMuxCase{"LengthOfFourGigabytes", muxMessage(0xFFFFFFFFu, 1, 8, ""), false},
+        RawMuxCase{"BinaryProtocol", muxMessage(16, 0, 3, ""), false},
+        RawMuxCase{"NotAPlist", muxMessage(16 + 5, 1, 8, "hello"), true},
+        RawMuxCase{"UnknownMessageType",
+                   plistMessage("<key>MessageType</key><string>Frobnicate</string>"),
+                   true},
+        RawMuxCase{"ConnectToAnUnknownDevice",
+                   plistMessage("<key>MessageType</key><string>Connect</string><key>DeviceID</key>"
+                                "<integer>999</integer><key>PortNumber</key><integer>32498</integer>"),
+                   true}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+struct RawLockdownCase {
+    const char* name;
+    std::string body;
+    std::optional<std::uint32_t> length;  // the frame's length prefix; default: the body's
+    bool answered;                         // with an "Error"; else dropped
+};
+void PrintTo(const RawLockdownCase& c, std::ostream* os) { *os << c.name; }
+
+class RawLockdownTest : public SimulatorTest, public ::testing::WithParamInterface<RawLockdownCase> {};
+
+TEST_P(RawLockdownTest, AnswersWithAnErrorOrDrops)
+{
+    idevice_t device = nullptr;
+    ASSERT_EQ(idevice_new(&device, spec_.udid.c_str()), IDEVICE_E_SUCCESS);
+    idevice_connection_t connection = nullptr;
+    ASSERT_EQ(idevice_connect(device, 62078, &connection), IDEVICE_E_SUCCESS);
+    std::uint32_t length = GetParam().length.value_or(std::uint32_t(GetParam().body.size()));
+    std::string frame = {char(length >> 24), char(length >> 16), char(length >> 8), char(length)};
+    frame += GetParam().body;
+    std::uint32_t sent = 0;
+    ASSERT_EQ(idevice_connection_send(connection, frame.data(), std::uint32_t(frame.size()), &sent), IDEVICE_E_SUCCESS);
+    std::vector<char> reply(4096);
+    std::uint32_t received = 0;
+    idevice_error_t result =
+        idevice_connection_receive_timeout(connection, reply.data(), std::uint32_t(reply.size()), &received, 2000);
+    if (GetParam().answered) {
+        EXPECT_NE(std::string(reply.data(), received).find("<key>Error</key>"), std::string::npos);
+    } else {
+        EXPECT_EQ(received, 0u);
+        EXPECT_NE(result, IDEVICE_E_TIMEOUT);
+    }
+    idevice_disconnect(connection);
+    idevice_free(device);
+
+    OpenDevice open(spec_.udid);
+    EXPECT_NE(open.afc, nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Frames, RawLockdownTest,
+    ::testing::Values(RawLockdownCase{"EmptyFrame", "", 0, false},
+                      RawLockdownCase{"FrameOfFourGigabytes", "<?xml", 0xFFFFFFFFu, false},
+                      RawLockdownCase{"NotAPlist", "hello", std::nullopt, true},
+                      RawLockdownCase{"UnknownRequest",
+                                      "<plist version=\"1.0\"><dict><key>Request</key>"
+                                      "<string>Frobnicate</string></dict></plist>",
+                                      std::nullopt, true}),
+    [](const auto& test) { return std::string(test.param.name); });
 
 } // namespace
 } // namespace zq::test

@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -51,6 +53,9 @@ std::string quoted(const std::string& word)
 
 SimulatedUsbmuxd::SimulatedUsbmuxd(Listen listen)
 {
+    // The client library writes to sockets the simulator may just have closed (a detach, a
+    // restart), and this handle writes to the simulator's input: either must fail, not kill.
+    std::signal(SIGPIPE, SIG_IGN);
     std::string listenAddress = "127.0.0.1:0";
     if (listen == Listen::Unix) {
         // A socket path must stay short (108 bytes), so the folder is made under /tmp.
@@ -120,15 +125,29 @@ void SimulatedUsbmuxd::shutdown()
     if (pid_ > 0) {
         int status = 0;
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        bool killed = false;
         while (::waitpid(pid_, &status, WNOHANG) == 0) {
             if (std::chrono::steady_clock::now() > deadline) {
                 ::kill(pid_, SIGKILL);
                 ::waitpid(pid_, &status, 0);
+                killed = true;
                 break;
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
+        // A crash or a sanitizer report in the simulator would otherwise go unnoticed.
+        if (killed || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
+            std::fprintf(stderr, "zq-device-sim ended abnormally (%s %d)\n",
+                         killed ? "killed after" : WIFEXITED(status) ? "exit status" : "signal",
+                         killed ? 5 : WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status));
         pid_ = -1;
+    }
+    if (exported_) {
+        if (previousAddress_)
+            ::setenv("USBMUXD_SOCKET_ADDRESS", previousAddress_->c_str(), 1);
+        else
+            ::unsetenv("USBMUXD_SOCKET_ADDRESS");
+        exported_ = false;
     }
     if (!folder_.empty()) {
         std::error_code ec;
@@ -139,6 +158,11 @@ void SimulatedUsbmuxd::shutdown()
 
 void SimulatedUsbmuxd::exportAddress() const
 {
+    if (!exported_) {
+        if (const char* previous = std::getenv("USBMUXD_SOCKET_ADDRESS"))
+            previousAddress_ = previous;
+        exported_ = true;
+    }
     ::setenv("USBMUXD_SOCKET_ADDRESS", address_.c_str(), 1);
 }
 

@@ -5,6 +5,7 @@
 // attach, detach and restart on command; the client library then meets the simulated devices
 // exactly as it would meet real ones behind the system's usbmuxd.
 
+#include <optional>
 #include <string>
 #include <sys/types.h>
 
@@ -28,7 +29,8 @@ public:
 
     /// Starts zq-device-sim (the one built beside the tests; ZQ_DEVICE_SIM in the environment
     /// overrides the path) and waits until it accepts clients. Throws std::runtime_error when
-    /// it cannot be started.
+    /// it cannot be started. Sets SIGPIPE to be ignored in this process: the client library
+    /// writes to connections that a detach has closed.
     explicit SimulatedUsbmuxd(Listen listen = Listen::Unix);
     /// Asks the simulator to quit and reaps it (killing it if it does not go in time).
     ~SimulatedUsbmuxd();
@@ -38,6 +40,7 @@ public:
     /// The value for USBMUXD_SOCKET_ADDRESS: "UNIX:/path" or "127.0.0.1:port".
     const std::string& socketAddress() const { return address_; }
     /// Sets USBMUXD_SOCKET_ADDRESS for this process; the client reads it at every connect.
+    /// The destructor puts back the value it had before.
     void exportAddress() const;
 
     /// The commands; each throws std::runtime_error with the simulator's answer on failure.
@@ -57,6 +60,8 @@ private:
     std::string pending_;  // bytes read past the last answer line
     std::string folder_;   // private folder for the UNIX socket
     std::string address_;
+    mutable bool exported_ = false;
+    mutable std::optional<std::string> previousAddress_;
 };
 
 } // namespace zq::test

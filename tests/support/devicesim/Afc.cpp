@@ -499,10 +499,10 @@ private:
             ssize_t n = ::read(fd, packet.data() + kHeaderSize + got, wanted - got);
             if (n < 0 && errno == EINTR)
                 continue;
-            if (n < 0)
-                return status(got ? kSuccess : statusOfErrno(errno));
-            if (n == 0)
-                break;
+            if (n < 0 && got == 0)
+                return status(statusOfErrno(errno));
+            if (n <= 0)
+                break;  // what was read before a failure still goes out, as from a device
             got += std::size_t(n);
         }
         packet.resize(kHeaderSize + got);
