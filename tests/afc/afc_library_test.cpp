@@ -118,10 +118,9 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(AFCLibrary, ACopyThatFailsLoadsNothingFromSQLiteAndStillRemovesTheFolder)
 {
     TempDir root;
-    writeMobileDevice(root.path(), binaryLibrary());
-    SQLiteLibrarySpec sqlite;
-    sqlite.tracks = {{1, "From SQLite", "A", "F00/A.m4a", 10}};
-    writeSQLiteLibrary(root.path(), sqlite);
+    auto both = binaryLibrary();
+    both.format = LibraryFormat::Both;
+    writeMobileDevice(root.path(), both);
     auto device = std::make_shared<FakeDevice>(501, std::map<std::string, std::string>{{"SerialNumber", uniqueSerial()}});
     serveFolder(root.path(), *device->conduit);
     // Extras.itdb answers the existence test and is gone when it is read.

@@ -296,8 +296,9 @@ TEST_F(MobileDevices, FilesAreCreatedListedRenamedAndDeletedOnTheDevice)
 
 // ---- the library -----------------------------------------------------------------------------
 
-/// A mobile device's binary library: two tracks with files, a master playlist.
-VolumeSpec binaryLibrary(const std::string& masterName)
+/// A mobile device's library of two tracks, the first with its file on the device, and a
+/// master playlist naming the device; as iTunesDB, as the SQLite databases, or both.
+VolumeSpec twoTrackLibrary(const std::string& masterName, LibraryFormat format = LibraryFormat::Binary)
 {
     VolumeSpec spec;
     DatabaseSpec database;
@@ -321,23 +322,14 @@ VolumeSpec binaryLibrary(const std::string& masterName)
     master.items = {11, 12};
     database.playlists = {master};
     spec.database = database;
+    spec.format = format;
     spec.files["iTunes_Control/Music/F00/AAAA.mp3"] = Data(std::string_view(patterned(300000, 5)));
-    spec.files["iTunes_Control/Music/F01/BBBB.mp3"] = Data(std::string_view(patterned(1000, 6)));
-    return spec;
-}
-
-SQLiteLibrarySpec sqliteLibrary()
-{
-    SQLiteLibrarySpec spec;
-    spec.tracks = {{0x2001, "Harbour Song", "Tides", "F00/HARB.m4a", 300000},
-                   {0x2002, "Night Ferry", "Tides", "F02/NIGH.m4a", 2000}};
     return spec;
 }
 
 TEST_F(MobileDevices, TheSQLiteLibraryIsCopiedLoadedAndItsCopiesRemoved)
 {
-    writeSQLiteLibrary(root.path(), sqliteLibrary());
-    writeFile(fs::path(root.path()) / "iTunes_Control/Music/F00/HARB.m4a", patterned(300000, 9));
+    writeMobileDevice(root.path(), twoTrackLibrary("Anna's iPhone", LibraryFormat::SQLite));
     const auto before = temporaryEntries();
     auto spec = device(root.path());
     spec.deviceName = "Lockdown Name";
@@ -357,14 +349,14 @@ TEST_F(MobileDevices, TheSQLiteLibraryIsCopiedLoadedAndItsCopiesRemoved)
     EXPECT_TRUE(library->isConnected());
 
     const auto& track = library->allTracks().front();
-    EXPECT_EQ(track->title(), "Harbour Song");
-    EXPECT_EQ(track->filePath(), "/iTunes_Control/Music/F00/HARB.m4a");
+    EXPECT_EQ(track->title(), "First Light");
+    EXPECT_EQ(track->filePath(), "/iTunes_Control/Music/F00/AAAA.mp3");
     const auto whole = track->contentsOfTrackFile();
     ASSERT_TRUE(whole.has_value());
-    EXPECT_TRUE(whole->stringView() == patterned(300000, 9));
+    EXPECT_TRUE(whole->stringView() == patterned(300000, 5));
     const auto part = track->chunkOfTrackFileWithRange({kChunk, 1000});
     ASSERT_TRUE(part.has_value());
-    EXPECT_TRUE(part->stringView() == patterned(300000, 9).substr(kChunk, 1000));
+    EXPECT_TRUE(part->stringView() == patterned(300000, 5).substr(kChunk, 1000));
     // A track whose file is missing on the device reads nothing.
     EXPECT_FALSE(library->allTracks()[1]->contentsOfTrackFile().has_value());
     EXPECT_FALSE(library->chunkOfFileAtPath("/iTunes_Control/Music", {0, 10}).has_value());
@@ -372,7 +364,7 @@ TEST_F(MobileDevices, TheSQLiteLibraryIsCopiedLoadedAndItsCopiesRemoved)
 
 TEST_F(MobileDevices, WithoutTheSQLiteLibraryTheBinaryDatabaseIsRead)
 {
-    writeMobileDevice(root.path(), binaryLibrary("Binary Phone"));
+    writeMobileDevice(root.path(), twoTrackLibrary("Binary Phone"));
     const auto before = temporaryEntries();
 
     auto library = open(attach(device(root.path())));
@@ -389,26 +381,29 @@ TEST_F(MobileDevices, WithoutTheSQLiteLibraryTheBinaryDatabaseIsRead)
 
 TEST_F(MobileDevices, ThreeOfTheFourDatabasesMakeNoCopiesAndFallBack)
 {
-    writeMobileDevice(root.path(), binaryLibrary("Fallback Phone"));
-    auto sqlite = sqliteLibrary();
-    sqlite.missing = {"Dynamic.itdb"};
-    writeSQLiteLibrary(root.path(), sqlite);
+    auto library = twoTrackLibrary("Fallback Phone", LibraryFormat::Both);
+    library.sqlite.omittedFiles = {"Dynamic.itdb"};
+    writeMobileDevice(root.path(), library);
     const auto before = temporaryEntries();
+    auto spec = device(root.path());
+    spec.deviceName = "Lockdown Name";
 
-    auto library = open(attach(device(root.path())));
+    auto loaded = open(attach(spec));
 
-    ASSERT_NE(library, nullptr);
+    ASSERT_NE(loaded, nullptr);
     EXPECT_EQ(temporaryEntries(), before);
     EXPECT_THAT(logLines, Contains("AFCiPod initWithiPodReference: Didn't load from SQLite"));
-    ASSERT_EQ(library->allTracks().size(), 2u);
-    EXPECT_EQ(library->allTracks()[0]->title(), "First Light");
+    ASSERT_EQ(loaded->allTracks().size(), 2u);
+    EXPECT_EQ(loaded->allTracks()[0]->title(), "First Light");
+    // From iTunesDB the library keeps the device's own name.
+    EXPECT_EQ(loaded->name(), "Lockdown Name");
 }
 
 TEST_F(MobileDevices, AFailingSQLiteLoadLeavesItsCopiesBehind)
 {
-    auto sqlite = sqliteLibrary();
-    sqlite.withItemTable = false;
-    writeSQLiteLibrary(root.path(), sqlite);
+    auto library = twoTrackLibrary("Broken Phone", LibraryFormat::SQLite);
+    library.sqlite.libraryStatements = {"DROP TABLE item"};
+    writeMobileDevice(root.path(), library);
     const auto before = temporaryEntries();
     auto reference = attach(device(root.path()));
     ASSERT_NE(reference, nullptr);
@@ -434,7 +429,7 @@ TEST_F(MobileDevices, AFailingSQLiteLoadLeavesItsCopiesBehind)
 
 TEST_F(MobileDevices, ArtworkOfAMobileDeviceIsDecodedAsARGB1555)
 {
-    VolumeSpec spec = binaryLibrary("Art Phone");
+    VolumeSpec spec = twoTrackLibrary("Art Phone");
     ThumbnailSpec thumbnail;
     thumbnail.width = 2;
     thumbnail.height = 2;
@@ -462,7 +457,7 @@ TEST_F(MobileDevices, ArtworkOfAMobileDeviceIsDecodedAsARGB1555)
 
 TEST_F(MobileDevices, TheLibraryWaitsForItsDeviceAndGetsTheNewSessionOnReturn)
 {
-    writeMobileDevice(root.path(), binaryLibrary("Returning Phone"));
+    writeMobileDevice(root.path(), twoTrackLibrary("Returning Phone"));
     const auto spec = device(root.path());
     auto library = open(attach(spec));
     ASSERT_NE(library, nullptr);
@@ -470,16 +465,16 @@ TEST_F(MobileDevices, TheLibraryWaitsForItsDeviceAndGetsTheNewSessionOnReturn)
 
     detach(spec);
     EXPECT_FALSE(library->isConnected());
-    EXPECT_FALSE(library->allTracks()[1]->contentsOfTrackFile().has_value());
+    EXPECT_FALSE(library->allTracks()[0]->contentsOfTrackFile().has_value());
 
     auto returned = attach(spec);
     ASSERT_NE(returned, nullptr);
     EXPECT_TRUE(library->isConnected());
     EXPECT_NE(library->device(), firstSession);
     EXPECT_EQ(ZQCoreiPod::initWithiPodReference(returned), library);
-    const auto whole = library->allTracks()[1]->contentsOfTrackFile();
+    const auto whole = library->allTracks()[0]->contentsOfTrackFile();
     ASSERT_TRUE(whole.has_value());
-    EXPECT_TRUE(whole->stringView() == patterned(1000, 6));
+    EXPECT_TRUE(whole->stringView() == patterned(300000, 5));
 
     // And the second departure is heard through the new session.
     detach(spec);
@@ -488,7 +483,7 @@ TEST_F(MobileDevices, TheLibraryWaitsForItsDeviceAndGetsTheNewSessionOnReturn)
 
 TEST_F(MobileDevices, AfterUsbmuxdRestartsTheDeviceIsListedAgainWithItsLibrary)
 {
-    writeMobileDevice(root.path(), binaryLibrary("Restart Phone"));
+    writeMobileDevice(root.path(), twoTrackLibrary("Restart Phone"));
     const auto spec = device(root.path());
     auto library = open(attach(spec));
     ASSERT_NE(library, nullptr);
@@ -498,9 +493,9 @@ TEST_F(MobileDevices, AfterUsbmuxdRestartsTheDeviceIsListedAgainWithItsLibrary)
     // The client reports the device gone, reconnects, and reports it again.
     ASSERT_TRUE(runMainLoopUntil([&] { return library->device() != firstSession && library->isConnected(); }));
     EXPECT_NE(listed(spec.serialNumber), nullptr);
-    const auto whole = library->allTracks()[1]->contentsOfTrackFile();
+    const auto whole = library->allTracks()[0]->contentsOfTrackFile();
     ASSERT_TRUE(whole.has_value());
-    EXPECT_EQ(whole->size(), 1000u);
+    EXPECT_EQ(whole->size(), 300000u);
 }
 
 } // namespace
