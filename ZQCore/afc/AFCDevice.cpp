@@ -34,7 +34,7 @@ std::optional<std::uint64_t> regularFileSize(AFCInterface& afc, const std::strin
     std::uint64_t bytes = 0;
     if (size != attributes->end())
         bytes = std::strtoull(size->second.c_str(), nullptr, 10);
-    constexpr std::uint64_t kLargestReservation = 1ULL << 30;
+    constexpr std::uint64_t kLargestReservation = 1ULL << 28;
     return std::min(bytes, kLargestReservation);
 }
 
