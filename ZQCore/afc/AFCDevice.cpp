@@ -139,10 +139,14 @@ std::optional<Data> AFCDevice::contentsOfFileAtPath(const std::string& path)
     // that size.
     std::uint32_t count = kChunkSize;
     std::uint64_t offset = 0;
+    // Sizes on these devices are 32-bit: a device that never ends a file stops there.
+    constexpr std::uint64_t kLargestFile = 0xFFFFFFFFULL;
     auto chunk = deviceInterface_->readFromFile(file, count, offset);
     while (count != 0) {
         contents.insert(contents.end(), chunk->bytes(), chunk->bytes() + chunk->size());
         offset += count;
+        if (offset >= kLargestFile)
+            break;
         chunk = deviceInterface_->readFromFile(file, count, offset);
     }
     deviceInterface_->closeFile(file);
