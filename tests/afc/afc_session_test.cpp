@@ -7,6 +7,8 @@
 #include "ZQCore/afc/AFCDevice.h"
 #include "ZQCore/afc/AFCDeviceRef.h"
 #include "ZQCore/afc/AFCFactory.h"
+#include "ZQCore/afc/AFCiPodRef.h"
+#include "ZQCore/device/ZQCore.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/NotificationCenter.h"
 
@@ -213,6 +215,60 @@ TEST_F(AFCFactoryNotices, ADepartureIsBroadcastWithoutADelegate)
     AFCFactory::factory()->setDelegate(nullptr);
     AFCFactory::factory()->notify({fakeDevice(33, "FAC3"), 2});
     EXPECT_THAT(events, ElementsAre("broadcast 33"));
+}
+
+// ---- ZQCore's list of mobile devices ----------------------------------------------------------
+
+class ZQCoreMobileDevices : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        core = ZQCore::sharedInstance();
+        token = core->addObserver("connectediPods", [this](const std::string&, Observable::Phase phase) {
+            notices.push_back(phase == Observable::Phase::WillChange ? "will" : "did");
+        });
+    }
+    void TearDown() override { core->removeObserver(token); }
+
+    std::vector<std::shared_ptr<AFCiPodRef>> listedWithSerial(const std::string& serial) const
+    {
+        std::vector<std::shared_ptr<AFCiPodRef>> found;
+        for (const auto& reference : core->connectediPods())
+            if (auto mobile = std::dynamic_pointer_cast<AFCiPodRef>(reference); mobile && mobile->serialNumber() == serial)
+                found.push_back(mobile);
+        return found;
+    }
+
+    std::shared_ptr<ZQCore> core;
+    Observable::Token token = 0;
+    std::vector<std::string> notices;
+};
+
+TEST_F(ZQCoreMobileDevices, ADeviceReportedTwiceIsListedTwiceAndLeavesOneAtATime)
+{
+    auto device = fakeDevice(900, "DUPLICATE1");
+    core->AFCDeviceWasConnected(AFCDeviceRef::initWithAFCDeviceStruct(device));
+    core->AFCDeviceWasConnected(AFCDeviceRef::initWithAFCDeviceStruct(device));
+    const auto both = listedWithSerial("DUPLICATE1");
+    ASSERT_EQ(both.size(), 2u);
+
+    // The last one listed goes first.
+    core->AFCDeviceWasDisconnected(AFCDeviceRef::initWithAFCDeviceStruct(device));
+    EXPECT_THAT(listedWithSerial("DUPLICATE1"), ElementsAre(both[0]));
+    core->AFCDeviceWasDisconnected(AFCDeviceRef::initWithAFCDeviceStruct(device));
+    EXPECT_THAT(listedWithSerial("DUPLICATE1"), IsEmpty());
+    // A departure that matches nothing is still announced.
+    core->AFCDeviceWasDisconnected(AFCDeviceRef::initWithAFCDeviceStruct(device));
+    EXPECT_EQ(notices.size(), 10u);
+}
+
+TEST_F(ZQCoreMobileDevices, ADeviceThatRefusesTheSessionIsNotListedAndTheNoticesStayPaired)
+{
+    auto device = fakeDevice(901, "REFUSING1");
+    device->script.paired = false;
+    EXPECT_THROW(core->AFCDeviceWasConnected(AFCDeviceRef::initWithAFCDeviceStruct(device)), Exception);
+    EXPECT_THAT(listedWithSerial("REFUSING1"), IsEmpty());
+    EXPECT_THAT(notices, ElementsAre("will", "did"));
 }
 
 TEST(AFCFactory, IsOneObjectForTheProcess) { EXPECT_EQ(AFCFactory::factory().get(), AFCFactory::factory().get()); }
