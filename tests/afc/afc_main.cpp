@@ -55,7 +55,10 @@ int main(int argc, char** argv)
 
     ::testing::InitGoogleTest(&argc, argv);
     int result = 0;
-    {
+    if (::testing::GTEST_FLAG(list_tests)) {
+        // Listing the tests (as the build does to register them) needs no device.
+        result = RUN_ALL_TESTS();
+    } else {
         zq::test::SimulatedUsbmuxd usbmuxd(zq::test::SimulatedUsbmuxd::Listen::Tcp);
         usbmuxd.exportAddress();
         zq::test::simulator = &usbmuxd;
