@@ -41,7 +41,7 @@ test-release: build
 
 test-asan: deps
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DZQ_SANITIZE=ON -DZQ_BENCH=OFF
-	cmake --build $(ASAN_BUILD) -j$(JOBS) --target zqcore_tests zqpod zq-make-sample
+	cmake --build $(ASAN_BUILD) -j$(JOBS) --target zqcore_tests zqcore_afc_tests zqpod zq-make-sample
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 		ctest --output-on-failure -j$(JOBS)
 

@@ -1,5 +1,10 @@
 #include "ZQCore/device/ZQCore.h"
 
+#include "ZQCore/afc/AFCDevice.h"
+#include "ZQCore/afc/AFCDeviceRef.h"
+#include "ZQCore/afc/AFCiPod.h"
+#include "ZQCore/afc/AFCiPodRef.h"
+
 #include "ZQCore/device/VolumeMonitor.h"
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
@@ -32,8 +37,10 @@ bool isPresent(const ZQCoreiPodRef& reference, const std::vector<MountedVolume>&
 
 ZQCore::ZQCore()
 {
-    // The mobile-device half (supportsAFCDevices, and becoming the AFC device factory's
-    // delegate) joins here with the AFC support; until then only volumes are watched.
+    // libimobiledevice is linked in, so mobile devices are always looked for; without a
+    // running usbmuxd none arrive. The factory's delegate is set by sharedInstance, which
+    // holds the owning pointer.
+    supportsAFCDevices_ = true;
 
     // Watch first, list second: a volume that comes between the two is then reported by the
     // change that follows instead of being missed.
@@ -47,7 +54,12 @@ ZQCore::~ZQCore() = default;
 
 const std::shared_ptr<ZQCore>& ZQCore::sharedInstance()
 {
-    static const std::shared_ptr<ZQCore> instance(new ZQCore());
+    static const std::shared_ptr<ZQCore> instance = [] {
+        std::shared_ptr<ZQCore> core(new ZQCore());
+        if (core->supportsAFCDevices_)
+            AFCFactory::factory()->setDelegate(core);
+        return core;
+    }();
     return instance;
 }
 
@@ -123,6 +135,35 @@ void ZQCore::checkForNewiPods()
         willChangeValueForKey("connectediPods");
         didChangeValueForKey("connectediPods");
     }
+}
+
+void ZQCore::AFCDeviceWasConnected(const std::shared_ptr<AFCDeviceRef>& device)
+{
+    ChangeScope change(*this, "connectediPods");
+    auto session = AFCDevice::initWithRef(device);
+    auto reference = AFCiPodRef::initWithDevice(session);
+    if (auto library = std::dynamic_pointer_cast<AFCiPod>(existingiPodForReference(reference))) {
+        library->setDevice(session);
+        library->setIsConnected(true);
+    }
+    connectedDevices_.push_back(reference);
+}
+
+void ZQCore::AFCDeviceWasDisconnected(const std::shared_ptr<AFCDeviceRef>& device)
+{
+    ChangeScope change(*this, "connectediPods");
+    std::shared_ptr<ZQCoreiPodRef> target;
+    for (const auto& reference : connectedDevices_) {
+        auto mobile = std::dynamic_pointer_cast<AFCiPodRef>(reference);
+        if (mobile && mobile->device() && mobile->device()->device() && device &&
+            mobile->device()->device()->deviceID() == device->deviceID())
+            target = reference;
+    }
+    if (!target)
+        return;
+    if (auto library = std::dynamic_pointer_cast<AFCiPod>(existingiPodForReference(target)))
+        library->setIsConnected(false);
+    std::erase(connectedDevices_, target);
 }
 
 } // namespace zq

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ZQCore/afc/AFCFactory.h"
 #include "ZQCore/foundation/Observable.h"
 
 #include <memory>
@@ -29,7 +30,7 @@ public:
 /// The application must run that context (a GMainLoop, or GTK's) for changes to arrive.
 ///
 /// Single-threaded: it is used from that main context's thread only.
-class ZQCore : public Observable {
+class ZQCore : public Observable, public AFCFactoryDelegate {
 public:
     /// The process's one instance, made on first use (on the main-loop thread: the mount
     /// events are delivered on the main context that is thread-default then).
@@ -60,9 +61,19 @@ public:
     /// vanishes between being listed and being read.
     void checkForNewiPods();
 
-    // Mobile devices (AFC) join and leave connectediPods through AFCDeviceWasConnected and
-    // AFCDeviceWasDisconnected, called by the AFC device factory, which this object becomes the
-    // delegate of at start-up when the mobile-device library is present (supportsAFCDevices).
+    // Mobile devices (AFC) join and leave connectediPods through these two calls of the AFC
+    // device factory, whose delegate this object becomes at start-up (supportsAFCDevices).
+
+    /// Opens a session on the arrived device and lists an AFCiPodRef for it (a device already
+    /// listed gets a second one). The library object kept for its serial number gets the new
+    /// session and is marked connected. Both change notices are sent, the will-change first;
+    /// "AFCDevice" from a session that cannot be opened (an unpaired device) leaves with
+    /// nothing listed.
+    void AFCDeviceWasConnected(const std::shared_ptr<AFCDeviceRef>& device) override;
+    /// Drops the listed mobile device with the departed device's id (the last one listed when
+    /// several match) and marks its library object not connected. Both change notices are sent
+    /// even when no device matched.
+    void AFCDeviceWasDisconnected(const std::shared_ptr<AFCDeviceRef>& device) override;
 
     ~ZQCore() override;
 

@@ -1,6 +1,7 @@
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/reader/XRDataReader.h"
 
+#include "ZQCore/afc/AFCiPod.h"
 #include "ZQCore/device/ZQCore.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "ZQCore/foundation/Exception.h"
@@ -21,6 +22,9 @@ namespace fs = std::filesystem;
 
 std::shared_ptr<ZQCoreiPod> ZQCoreiPod::initWithiPodReference(const std::shared_ptr<ZQCoreiPodRef>& reference)
 {
+    // A device reached through a session has a library object of its own kind.
+    if (reference && !reference->isMountedVolume())
+        return AFCiPod::initWithiPodReference(reference);
     if (auto existing = ZQCore::sharedInstance()->existingiPodForReference(reference))
         return existing;
     std::shared_ptr<ZQCoreiPod> library(new ZQCoreiPod());

@@ -46,7 +46,8 @@ public:
     using TrackIndexCache = std::unordered_map<std::uint64_t, std::int32_t>;
 
     /// Loads the library of the device `reference` points at, or returns the library object
-    /// already loaded for a device with the same serial number. Throws
+    /// already loaded for a device with the same serial number. A device reached through a
+    /// session (an AFCiPodRef) gets an AFCiPod. Throws
     /// "ZQCoreiPodNotFoundException" when the device's path does not exist; exceptions of a
     /// corrupt library database ("XRDataReaderInvalidRead") pass through.
     static std::shared_ptr<ZQCoreiPod> initWithiPodReference(const std::shared_ptr<ZQCoreiPodRef>& reference);

@@ -4,8 +4,10 @@ namespace zq {
 
 NotificationCenter& NotificationCenter::defaultCenter()
 {
-    static NotificationCenter center;
-    return center;
+    // Never destroyed: observers that go away during the process's exit (sessions owned by the
+    // shared ZQCore) still unregister from it.
+    static NotificationCenter* const center = new NotificationCenter();
+    return *center;
 }
 
 NotificationCenter::Token NotificationCenter::addObserver(const std::string& name, Callback callback)

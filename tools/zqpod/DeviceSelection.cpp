@@ -1,4 +1,5 @@
 #include "DeviceSelection.h"
+#include "MobileDevices.h"
 
 #include "ZQCore/device/ZQCore.h"
 #include "ZQCore/device/ZQCoreiPod.h"
@@ -37,7 +38,7 @@ std::string candidateList(const std::vector<Reference>& devices)
 }
 
 constexpr const char* kHowToName =
-    "Name a device by its mount path (the folder that holds iPod_Control), its serial number or its name.";
+    "Name a device by its mount path (the folder that holds iPod_Control), its serial number, its name or its UDID.";
 
 } // namespace
 
@@ -47,6 +48,7 @@ Reference selectDevice(const std::optional<std::string>& which)
     if (which && (which->find('/') != std::string::npos || std::filesystem::exists(*which, ignored)))
         return zq::ZQCoreiPodRef::initWithPath(*which);
 
+    collectMobileDevices();
     const std::vector<Reference> connected = zq::ZQCore::connectediPodsOfSharedInstance();
     if (!which) {
         if (connected.size() == 1)
@@ -63,6 +65,9 @@ Reference selectDevice(const std::optional<std::string>& which)
     std::vector<Reference> matches;
     for (const auto& reference : connected)
         if (auto serial = reference->serialNumber(); serial && equalIgnoringCase(*serial, *which))
+            return reference;
+    for (const auto& reference : connected)
+        if (auto udid = udidOf(*reference); udid && equalIgnoringCase(*udid, *which))
             return reference;
     for (const auto& reference : connected)
         if (reference->name() == *which)

@@ -7,6 +7,7 @@
 #include "LibraryReport.h"
 #include "ManPage.h"
 #include "TrackCopy.h"
+#include "MobileDevices.h"
 
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
@@ -50,11 +51,13 @@ int runArt(const std::vector<std::string>& args);
 int runDevices(const std::vector<std::string>& args);
 int runWatch(const std::vector<std::string>& args);
 int runCopy(const std::vector<std::string>& args);
+int runGet(const std::vector<std::string>& args);
 
 #define ZQPOD_DEVICE_HELP                                                                            \
-    "DEVICE is the mount path of the device's volume (the folder that holds iPod_Control), its\n"   \
-    "serial number or its name, as 'zqpod devices' lists them. Without it, the one device\n"        \
-    "connected is used; when there are several or none, zqpod says so and lists them.\n"
+    "DEVICE is the mount path of a disk-mode iPod's volume (the folder that holds iPod_Control),\n" \
+    "or the serial number, name or UDID of a connected device (iPhones and iPod touches too), as\n" \
+    "'zqpod devices' lists them. Without it, the one device connected is used; when there are\n"  \
+    "several or none, zqpod says so and lists them.\n"
 
 const std::vector<Command>& commands()
 {
@@ -120,7 +123,8 @@ const std::vector<Command>& commands()
          runCopy},
         {"devices", "zqpod devices", "list the iPods connected now",
          "Lists every disk-mode iPod whose volume is mounted as removable media (below /media or\n"
-         "/run/media/USER, as a file manager shows it): its name, serial number, model type\n"
+         "/run/media/USER, as a file manager shows it), and every iPhone or iPod touch that\n"
+         "usbmuxd reports (path \"/\"): its name, serial number, model type\n"
          "(see ZQCore/resources/README.md; \"-\" when unknown) and mount path.\n",
          runDevices},
         {"watch", "zqpod watch", "print iPods as they arrive and depart, until interrupted",
@@ -128,6 +132,11 @@ const std::vector<Command>& commands()
          "(\"arrived:\") or departs (\"departed:\") while volumes are mounted and unmounted.\n"
          "Nothing polls; stop it with Ctrl-C.\n",
          runWatch},
+        {"get", "zqpod get DEVICE TRACK-ID OUTFILE", "copy one track's file off a device",
+         "Copies the file of the track with TRACK-ID (as 'zqpod library --json' lists it) off the\n"
+         "device to OUTFILE ('-' for standard output), as it is, without naming or checking.\n"
+         "\n" ZQPOD_DEVICE_HELP,
+         runGet},
     };
     return list;
 }
@@ -291,14 +300,21 @@ int runDevices(const std::vector<std::string>& args)
 {
     if (!args.empty())
         throw UsageError{"usage: zqpod devices"};
+    zqpod::collectMobileDevices();
     zqpod::printConnectedDevices(std::cout);
     return kExitOK;
+}
+
+int runGet(const std::vector<std::string>& args)
+{
+    return zqpod::copyTrack(args, std::cout, std::cerr);
 }
 
 int runWatch(const std::vector<std::string>& args)
 {
     if (!args.empty())
         throw UsageError{"usage: zqpod watch"};
+    zqpod::collectMobileDevices();
     zqpod::watchDevices(std::cout);
     return kExitOK;
 }

@@ -1,0 +1,128 @@
+#include "ZQCore/afc/AFCInterface.h"
+
+#include "ZQCore/foundation/Exception.h"
+#include "ZQCore/foundation/Log.h"
+
+#include <memory>
+
+namespace zq {
+
+std::shared_ptr<AFCInterface> AFCInterface::initWithAFCConnection(std::shared_ptr<AFCConnection> connection)
+{
+    std::shared_ptr<AFCInterface> interface(new AFCInterface());
+    interface->afc_handle_ = std::move(connection);
+    return interface;
+}
+
+bool AFCInterface::removePath(const std::string& path) { return afc_handle_->removePath(path) == 0; }
+
+bool AFCInterface::renamePath(const std::string& from, const std::string& to)
+{
+    return afc_handle_->renamePath(from, to) == 0;
+}
+
+bool AFCInterface::createDirectory(const std::string& path) { return afc_handle_->directoryCreate(path) == 0; }
+
+std::vector<std::string> AFCInterface::listFilesInPath(const std::string& path)
+{
+    AFCDirectory directory;
+    if (afc_handle_->directoryOpen(path, directory) != 0)
+        throw Exception("", "");
+    std::vector<std::string> names;
+    while (auto name = directory.read())
+        names.push_back(std::move(*name));
+    return names;
+}
+
+bool AFCInterface::isDirectoryAtPath(const std::string& path)
+{
+    const auto attributes = getAttributesAtPath(path);
+    if (!attributes)
+        return false;
+    const auto type = attributes->find("st_ifmt");
+    return type != attributes->end() && type->second == "S_IFDIR";
+}
+
+bool AFCInterface::isFileAtPath(const std::string& path)
+{
+    const auto attributes = getAttributesAtPath(path);
+    if (!attributes)
+        return false;
+    const auto type = attributes->find("st_ifmt");
+    return type != attributes->end() && type->second == "S_IFREG";
+}
+
+std::optional<AFCInterface::Attributes> AFCInterface::getAttributesAtPath(const std::string& path)
+{
+    AFCKeyValue information;
+    if (afc_handle_->fileInfoOpen(path, information) != 0)
+        return std::nullopt;
+    return createDictionaryForAFCDictionary(information);
+}
+
+std::optional<AFCInterface::Attributes> AFCInterface::getDeviceAttributes()
+{
+    AFCKeyValue information;
+    if (afc_handle_->deviceInfoOpen(information) != 0)
+        return std::nullopt;
+    return createDictionaryForAFCDictionary(information);
+}
+
+AFCInterface::Attributes AFCInterface::createDictionaryForAFCDictionary(AFCKeyValue& information)
+{
+    Attributes attributes;
+    while (auto pair = information.read())
+        attributes[pair->first] = pair->second;
+    return attributes;
+}
+
+std::uint64_t AFCInterface::openFileAtPath(const std::string& path, std::uint64_t mode)
+{
+    std::uint64_t file = 0;
+    const int error = afc_handle_->fileRefOpen(path, mode, file);
+    if (error != 0) {
+        log("AFCFileRefOpen(" + std::to_string(static_cast<std::int32_t>(mode)) + "): " + std::to_string(error));
+        return 0;
+    }
+    return file;
+}
+
+bool AFCInterface::closeFile(std::uint64_t file) { return afc_handle_->fileRefClose(file) == 0; }
+
+std::optional<Data> AFCInterface::readFromFile(std::uint64_t file, std::uint32_t& size, std::uint64_t offset)
+{
+    if (afc_handle_->fileRefSeek(file, static_cast<std::int64_t>(offset), 0) != 0) {
+        size = 0;
+        return std::nullopt;
+    }
+    // Sized by the request, which the callers bound to one chunk.
+    std::unique_ptr<std::uint8_t[]> buffer(new std::uint8_t[size == 0 ? 1 : size]);
+    std::uint32_t count = size;
+    if (afc_handle_->fileRefRead(file, buffer.get(), count) != 0 || count > size) {
+        size = 0;
+        return std::nullopt;
+    }
+    size = count;
+    return Data(buffer.get(), count);
+}
+
+bool AFCInterface::writeToFile(std::uint64_t file, const std::uint8_t* data, std::uint32_t size, std::uint64_t offset)
+{
+    if (size == 0)
+        return true;
+    if (afc_handle_->fileRefSeek(file, static_cast<std::int64_t>(offset), 0) != 0)
+        return false;
+    return afc_handle_->fileRefWrite(file, data, size) == 0;
+}
+
+bool AFCInterface::setSizeOfFile(const std::string& path, std::uint64_t size)
+{
+    std::uint64_t file = 0;
+    if (afc_handle_->fileRefOpen(path, kModeWrite, file) != 0)
+        return false;
+    const bool resized = afc_handle_->fileRefSetFileSize(file, size) == 0;
+    afc_handle_->fileRefClose(file);
+    return resized;
+}
+
+} // namespace zq

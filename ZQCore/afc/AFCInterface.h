@@ -1,0 +1,53 @@
+#pragma once
+
+#include "ZQCore/afc/MobileDevice.h"
+#include "ZQCore/foundation/Data.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zq {
+
+/// One call per file-conduit operation, with strings, numbers and data. Failures answer
+/// false, no value or 0; only listFilesInPath throws, and opening a file logs.
+class AFCInterface {
+public:
+    using Attributes = std::map<std::string, std::string>;
+
+    /// Open modes of the conduit.
+    static constexpr std::uint64_t kModeRead = 2;
+    static constexpr std::uint64_t kModeWrite = 3;
+
+    /// The connection is shared with the session that opened it; it is never closed here.
+    static std::shared_ptr<AFCInterface> initWithAFCConnection(std::shared_ptr<AFCConnection> connection);
+
+    bool removePath(const std::string& path);
+    bool renamePath(const std::string& from, const std::string& to);
+    bool createDirectory(const std::string& path);
+    /// The entry names in the device's order, "." and ".." included. A folder that cannot be
+    /// opened throws an exception whose name and reason are both empty.
+    std::vector<std::string> listFilesInPath(const std::string& path);
+    bool isDirectoryAtPath(const std::string& path);
+    bool isFileAtPath(const std::string& path);
+    std::optional<Attributes> getAttributesAtPath(const std::string& path);
+    std::optional<Attributes> getDeviceAttributes();
+    /// A file reference, or 0 (after a log line "AFCFileRefOpen(<mode>): <error>").
+    std::uint64_t openFileAtPath(const std::string& path, std::uint64_t mode);
+    bool closeFile(std::uint64_t file);
+    /// Up to `size` bytes at `offset`; `size` becomes the number read, 0 on failure (no value then).
+    std::optional<Data> readFromFile(std::uint64_t file, std::uint32_t& size, std::uint64_t offset);
+    bool writeToFile(std::uint64_t file, const std::uint8_t* data, std::uint32_t size, std::uint64_t offset);
+    bool setSizeOfFile(const std::string& path, std::uint64_t size);
+    static Attributes createDictionaryForAFCDictionary(AFCKeyValue& information);
+
+private:
+    AFCInterface() = default;
+
+    std::shared_ptr<AFCConnection> afc_handle_;
+};
+
+} // namespace zq

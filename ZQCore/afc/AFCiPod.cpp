@@ -1,0 +1,164 @@
+#include "ZQCore/afc/AFCiPod.h"
+
+#include "ZQCore/afc/AFCDeviceRef.h"
+#include "ZQCore/afc/AFCiPodRef.h"
+#include "ZQCore/device/ZQCore.h"
+#include "ZQCore/foundation/Exception.h"
+#include "ZQCore/foundation/Log.h"
+#include "ZQCore/reader/XRDataReader.h"
+
+#include <glib.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+
+namespace zq {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kLibraryFolder = "/iTunes_Control/iTunes/iTunes Library.itlp";
+constexpr std::array<const char*, 4> kDatabaseNames = {"Library.itdb", "Extras.itdb", "Locations.itdb", "Dynamic.itdb"};
+constexpr const char* kArtworkDatabase = "/iTunes_Control/Artwork/ArtworkDB";
+
+bool writeFile(const fs::path& path, const Data& data)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (!out)
+        return false;
+    out.write(reinterpret_cast<const char*>(data.bytes()), static_cast<std::streamsize>(data.size()));
+    out.close();
+    return static_cast<bool>(out);
+}
+
+} // namespace
+
+std::shared_ptr<ZQCoreiPod> AFCiPod::initWithiPodReference(const std::shared_ptr<ZQCoreiPodRef>& reference)
+{
+    if (auto existing = ZQCore::sharedInstance()->existingiPodForReference(reference))
+        return existing;
+    auto mobile = std::dynamic_pointer_cast<AFCiPodRef>(reference);
+    if (!mobile || !mobile->device())
+        throw Exception("ZQCoreiPodNotFoundException", "Exception: Could not init ZQCoreiPod - path doesn't exist.");
+    std::shared_ptr<AFCiPod> library(new AFCiPod());
+    library->loadFromDevice(mobile);
+    return library;
+}
+
+void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
+{
+    setDevice(reference->device());
+    const std::shared_ptr<AMDevice>& handle = device_->device()->device();
+    name_ = handle->copyValue(std::nullopt, "DeviceName");
+    if (!name_)
+        name_ = "iPod";
+
+    Value::Dictionary properties;
+    if (auto serial = handle->copyValue(std::nullopt, "SerialNumber"))
+        properties["SerialNumber"] = *serial;
+    properties_ = std::move(properties);
+    additionalData_ = {};
+
+    if (auto attributes = device_->deviceInterface()->getDeviceAttributes()) {
+        if (auto model = attributes->find("Model"); model != attributes->end())
+            autodetectedType_ = model->second.find("iPod") != std::string::npos ? 15 : 16;
+    }
+    iPodBasePath_ = "/";
+
+    if (!loadFromSQLiteDatabases()) {
+        log("AFCiPod initWithiPodReference: Didn't load from SQLite");
+        // A device without any library database loads as an empty library.
+        const auto database = contentsOfFileAtPath((fs::path("/iTunes_Control") / "iTunes" / "iTunesDB").string());
+        parseiTunesDBWithData(database.value_or(Data()));
+    }
+
+    // The artwork comes over the session too. A fault in its database costs the artwork, never
+    // the library.
+    try {
+        parseArtworkDBAtPath(kArtworkDatabase, tracks_);
+    } catch (const Exception& error) {
+        log("Could not load device artwork database with the error: " + error.reason() + " - skipping.");
+    }
+
+    // Loaders may have left notes here; the library starts without them.
+    additionalData_ = {};
+    setIsConnected(true);
+    ZQCore::sharedInstance()->iPodWasCreated(shared_from_this());
+}
+
+bool AFCiPod::loadFromSQLiteDatabases()
+{
+    if (!device_->deviceInterface()->isDirectoryAtPath(kLibraryFolder))
+        return false;
+    std::array<std::string, 4> remote;
+    for (std::size_t i = 0; i < remote.size(); ++i) {
+        remote[i] = std::string(kLibraryFolder) + "/" + kDatabaseNames[i];
+        if (!device_->fileExistsAtPath(remote[i]))
+            return false;
+    }
+
+    // SQLite opens files, not streams: the databases are copied to a folder of their own.
+    gchar* uuid = g_uuid_string_random();
+    const fs::path folder = fs::path(g_get_tmp_dir()) / uuid;
+    g_free(uuid);
+    std::error_code ignored;
+    fs::create_directory(folder, ignored);
+
+    std::array<std::string, 4> local;
+    bool copied = true;
+    for (std::size_t i = 0; i < local.size(); ++i) {
+        local[i] = (folder / kDatabaseNames[i]).string();
+        const auto contents = device_->contentsOfFileAtPath(remote[i]);
+        if (!contents || !writeFile(local[i], *contents))
+            copied = false;
+    }
+    // An exception of the loader leaves here with the copies still on disk.
+    const bool loaded = copied && loadFromLocalSQLiteDatabase(local[0], local[1], local[2], local[3]);
+
+    for (const auto& path : local)
+        fs::remove(path, ignored);
+    fs::remove(folder, ignored);
+    return copied && loaded;
+}
+
+void AFCiPod::setDevice(const std::shared_ptr<AFCDevice>& device)
+{
+    device_ = device;
+    if (device_)
+        device_->setDelegate(std::static_pointer_cast<AFCiPod>(shared_from_this()));
+}
+
+Value::Dictionary AFCiPod::deviceInfo() const
+{
+    Value::Dictionary info;
+    if (auto attributes = device_->deviceInterface()->getDeviceAttributes())
+        for (const auto& [key, value] : *attributes)
+            info[key] = value;
+    return info;
+}
+
+std::optional<Data> AFCiPod::contentsOfFileAtPath(const std::string& path) const
+{
+    return device_->contentsOfFileAtPath(path);
+}
+
+std::optional<Data> AFCiPod::chunkOfFileAtPath(const std::string& path, Range range) const
+{
+    if (!device_->fileExistsAtPath(path))
+        return std::nullopt;
+    return device_->chunkOfFileAtPath(path, range);
+}
+
+std::shared_ptr<XRDataReader> AFCiPod::readerForFileAtPath(const std::string& path) const
+{
+    auto contents = contentsOfFileAtPath(path);
+    if (!contents)
+        return nullptr;
+    return XRDataReader::dataReaderWithData(contents, true);
+}
+
+void AFCiPod::deviceWasDisconnected(const std::shared_ptr<AFCDevice>&) { setIsConnected(false); }
+
+} // namespace zq

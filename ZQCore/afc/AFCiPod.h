@@ -1,0 +1,53 @@
+#pragma once
+
+#include "ZQCore/afc/AFCDevice.h"
+#include "ZQCore/device/ZQCoreiPod.h"
+
+#include <memory>
+
+namespace zq {
+
+class AFCiPodRef;
+
+/// The library of a mobile device reached over AFC. It copies the four SQLite databases into a
+/// temporary folder and loads them (falling back to the binary iTunesDB), and reads every later
+/// file (track files, artwork) over the device's session. Its base path is "/".
+///
+/// The object outlives a departure: it is marked not connected, and when the device returns
+/// ZQCore hands it the new session.
+class AFCiPod : public ZQCoreiPod, public AFCDeviceDelegate {
+public:
+    /// The library of the device `reference` (an AFCiPodRef) stands for, or the library object
+    /// already loaded for the same serial number. Throws "ZQCoreiPodNotFoundException" for a
+    /// reference without a session; "<application identifier>.SQLiteFailed" from the SQLite
+    /// loader passes through (leaving its temporary copies behind).
+    static std::shared_ptr<ZQCoreiPod> initWithiPodReference(const std::shared_ptr<ZQCoreiPodRef>& reference);
+
+    /// Copies the four databases of "iTunes Library.itlp" into a new folder in the temporary
+    /// directory, loads them, and removes the copies and the folder. True only when all four
+    /// were copied and loaded.
+    bool loadFromSQLiteDatabases();
+
+    const std::shared_ptr<AFCDevice>& device() const { return device_; }
+    /// Uses another session of the device (it returned), and listens for its departure.
+    void setDevice(const std::shared_ptr<AFCDevice>& device);
+
+    std::optional<std::string> name() const override { return name_; }
+    /// The device's attributes as its file conduit reports them ("Model", "FSTotalBytes", ...).
+    Value::Dictionary deviceInfo() const override;
+    std::optional<Data> contentsOfFileAtPath(const std::string& path) const override;
+    /// No value unless a regular file is at the path.
+    std::optional<Data> chunkOfFileAtPath(const std::string& path, Range range) const override;
+    std::shared_ptr<XRDataReader> readerForFileAtPath(const std::string& path) const override;
+    bool readsFilesThroughDevice() const override { return true; }
+
+    void deviceWasDisconnected(const std::shared_ptr<AFCDevice>& device) override;
+
+private:
+    AFCiPod() = default;
+    void loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference);
+
+    std::shared_ptr<AFCDevice> device_;
+};
+
+} // namespace zq

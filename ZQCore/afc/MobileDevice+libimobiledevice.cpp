@@ -1,0 +1,407 @@
+// The mobile-device services on Linux: usbmuxd reports devices and carries their streams,
+// libimobiledevice speaks lockdown and the file conduit.
+
+#include "ZQCore/afc/MobileDevice.h"
+
+#include "ZQCore/foundation/Application.h"
+
+#include <glib.h>
+#include <libimobiledevice/afc.h>
+#include <libimobiledevice/libimobiledevice.h>
+#include <libimobiledevice/lockdown.h>
+#include <plist/plist.h>
+#include <usbmuxd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <map>
+
+namespace zq {
+
+namespace {
+
+using DeviceHandle = std::shared_ptr<idevice_private>;
+
+constexpr const char* kLockdownLabel = "zqcore";
+
+DeviceHandle openDevice(const std::string& udid, int& error)
+{
+    idevice_t device = nullptr;
+    error = idevice_new_with_options(&device, udid.c_str(), IDEVICE_LOOKUP_USBMUX);
+    if (error != IDEVICE_E_SUCCESS)
+        return nullptr;
+    return DeviceHandle(device, [](idevice_t d) { idevice_free(d); });
+}
+
+struct LockdownClientDeleter {
+    void operator()(lockdownd_client_private* client) const { lockdownd_client_free(client); }
+};
+using LockdownClient = std::unique_ptr<lockdownd_client_private, LockdownClientDeleter>;
+
+/// The key-value lists of the conduit (key, value, key, value, ..., NULL).
+std::vector<std::pair<std::string, std::string>> pairsOf(char** list)
+{
+    std::vector<std::pair<std::string, std::string>> pairs;
+    for (std::size_t i = 0; list && list[i] && list[i + 1]; i += 2)
+        pairs.emplace_back(list[i], list[i + 1]);
+    return pairs;
+}
+
+class Conduit final : public AFCConnection {
+public:
+    Conduit(DeviceHandle device, afc_client_t client) : device_(std::move(device)), client_(client) {}
+    ~Conduit() override { afc_client_free(client_); }
+
+    int removePath(const std::string& path) override { return afc_remove_path(client_, path.c_str()); }
+    int renamePath(const std::string& from, const std::string& to) override
+    {
+        return afc_rename_path(client_, from.c_str(), to.c_str());
+    }
+    int directoryCreate(const std::string& path) override { return afc_make_directory(client_, path.c_str()); }
+
+    int directoryOpen(const std::string& path, AFCDirectory& directory) override
+    {
+        char** list = nullptr;
+        const afc_error_t error = afc_read_directory(client_, path.c_str(), &list);
+        if (error == AFC_E_SUCCESS)
+            for (std::size_t i = 0; list && list[i]; ++i)
+                directory.names.emplace_back(list[i]);
+        if (list)
+            afc_dictionary_free(list);
+        return error;
+    }
+
+    int fileInfoOpen(const std::string& path, AFCKeyValue& information) override
+    {
+        char** list = nullptr;
+        const afc_error_t error = afc_get_file_info(client_, path.c_str(), &list);
+        if (error == AFC_E_SUCCESS)
+            information.pairs = pairsOf(list);
+        if (list)
+            afc_dictionary_free(list);
+        // The client answers success with no list for a path that is not there.
+        return error == AFC_E_SUCCESS && !list ? AFC_E_OBJECT_NOT_FOUND : error;
+    }
+
+    int deviceInfoOpen(AFCKeyValue& information) override
+    {
+        char** list = nullptr;
+        const afc_error_t error = afc_get_device_info(client_, &list);
+        if (error == AFC_E_SUCCESS)
+            information.pairs = pairsOf(list);
+        if (list)
+            afc_dictionary_free(list);
+        return error;
+    }
+
+    int fileRefOpen(const std::string& path, std::uint64_t mode, std::uint64_t& file) override
+    {
+        return afc_file_open(client_, path.c_str(), static_cast<afc_file_mode_t>(mode), &file);
+    }
+    int fileRefSeek(std::uint64_t file, std::int64_t offset, int whence) override
+    {
+        return afc_file_seek(client_, file, offset, whence);
+    }
+    int fileRefRead(std::uint64_t file, std::uint8_t* buffer, std::uint32_t& count) override
+    {
+        std::uint32_t got = 0;
+        const afc_error_t error = afc_file_read(client_, file, reinterpret_cast<char*>(buffer), count, &got);
+        count = error == AFC_E_SUCCESS ? got : 0;
+        return error;
+    }
+    int fileRefWrite(std::uint64_t file, const std::uint8_t* bytes, std::uint32_t count) override
+    {
+        std::uint32_t written = 0;
+        const afc_error_t error = afc_file_write(client_, file, reinterpret_cast<const char*>(bytes), count, &written);
+        if (error != AFC_E_SUCCESS)
+            return error;
+        return written == count ? AFC_E_SUCCESS : AFC_E_WRITE_ERROR;
+    }
+    int fileRefSetFileSize(std::uint64_t file, std::uint64_t size) override
+    {
+        return afc_file_truncate(client_, file, size);
+    }
+    int fileRefClose(std::uint64_t file) override { return afc_file_close(client_, file); }
+
+private:
+    DeviceHandle device_;  // the conduit's stream runs over this device handle
+    afc_client_t client_;
+};
+
+class Service final : public AMService {
+public:
+    Service(DeviceHandle device, lockdownd_service_descriptor_t descriptor)
+        : device_(std::move(device)), descriptor_(descriptor) {}
+    ~Service() override { lockdownd_service_descriptor_free(descriptor_); }
+
+    int afcConnectionOpen(std::shared_ptr<AFCConnection>& connection) override
+    {
+        afc_client_t client = nullptr;
+        const afc_error_t error = afc_client_new(device_.get(), descriptor_, &client);
+        if (error == AFC_E_SUCCESS)
+            connection = std::make_shared<Conduit>(device_, client);
+        return error;
+    }
+
+private:
+    DeviceHandle device_;
+    lockdownd_service_descriptor_t descriptor_;
+};
+
+/// A device that usbmuxd lists, known by its UDID.
+class Device final : public AMDevice {
+public:
+    Device(std::string udid, std::uint32_t handle, std::uint32_t productID)
+        : udid_(std::move(udid)), handle_(handle), productID_(productID) {}
+
+    std::uint32_t deviceID() const override { return handle_; }
+    std::uint32_t productID() const override { return productID_; }
+
+    std::optional<std::string> copyValue(const std::optional<std::string>& domain, const std::string& key) override
+    {
+        // A device's values do not change while it is attached; answers are kept so that a
+        // device can still be named after it has gone.
+        const std::string cacheKey = domain.value_or("") + '\n' + key;
+        if (auto known = values_.find(cacheKey); known != values_.end())
+            return known->second;
+
+        LockdownClient temporary;
+        DeviceHandle temporaryDevice;
+        lockdownd_client_t client = client_.get();
+        if (!client) {
+            int error = 0;
+            temporaryDevice = openDevice(udid_, error);
+            lockdownd_client_t opened = nullptr;
+            if (!temporaryDevice || lockdownd_client_new(temporaryDevice.get(), &opened, kLockdownLabel) != LOCKDOWN_E_SUCCESS)
+                return std::nullopt;
+            temporary.reset(opened);
+            client = opened;
+        }
+        plist_t node = nullptr;
+        if (lockdownd_get_value(client, domain ? domain->c_str() : nullptr, key.c_str(), &node) != LOCKDOWN_E_SUCCESS)
+            return std::nullopt;
+        std::optional<std::string> value;
+        if (node && plist_get_node_type(node) == PLIST_STRING) {
+            char* text = nullptr;
+            plist_get_string_val(node, &text);
+            if (text)
+                value = text;
+            std::free(text);
+        } else if (node && plist_get_node_type(node) == PLIST_UINT) {
+            std::uint64_t number = 0;
+            plist_get_uint_val(node, &number);
+            value = std::to_string(number);
+        }
+        if (node)
+            plist_free(node);
+        if (value)
+            values_[cacheKey] = *value;
+        return value;
+    }
+
+    int connect() override
+    {
+        int error = 0;
+        device_ = openDevice(udid_, error);
+        if (!device_)
+            return error;
+        lockdownd_client_t client = nullptr;
+        error = lockdownd_client_new(device_.get(), &client, kLockdownLabel);
+        if (error == LOCKDOWN_E_SUCCESS)
+            client_.reset(client);
+        return error;
+    }
+
+    bool isPaired() override
+    {
+        // Paired means the host holds a pairing record for the device (usbmuxd keeps them);
+        // its HostID opens the session.
+        char* data = nullptr;
+        std::uint32_t size = 0;
+        if (usbmuxd_read_pair_record(udid_.c_str(), &data, &size) != 0 || !data)
+            return false;
+        plist_t record = nullptr;
+        if (size >= 8 && std::string_view(data, 8) == "bplist00")
+            plist_from_bin(data, size, &record);
+        else
+            plist_from_xml(data, size, &record);
+        std::free(data);
+        hostID_.reset();
+        if (record) {
+            plist_t node = plist_dict_get_item(record, "HostID");
+            if (node && plist_get_node_type(node) == PLIST_STRING) {
+                char* text = nullptr;
+                plist_get_string_val(node, &text);
+                if (text)
+                    hostID_ = text;
+                std::free(text);
+            }
+            plist_free(record);
+        }
+        return hostID_.has_value();
+    }
+
+    int validatePairing() override
+    {
+        if (!client_)
+            return LOCKDOWN_E_INVALID_ARG;
+        // Devices from iOS 7 on validate the pairing when the session starts and no longer
+        // answer the separate request.
+        const auto version = copyValue(std::nullopt, "ProductVersion");
+        if (version && std::atoi(version->c_str()) >= 7)
+            return LOCKDOWN_E_SUCCESS;
+        return lockdownd_validate_pair(client_.get(), nullptr);
+    }
+
+    int startSession() override
+    {
+        if (!client_ || !hostID_)
+            return LOCKDOWN_E_INVALID_ARG;
+        char* session = nullptr;
+        int ssl = 0;
+        const lockdownd_error_t error = lockdownd_start_session(client_.get(), hostID_->c_str(), &session, &ssl);
+        std::free(session);
+        return error;
+    }
+
+    int startService(const std::string& name, std::shared_ptr<AMService>& service) override
+    {
+        if (!client_)
+            return LOCKDOWN_E_INVALID_ARG;
+        lockdownd_service_descriptor_t descriptor = nullptr;
+        const lockdownd_error_t error = lockdownd_start_service(client_.get(), name.c_str(), &descriptor);
+        if (error == LOCKDOWN_E_SUCCESS && descriptor)
+            service = std::make_shared<Service>(device_, descriptor);
+        else if (descriptor)
+            lockdownd_service_descriptor_free(descriptor);
+        return error;
+    }
+
+private:
+    std::string udid_;
+    std::uint32_t handle_;
+    std::uint32_t productID_;
+    std::map<std::string, std::string> values_;
+    DeviceHandle device_;
+    LockdownClient client_;
+    std::optional<std::string> hostID_;
+};
+
+/// One event of usbmuxd, carried from its thread to the main context.
+struct PendingEvent {
+    struct Subscription* subscription;
+    std::string udid;
+    int event;
+    std::uint32_t handle;
+    std::uint32_t productID;
+};
+
+/// The subscription lives as long as the process: usbmuxd's event thread may call into it up
+/// to the very end.
+struct Subscription {
+    GMainContext* context = nullptr;
+    MobileDevicePlatform::Callback callback;
+    std::map<std::string, std::shared_ptr<Device>> devices;  // touched on the main context only
+};
+
+gboolean deliver(gpointer data)
+{
+    auto& pending = *static_cast<PendingEvent*>(data);
+    auto& subscription = *pending.subscription;
+    AMDeviceNotification notification;
+    notification.message = pending.event;
+    if (pending.event == IDEVICE_DEVICE_ADD) {
+        auto device = std::make_shared<Device>(pending.udid, pending.handle, pending.productID);
+        subscription.devices[pending.udid] = device;
+        notification.device = device;
+    } else {
+        const auto found = subscription.devices.find(pending.udid);
+        if (found == subscription.devices.end())
+            return G_SOURCE_REMOVE;
+        notification.device = found->second;
+        if (pending.event == IDEVICE_DEVICE_REMOVE)
+            subscription.devices.erase(found);
+    }
+    subscription.callback(notification);
+    return G_SOURCE_REMOVE;
+}
+
+void eventArrived(const idevice_event_t* event, void* context)
+{
+    // usbmuxd's event thread: only what needs no framework state is done here.
+    if (!event || !event->udid || event->conn_type == CONNECTION_NETWORK)
+        return;
+    auto* pending = new PendingEvent{static_cast<Subscription*>(context), event->udid, event->event, 0, 0};
+    if (event->event == IDEVICE_DEVICE_ADD) {
+        usbmuxd_device_info_t info{};
+        if (usbmuxd_get_device_by_udid(event->udid, &info) == 1) {
+            pending->handle = info.handle;
+            pending->productID = info.product_id;
+        }
+    }
+    // Always queued, never run here: g_main_context_invoke would run the call on this thread
+    // when nobody happens to own the context at that moment.
+    GSource* source = g_idle_source_new();
+    g_source_set_priority(source, G_PRIORITY_DEFAULT);
+    g_source_set_callback(source, deliver, pending, [](gpointer data) { delete static_cast<PendingEvent*>(data); });
+    g_source_attach(source, pending->subscription->context);
+    g_source_unref(source);
+}
+
+class LibimobiledevicePlatform final : public MobileDevicePlatform {
+public:
+    LibimobiledevicePlatform()
+    {
+        // A write to a device stream that has just gone would otherwise end the process.
+        std::signal(SIGPIPE, SIG_IGN);
+    }
+
+    int notificationSubscribe(Callback callback) override
+    {
+        // libimobiledevice keeps one subscription per process; it is never cancelled.
+        static Subscription* subscription = nullptr;
+        if (!subscription)
+            subscription = new Subscription;
+        subscription->context = g_main_context_ref_thread_default();
+        subscription->callback = std::move(callback);
+        // libusbmuxd fills a static with the program's name when it writes its first message;
+        // one request from this thread first keeps the event thread from racing us for it.
+        attachedDeviceCount();
+        return idevice_event_subscribe(eventArrived, subscription);
+    }
+
+    std::size_t attachedDeviceCount() override
+    {
+        usbmuxd_device_info_t* list = nullptr;
+        const int count = usbmuxd_get_device_list(&list);
+        std::size_t usb = 0;
+        for (int i = 0; i < count; ++i)
+            if (list[i].conn_type != CONNECTION_TYPE_NETWORK)
+                ++usb;
+        if (list)
+            usbmuxd_device_list_free(&list);
+        return usb;
+    }
+};
+
+std::shared_ptr<MobileDevicePlatform>& sharedSlot()
+{
+    static std::shared_ptr<MobileDevicePlatform> platform;
+    return platform;
+}
+
+} // namespace
+
+std::shared_ptr<MobileDevicePlatform> MobileDevicePlatform::shared()
+{
+    if (!sharedSlot())
+        sharedSlot() = std::make_shared<LibimobiledevicePlatform>();
+    return sharedSlot();
+}
+
+void MobileDevicePlatform::setShared(std::shared_ptr<MobileDevicePlatform> platform)
+{
+    sharedSlot() = std::move(platform);
+}
+
+} // namespace zq

@@ -1,0 +1,125 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace zq {
+
+// The mobile-device services the AFC classes stand on: device arrival and departure, the
+// lockdown session, and the file conduit ("com.apple.afc") of a session. Everything above this
+// header (AFCFactory, AFCDevice, AFCInterface) speaks only these calls, each answering 0 on
+// success or an error number, so that the session and file logic reads the same whichever
+// transport is underneath: libimobiledevice on Linux, or a test's scripted device.
+
+/// A directory listing as the conduit hands it out: names, read one at a time.
+struct AFCDirectory {
+    std::vector<std::string> names;
+    std::size_t next = 0;
+
+    /// The next entry name; no value at the end.
+    std::optional<std::string> read()
+    {
+        if (next >= names.size())
+            return std::nullopt;
+        return names[next++];
+    }
+};
+
+/// Key-value pairs of a file's or the device's information, read one pair at a time.
+struct AFCKeyValue {
+    std::vector<std::pair<std::string, std::string>> pairs;
+    std::size_t next = 0;
+
+    /// The next pair; no value at the end.
+    std::optional<std::pair<std::string, std::string>> read()
+    {
+        if (next >= pairs.size())
+            return std::nullopt;
+        return pairs[next++];
+    }
+};
+
+/// One open file conduit of a device session. Not thread-safe: one thread at a time.
+class AFCConnection {
+public:
+    virtual ~AFCConnection() = default;
+
+    virtual int removePath(const std::string& path) = 0;
+    virtual int renamePath(const std::string& from, const std::string& to) = 0;
+    virtual int directoryCreate(const std::string& path) = 0;
+    /// Opens a directory for reading its entry names (".", ".." included, as the device gives them).
+    virtual int directoryOpen(const std::string& path, AFCDirectory& directory) = 0;
+    virtual int fileInfoOpen(const std::string& path, AFCKeyValue& information) = 0;
+    virtual int deviceInfoOpen(AFCKeyValue& information) = 0;
+    /// Opens a file; `mode` 2 reads, 3 creates or truncates for writing. The handle is never 0.
+    virtual int fileRefOpen(const std::string& path, std::uint64_t mode, std::uint64_t& file) = 0;
+    /// Positions the file; whence 0 counts from the start.
+    virtual int fileRefSeek(std::uint64_t file, std::int64_t offset, int whence) = 0;
+    /// Reads up to `count` bytes into `buffer`; `count` becomes the number read (0 at the end).
+    virtual int fileRefRead(std::uint64_t file, std::uint8_t* buffer, std::uint32_t& count) = 0;
+    virtual int fileRefWrite(std::uint64_t file, const std::uint8_t* bytes, std::uint32_t count) = 0;
+    virtual int fileRefSetFileSize(std::uint64_t file, std::uint64_t size) = 0;
+    virtual int fileRefClose(std::uint64_t file) = 0;
+};
+
+/// A service started in a device session; the file conduit is opened on it.
+class AMService {
+public:
+    virtual ~AMService() = default;
+    virtual int afcConnectionOpen(std::shared_ptr<AFCConnection>& connection) = 0;
+};
+
+/// The platform's record of one attached device. The same record stands for the device from
+/// its arrival to its departure, so the departure names the device that arrived.
+class AMDevice {
+public:
+    virtual ~AMDevice() = default;
+
+    /// The transport's number for this attachment (usbmuxd's device handle).
+    virtual std::uint32_t deviceID() const = 0;
+    virtual std::uint32_t productID() const = 0;
+    /// A lockdown value ("SerialNumber", "DeviceName", ...) of the default domain, or of
+    /// `domain`; no value when the device does not answer it.
+    virtual std::optional<std::string> copyValue(const std::optional<std::string>& domain, const std::string& key) = 0;
+
+    virtual int connect() = 0;
+    virtual bool isPaired() = 0;
+    virtual int validatePairing() = 0;
+    virtual int startSession() = 0;
+    /// Starts a service of the session; on success `service` is set.
+    virtual int startService(const std::string& name, std::shared_ptr<AMService>& service) = 0;
+};
+
+/// A device arrival (message 1), departure (2) or another event of the transport (other values).
+struct AMDeviceNotification {
+    std::shared_ptr<AMDevice> device;
+    std::int32_t message = 0;
+};
+
+/// The transport's device events.
+class MobileDevicePlatform {
+public:
+    using Callback = std::function<void(const AMDeviceNotification&)>;
+
+    virtual ~MobileDevicePlatform() = default;
+
+    /// Reports every device attached now and every later arrival and departure to `callback`,
+    /// always on the GLib main context that was thread-default at this call (never from within
+    /// this call). 0 on success, else an error number.
+    virtual int notificationSubscribe(Callback callback) = 0;
+    /// The number of devices the transport lists at this moment (0 when it cannot be asked).
+    virtual std::size_t attachedDeviceCount() = 0;
+
+    /// The process's platform: libimobiledevice through usbmuxd unless one was set before.
+    static std::shared_ptr<MobileDevicePlatform> shared();
+    /// Replaces the platform used by devices found from now on (tests script their own).
+    static void setShared(std::shared_ptr<MobileDevicePlatform> platform);
+};
+
+} // namespace zq

@@ -1,0 +1,502 @@
+// The framework against the real libimobiledevice client and the simulated device: arrivals
+// and departures in the connected list, sessions refused by an untrusted device, whole and
+// ranged reads and the file operations over the real conduit, the library copied and loaded
+// (or read from iTunesDB), its artwork decoded as 1-5-5-5, and the library object that waits for
+// its device to return.
+
+#include "tests/afc/MobileDeviceImage.h"
+#include "tests/afc/SharedSimulator.h"
+
+#include "ZQCore/afc/AFCDevice.h"
+#include "ZQCore/afc/AFCDeviceRef.h"
+#include "ZQCore/afc/AFCFactory.h"
+#include "ZQCore/afc/AFCInterface.h"
+#include "ZQCore/afc/AFCiPod.h"
+#include "ZQCore/afc/AFCiPodRef.h"
+#include "ZQCore/artwork/AlbumArt.h"
+#include "ZQCore/device/ZQCore.h"
+#include "ZQCore/foundation/Exception.h"
+#include "ZQCore/foundation/Image.h"
+#include "ZQCore/foundation/Log.h"
+#include "ZQCore/model/iPodTrack.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+namespace zq::test {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+
+constexpr std::uint32_t kChunk = 262144;
+
+std::string patterned(std::size_t size, unsigned seed = 1)
+{
+    std::string bytes(size, '\0');
+    for (std::size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>((i * 31 + seed * 7 + i / 997) & 0xFF);
+    return bytes;
+}
+
+void writeFile(const fs::path& path, const std::string& contents)
+{
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << contents;
+}
+
+std::string readFile(const fs::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+/// Names no other test of this process uses (devices and library objects outlive a test).
+std::string unique(const std::string& prefix)
+{
+    static int counter = 0;
+    return prefix + std::to_string(::getpid() % 100000) + "X" + std::to_string(++counter);
+}
+
+/// The entries of the temporary directory, where the library's database copies go.
+std::set<std::string> temporaryEntries()
+{
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(std::getenv("TMPDIR")))
+        names.insert(entry.path().filename().string());
+    return names;
+}
+
+class MobileDevices : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        core = ZQCore::sharedInstance();
+        AFCFactory::factory()->waitForAttachedDevices(5s);
+        previousLog = setLogHandler([this](const std::string& line) { logLines.push_back(line); });
+    }
+    void TearDown() override
+    {
+        for (const auto& [udid, serial] : attached) {
+            sharedSimulator().detach(udid);
+            runMainLoopUntil([&] { return listed(serial) == nullptr; }, 5s);
+        }
+        setLogHandler(previousLog);
+    }
+
+    SimulatedDeviceSpec device(const std::string& folder)
+    {
+        SimulatedDeviceSpec spec;
+        spec.udid = unique("00008030-");
+        spec.serialNumber = unique("SIM");
+        spec.root = folder;
+        return spec;
+    }
+
+    std::shared_ptr<AFCiPodRef> listed(const std::string& serial) const
+    {
+        std::shared_ptr<AFCiPodRef> found;
+        for (const auto& reference : core->connectediPods())
+            if (auto mobile = std::dynamic_pointer_cast<AFCiPodRef>(reference); mobile && mobile->serialNumber() == serial)
+                found = mobile;
+        return found;
+    }
+
+    std::shared_ptr<AFCiPodRef> attach(const SimulatedDeviceSpec& spec)
+    {
+        sharedSimulator().attach(spec);
+        attached.emplace_back(spec.udid, spec.serialNumber);
+        runMainLoopUntil([&] { return listed(spec.serialNumber) != nullptr; });
+        return listed(spec.serialNumber);
+    }
+
+    void detach(const SimulatedDeviceSpec& spec)
+    {
+        sharedSimulator().detach(spec.udid);
+        std::erase(attached, std::make_pair(spec.udid, spec.serialNumber));
+        runMainLoopUntil([&] { return listed(spec.serialNumber) == nullptr; });
+    }
+
+    std::shared_ptr<AFCiPod> open(const std::shared_ptr<AFCiPodRef>& reference)
+    {
+        return std::dynamic_pointer_cast<AFCiPod>(ZQCoreiPod::initWithiPodReference(reference));
+    }
+
+    std::shared_ptr<ZQCore> core;
+    std::vector<std::pair<std::string, std::string>> attached;  // udid, serial
+    std::vector<std::string> logLines;
+    LogHandler previousLog;
+    TempDir root;
+};
+
+// ---- arrivals and departures -----------------------------------------------------------------
+
+TEST_F(MobileDevices, AnArrivingDeviceIsListedUntilItDeparts)
+{
+    std::vector<std::string> notices;
+    const auto token = core->addObserver("connectediPods", [&](const std::string&, Observable::Phase phase) {
+        notices.push_back(phase == Observable::Phase::WillChange ? "will" : "did");
+    });
+    auto spec = device(root.path());
+    spec.deviceName = "Anna's iPhone";
+
+    auto reference = attach(spec);
+    ASSERT_NE(reference, nullptr);
+    EXPECT_EQ(reference->name(), "Anna's iPhone");
+    EXPECT_EQ(reference->path(), "/");
+    EXPECT_FALSE(reference->isMountedVolume());
+    ASSERT_NE(reference->icon(), nullptr);
+    EXPECT_EQ(reference->icon()->width(), 128u);
+    EXPECT_EQ(reference->device()->device()->serialNumber(), spec.serialNumber);
+    EXPECT_EQ(reference->device()->device()->name(), spec.serialNumber);
+
+    detach(spec);
+    EXPECT_EQ(listed(spec.serialNumber), nullptr);
+    core->removeObserver(token);
+    EXPECT_THAT(notices, ElementsAre("will", "did", "will", "did"));
+}
+
+TEST_F(MobileDevices, ADepartureReachesOnlyTheLibraryOfThatDevice)
+{
+    TempDir otherRoot;
+    const auto first = device(root.path());
+    const auto second = device(otherRoot.path());
+    auto firstReference = attach(first);
+    auto secondReference = attach(second);
+    auto firstLibrary = open(firstReference);
+    auto secondLibrary = open(secondReference);
+    ASSERT_NE(firstLibrary, nullptr);
+    ASSERT_NE(secondLibrary, nullptr);
+    ASSERT_NE(firstLibrary, secondLibrary);
+    // Sessions of our own on both devices hear the broadcast directly.
+    struct Recorder : AFCDeviceDelegate {
+        int departures = 0;
+        void deviceWasDisconnected(const std::shared_ptr<AFCDevice>&) override { ++departures; }
+    };
+    auto firstSession = AFCDevice::initWithRef(firstReference->device()->device());
+    auto secondSession = AFCDevice::initWithRef(secondReference->device()->device());
+    auto firstRecorder = std::make_shared<Recorder>();
+    auto secondRecorder = std::make_shared<Recorder>();
+    firstSession->setDelegate(firstRecorder);
+    secondSession->setDelegate(secondRecorder);
+
+    detach(first);
+
+    EXPECT_EQ(firstRecorder->departures, 1);
+    EXPECT_EQ(secondRecorder->departures, 0);
+    EXPECT_FALSE(firstLibrary->isConnected());
+    EXPECT_TRUE(secondLibrary->isConnected());
+    EXPECT_NE(listed(second.serialNumber), nullptr);
+}
+
+TEST_F(MobileDevices, AnUntrustedDeviceIsRefusedWithAReasonAndNotListed)
+{
+    auto spec = device(root.path());
+    spec.paired = false;
+    sharedSimulator().attach(spec);
+    attached.emplace_back(spec.udid, spec.serialNumber);
+
+    ASSERT_TRUE(runMainLoopUntil([&] { return !logLines.empty(); }));
+    EXPECT_THAT(logLines, Contains("AFC device " + spec.serialNumber +
+                                   " could not be opened: AFCDevice: Device pairing failed"));
+    EXPECT_EQ(listed(spec.serialNumber), nullptr);
+}
+
+
+// ---- files over the real conduit -------------------------------------------------------------
+
+struct ReadCase {
+    const char* name;
+    std::size_t fileSize;
+    std::optional<Range> range;  ///< none: the whole file
+    std::size_t expectedStart;
+    std::size_t expectedLength;
+};
+void PrintTo(const ReadCase& c, std::ostream* out) { *out << c.name; }
+
+class MobileDeviceReads : public MobileDevices, public ::testing::WithParamInterface<ReadCase> {};
+
+TEST_P(MobileDeviceReads, GiveTheBytesOfTheFile)
+{
+    const auto& c = GetParam();
+    const std::string contents = patterned(c.fileSize);
+    writeFile(fs::path(root.path()) / "Music" / "track.m4a", contents);
+    auto reference = attach(device(root.path()));
+    ASSERT_NE(reference, nullptr);
+    auto& session = *reference->device();
+
+    const auto data = c.range ? session.chunkOfFileAtPath("/Music/track.m4a", *c.range)
+                              : session.contentsOfFileAtPath("/Music/track.m4a");
+
+    ASSERT_TRUE(data.has_value());
+    ASSERT_EQ(data->size(), c.expectedLength);
+    EXPECT_TRUE(data->stringView() == std::string_view(contents).substr(c.expectedStart, c.expectedLength));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Sizes, MobileDeviceReads,
+    ::testing::Values(ReadCase{"WholeExactlyOneChunk", kChunk, std::nullopt, 0, kChunk},
+                      ReadCase{"Whole300000", 300000, std::nullopt, 0, 300000},
+                      ReadCase{"WholeEmpty", 0, std::nullopt, 0, 0},
+                      ReadCase{"RangeExactlyOneChunk", 300000, Range{0, kChunk}, 0, kChunk},
+                      ReadCase{"Range300000", 700000, Range{1000, 300000}, 1000, 300000},
+                      ReadCase{"RangeLengthZero", 300000, Range{5000, 0}, 5000, 0},
+                      ReadCase{"RangePastTheEnd", 300000, Range{400000, 10}, 300000, 0},
+                      ReadCase{"RangeRunningPastTheEnd", 300000, Range{299990, 100}, 299990, 10}),
+    [](const auto& testCase) { return std::string(testCase.param.name); });
+
+TEST_F(MobileDevices, FilesAreCreatedListedRenamedAndDeletedOnTheDevice)
+{
+    fs::create_directories(fs::path(root.path()) / "Music" / "F00");
+    writeFile(fs::path(root.path()) / "Music" / "old.mp3", "old");
+    auto reference = attach(device(root.path()));
+    ASSERT_NE(reference, nullptr);
+    auto& session = *reference->device();
+    auto& afc = *session.deviceInterface();
+    const std::string contents = patterned(600000, 3);
+
+    EXPECT_TRUE(session.createFileAtPath("/Music/new.bin", Data(std::string_view(contents))));
+    EXPECT_TRUE(readFile(fs::path(root.path()) / "Music" / "new.bin") == contents);
+    EXPECT_FALSE(session.createFileAtPath("/Nowhere/new.bin", Data(std::string_view("x"))));
+    EXPECT_FALSE(fs::exists(fs::path(root.path()) / "Nowhere"));
+
+    EXPECT_THAT(session.listOfFilesAtPath("/Music"), UnorderedElementsAre("new.bin", "old.mp3"));
+    EXPECT_THAT(session.listOfFoldersAtPath("/Music"), ElementsAre("F00"));
+
+    EXPECT_TRUE(afc.renamePath("/Music/old.mp3", "/Music/renamed.mp3"));
+    EXPECT_EQ(readFile(fs::path(root.path()) / "Music" / "renamed.mp3"), "old");
+    EXPECT_TRUE(afc.createDirectory("/Music/F01"));
+    EXPECT_TRUE(fs::is_directory(fs::path(root.path()) / "Music" / "F01"));
+    // Mode 3 opens for writing and truncates, so the resized file keeps its size, not its bytes.
+    EXPECT_TRUE(afc.setSizeOfFile("/Music/renamed.mp3", 2));
+    EXPECT_EQ(fs::file_size(fs::path(root.path()) / "Music" / "renamed.mp3"), 2u);
+
+    EXPECT_FALSE(session.deleteFileAtPath("/Music/F00"));
+    EXPECT_TRUE(fs::exists(fs::path(root.path()) / "Music" / "F00"));
+    EXPECT_TRUE(session.deleteFileAtPath("/Music/renamed.mp3"));
+    EXPECT_FALSE(fs::exists(fs::path(root.path()) / "Music" / "renamed.mp3"));
+    EXPECT_FALSE(session.fileExistsAtPath("/Music/renamed.mp3"));
+    EXPECT_THROW(session.listOfFilesAtPath("/Missing"), Exception);
+
+    const auto attributes = afc.getDeviceAttributes();
+    ASSERT_TRUE(attributes.has_value());
+    EXPECT_TRUE(attributes->count("Model"));
+}
+
+// ---- the library -----------------------------------------------------------------------------
+
+/// A mobile device's library of two tracks, the first with its file on the device, and a
+/// master playlist naming the device; as iTunesDB, as the SQLite databases, or both.
+VolumeSpec twoTrackLibrary(const std::string& masterName, LibraryFormat format = LibraryFormat::Binary)
+{
+    VolumeSpec spec;
+    DatabaseSpec database;
+    TrackSpec first;
+    first.trackID = 11;
+    first.dbid = 0x1001;
+    first.title = "First Light";
+    first.location = ":iTunes_Control:Music:F00:AAAA.mp3";
+    first.fileSize = 300000;
+    TrackSpec second = first;
+    second.trackID = 12;
+    second.dbid = 0x1002;
+    second.title = "Second Wind";
+    second.location = ":iTunes_Control:Music:F01:BBBB.mp3";
+    second.fileSize = 1000;
+    database.tracks = {first, second};
+    PlaylistSpec master;
+    master.name = masterName;
+    master.master = 1;
+    master.playlistID = 1;
+    master.items = {11, 12};
+    database.playlists = {master};
+    spec.database = database;
+    spec.format = format;
+    spec.files["iTunes_Control/Music/F00/AAAA.mp3"] = Data(std::string_view(patterned(300000, 5)));
+    return spec;
+}
+
+TEST_F(MobileDevices, TheSQLiteLibraryIsCopiedLoadedAndItsCopiesRemoved)
+{
+    writeMobileDevice(root.path(), twoTrackLibrary("Anna's iPhone", LibraryFormat::SQLite));
+    const auto before = temporaryEntries();
+    auto spec = device(root.path());
+    spec.deviceName = "Lockdown Name";
+
+    auto library = open(attach(spec));
+
+    ASSERT_NE(library, nullptr);
+    EXPECT_EQ(temporaryEntries(), before);
+    EXPECT_THAT(logLines, IsEmpty());
+    ASSERT_EQ(library->allTracks().size(), 2u);
+    // The database names the library; the lockdown name was only the first guess.
+    EXPECT_EQ(library->name(), "Anna's iPhone");
+    EXPECT_EQ(library->path(), "/");
+    EXPECT_EQ(library->type(), 16);
+    ASSERT_NE(library->properties().find("SerialNumber"), nullptr);
+    EXPECT_EQ(*library->properties().find("SerialNumber")->string(), spec.serialNumber);
+    EXPECT_TRUE(library->isConnected());
+
+    const auto& track = library->allTracks().front();
+    EXPECT_EQ(track->title(), "First Light");
+    EXPECT_EQ(track->filePath(), "/iTunes_Control/Music/F00/AAAA.mp3");
+    const auto whole = track->contentsOfTrackFile();
+    ASSERT_TRUE(whole.has_value());
+    EXPECT_TRUE(whole->stringView() == patterned(300000, 5));
+    const auto part = track->chunkOfTrackFileWithRange({kChunk, 1000});
+    ASSERT_TRUE(part.has_value());
+    EXPECT_TRUE(part->stringView() == patterned(300000, 5).substr(kChunk, 1000));
+    // A track whose file is missing on the device reads nothing.
+    EXPECT_FALSE(library->allTracks()[1]->contentsOfTrackFile().has_value());
+    EXPECT_FALSE(library->chunkOfFileAtPath("/iTunes_Control/Music", {0, 10}).has_value());
+}
+
+TEST_F(MobileDevices, WithoutTheSQLiteLibraryTheBinaryDatabaseIsRead)
+{
+    writeMobileDevice(root.path(), twoTrackLibrary("Binary Phone"));
+    const auto before = temporaryEntries();
+
+    auto library = open(attach(device(root.path())));
+
+    ASSERT_NE(library, nullptr);
+    EXPECT_EQ(temporaryEntries(), before);
+    EXPECT_THAT(logLines, Contains("AFCiPod initWithiPodReference: Didn't load from SQLite"));
+    ASSERT_EQ(library->allTracks().size(), 2u);
+    EXPECT_EQ(library->allTracks()[0]->title(), "First Light");
+    const auto whole = library->allTracks()[0]->contentsOfTrackFile();
+    ASSERT_TRUE(whole.has_value());
+    EXPECT_TRUE(whole->stringView() == patterned(300000, 5));
+}
+
+TEST_F(MobileDevices, ThreeOfTheFourDatabasesMakeNoCopiesAndFallBack)
+{
+    auto library = twoTrackLibrary("Fallback Phone", LibraryFormat::Both);
+    library.sqlite.omittedFiles = {"Dynamic.itdb"};
+    writeMobileDevice(root.path(), library);
+    const auto before = temporaryEntries();
+    auto spec = device(root.path());
+    spec.deviceName = "Lockdown Name";
+
+    auto loaded = open(attach(spec));
+
+    ASSERT_NE(loaded, nullptr);
+    EXPECT_EQ(temporaryEntries(), before);
+    EXPECT_THAT(logLines, Contains("AFCiPod initWithiPodReference: Didn't load from SQLite"));
+    ASSERT_EQ(loaded->allTracks().size(), 2u);
+    EXPECT_EQ(loaded->allTracks()[0]->title(), "First Light");
+    // From iTunesDB the library keeps the device's own name.
+    EXPECT_EQ(loaded->name(), "Lockdown Name");
+}
+
+TEST_F(MobileDevices, AFailingSQLiteLoadLeavesItsCopiesBehind)
+{
+    auto library = twoTrackLibrary("Broken Phone", LibraryFormat::SQLite);
+    library.sqlite.libraryStatements = {"DROP TABLE item"};
+    writeMobileDevice(root.path(), library);
+    const auto before = temporaryEntries();
+    auto reference = attach(device(root.path()));
+    ASSERT_NE(reference, nullptr);
+
+    try {
+        open(reference);
+        FAIL() << "the load succeeded";
+    } catch (const Exception& error) {
+        EXPECT_THAT(error.name(), HasSubstr(".SQLiteFailed"));
+    }
+
+    std::vector<std::string> left;
+    for (const auto& name : temporaryEntries())
+        if (!before.count(name))
+            left.push_back(name);
+    ASSERT_EQ(left.size(), 1u);
+    std::set<std::string> copies;
+    for (const auto& entry : fs::directory_iterator(fs::path(std::getenv("TMPDIR")) / left[0]))
+        copies.insert(entry.path().filename().string());
+    EXPECT_THAT(copies, UnorderedElementsAre("Library.itdb", "Extras.itdb", "Locations.itdb", "Dynamic.itdb"));
+    fs::remove_all(fs::path(std::getenv("TMPDIR")) / left[0]);
+}
+
+TEST_F(MobileDevices, ArtworkOfAMobileDeviceIsDecodedAsARGB1555)
+{
+    VolumeSpec spec = twoTrackLibrary("Art Phone");
+    ThumbnailSpec thumbnail;
+    thumbnail.width = 2;
+    thumbnail.height = 2;
+    thumbnail.layout = ThumbnailLayout::ARGB1555;
+    // opaque red, transparent green, opaque blue, transparent white
+    thumbnail.words = {0xFC00, 0x03E0, 0x801F, 0x7FFF};
+    ArtworkImageSpec image;
+    image.imageID = 100;
+    image.songID = 0x1001;
+    image.thumbnails = {thumbnail};
+    spec.artwork = ArtworkDBSpec{{image}};
+    writeMobileDevice(root.path(), spec);
+
+    auto library = open(attach(device(root.path())));
+    ASSERT_NE(library, nullptr);
+    const auto picture = library->allTracks()[0]->albumArt()->image();
+
+    ASSERT_NE(picture, nullptr);
+    ASSERT_EQ(picture->width(), 2u);
+    EXPECT_EQ(picture->pixelAt(0, 0), (Image::Pixel{255, 255, 0, 0}));
+    EXPECT_EQ(picture->pixelAt(1, 0), (Image::Pixel{0, 0, 255, 0}));
+    EXPECT_EQ(picture->pixelAt(0, 1), (Image::Pixel{255, 0, 0, 255}));
+    EXPECT_EQ(picture->pixelAt(1, 1), (Image::Pixel{0, 255, 255, 255}));
+}
+
+TEST_F(MobileDevices, TheLibraryWaitsForItsDeviceAndGetsTheNewSessionOnReturn)
+{
+    writeMobileDevice(root.path(), twoTrackLibrary("Returning Phone"));
+    const auto spec = device(root.path());
+    auto library = open(attach(spec));
+    ASSERT_NE(library, nullptr);
+    const auto firstSession = library->device();
+
+    detach(spec);
+    EXPECT_FALSE(library->isConnected());
+    EXPECT_FALSE(library->allTracks()[0]->contentsOfTrackFile().has_value());
+
+    auto returned = attach(spec);
+    ASSERT_NE(returned, nullptr);
+    EXPECT_TRUE(library->isConnected());
+    EXPECT_NE(library->device(), firstSession);
+    EXPECT_EQ(ZQCoreiPod::initWithiPodReference(returned), library);
+    const auto whole = library->allTracks()[0]->contentsOfTrackFile();
+    ASSERT_TRUE(whole.has_value());
+    EXPECT_TRUE(whole->stringView() == patterned(300000, 5));
+
+    // And the second departure is heard through the new session.
+    detach(spec);
+    EXPECT_FALSE(library->isConnected());
+}
+
+TEST_F(MobileDevices, AfterUsbmuxdRestartsTheDeviceIsListedAgainWithItsLibrary)
+{
+    writeMobileDevice(root.path(), twoTrackLibrary("Restart Phone"));
+    const auto spec = device(root.path());
+    auto library = open(attach(spec));
+    ASSERT_NE(library, nullptr);
+    const auto firstSession = library->device();
+
+    sharedSimulator().restart();
+    // The client reports the device gone, reconnects, and reports it again.
+    ASSERT_TRUE(runMainLoopUntil([&] { return library->device() != firstSession && library->isConnected(); }));
+    EXPECT_NE(listed(spec.serialNumber), nullptr);
+    const auto whole = library->allTracks()[0]->contentsOfTrackFile();
+    ASSERT_TRUE(whole.has_value());
+    EXPECT_EQ(whole->size(), 300000u);
+}
+
+} // namespace
+} // namespace zq::test

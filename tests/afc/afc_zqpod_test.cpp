@@ -1,0 +1,175 @@
+// zqpod with a simulated iPhone: the device is listed, its library printed and a track copied
+// off it exactly as for a disk-mode iPod, named by serial number, UDID or name instead of a
+// mount path; an untrusted device is explained.
+
+#include "tests/afc/MobileDeviceImage.h"
+#include "tests/afc/SharedSimulator.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace zq::test {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+struct Outcome {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+std::string quoted(const std::string& text)
+{
+    std::string result = "'";
+    for (char c : text)
+        result += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return result + "'";
+}
+
+std::string contentsOf(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+/// Runs zqpod; it finds the simulator through USBMUXD_SOCKET_ADDRESS, inherited from here.
+Outcome zqpod(const std::vector<std::string>& args)
+{
+    TempDir capture;
+    std::string command = "TZ=UTC " + quoted(ZQPOD_PATH);
+    for (const auto& arg : args)
+        command += " " + quoted(arg);
+    command += " >" + quoted(capture.file("out")) + " 2>" + quoted(capture.file("err")) + " </dev/null";
+    const int raw = std::system(command.c_str());
+    Outcome run;
+    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    run.out = contentsOf(capture.file("out"));
+    run.err = contentsOf(capture.file("err"));
+    return run;
+}
+
+std::string trackBytes() { return std::string(70000, 'a') + std::string(70000, 'b'); }
+
+/// A library of one track, laid out for a disk-mode volume (`mobile` false) or a mobile device.
+VolumeSpec oneTrackLibrary(bool mobile)
+{
+    const std::string control = mobile ? "iTunes_Control" : "iPod_Control";
+    DatabaseSpec database;
+    TrackSpec track;
+    track.trackID = 41;
+    track.title = "Copied Song";
+    track.location = ":" + control + ":Music:F00:COPY.mp3";
+    track.fileSize = 140000;
+    database.tracks = {track};
+    PlaylistSpec master;
+    master.name = "Desk Phone";
+    master.master = 1;
+    master.items = {41};
+    database.playlists = {master};
+    VolumeSpec spec;
+    spec.database = database;
+    spec.files[control + "/Music/F00/COPY.mp3"] = Data(std::string_view(trackBytes()));
+    return spec;
+}
+
+class ZqpodMobile : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        spec.udid = "00008101-" + std::to_string(::getpid()) + "ZQPOD";
+        spec.serialNumber = "ZQP" + std::to_string(::getpid());
+        spec.deviceName = "Desk Phone";
+        spec.root = root.path();
+    }
+    void TearDown() override
+    {
+        if (attached)
+            sharedSimulator().detach(spec.udid);
+    }
+    void attach()
+    {
+        sharedSimulator().attach(spec);
+        attached = true;
+    }
+
+    TempDir root;
+    SimulatedDeviceSpec spec;
+    bool attached = false;
+};
+
+TEST_F(ZqpodMobile, DevicesListsTheSimulatedIPhone)
+{
+    writeMobileDevice(root.path(), oneTrackLibrary(true));
+    attach();
+    const auto run = zqpod({"devices"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_THAT(run.out, HasSubstr("Desk Phone"));
+    EXPECT_THAT(run.out, HasSubstr(spec.serialNumber));
+}
+
+TEST_F(ZqpodMobile, LibraryReadsTheSimulatedIPhoneAsItReadsADiskModeIPod)
+{
+    TempDir disk;
+    writeVolume(disk.path(), oneTrackLibrary(false));
+    writeMobileDevice(root.path(), oneTrackLibrary(true));
+    attach();
+
+    const auto fromDisk = zqpod({"library", disk.path()});
+    const auto bySerial = zqpod({"library", spec.serialNumber});
+    const auto byName = zqpod({"library", "Desk Phone"});
+    const auto byUDID = zqpod({"library", spec.udid});
+
+    ASSERT_EQ(bySerial.status, 0) << bySerial.err;
+    EXPECT_EQ(byName.out, bySerial.out);
+    EXPECT_EQ(byUDID.out, bySerial.out);
+    for (const auto* expected : {"Desk Phone", "Tracks:        1", "Master playlist name: Desk Phone"}) {
+        EXPECT_THAT(fromDisk.out, HasSubstr(expected));
+        EXPECT_THAT(bySerial.out, HasSubstr(expected));
+    }
+    EXPECT_THAT(bySerial.out, HasSubstr(spec.serialNumber));
+}
+
+TEST_F(ZqpodMobile, GetCopiesATrackOffTheSimulatedIPhone)
+{
+    writeMobileDevice(root.path(), oneTrackLibrary(true));
+    attach();
+    TempDir out;
+
+    const auto run = zqpod({"get", spec.serialNumber, "41", out.file("song.mp3")});
+
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_THAT(run.out, HasSubstr("copied 140000 bytes"));
+    EXPECT_TRUE(contentsOf(out.file("song.mp3")) == trackBytes());
+    EXPECT_EQ(zqpod({"get", spec.serialNumber, "99", out.file("none")}).status, 1);
+}
+
+TEST_F(ZqpodMobile, AnUntrustedDeviceIsExplained)
+{
+    spec.paired = false;
+    attach();
+    const auto run = zqpod({"devices"});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_THAT(run.out, Not(HasSubstr(spec.serialNumber)));
+    EXPECT_THAT(run.err, HasSubstr("Device pairing failed"));
+    EXPECT_THAT(run.err, HasSubstr("Trust"));
+}
+
+TEST_F(ZqpodMobile, ANameThatIsNeitherAPathNorADeviceFails)
+{
+    const auto run = zqpod({"library", "NoSuchPhone"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.err, HasSubstr("ZQCoreiPodNotFoundException"));
+}
+
+} // namespace
+} // namespace zq::test

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <iosfwd>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zq {
+class ZQCoreiPodRef;
+}
+
+namespace zqpod {
+
+/// Lets the mobile devices attached now (iPhones, iPod touches behind usbmuxd) arrive in the
+/// framework's list before a command reads it; an application with a main loop simply lets them
+/// come. A device that refuses a session (not paired, not trusted) is explained on standard error.
+void collectMobileDevices();
+
+/// The UDID of a mobile device's reference; no value for a disk-mode iPod.
+std::optional<std::string> udidOf(const zq::ZQCoreiPodRef& reference);
+
+/// zqpod get DEVICE TRACK-ID OUTFILE: copies one track's file off the device ("-" writes to
+/// standard output). Returns the exit status.
+int copyTrack(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
+
+} // namespace zqpod
