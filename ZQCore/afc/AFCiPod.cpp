@@ -10,6 +10,7 @@
 #include <glib.h>
 
 #include <array>
+#include <charconv>
 #include <filesystem>
 #include <fstream>
 
@@ -149,6 +150,26 @@ std::optional<Data> AFCiPod::chunkOfFileAtPath(const std::string& path, Range ra
     if (!device_->fileExistsAtPath(path))
         return std::nullopt;
     return device_->chunkOfFileAtPath(path, range);
+}
+
+std::optional<std::uint64_t> AFCiPod::sizeOfFileAtPath(const std::string& path) const
+{
+    if (!device_ || !device_->deviceInterface())
+        return std::nullopt;
+    const auto attributes = device_->deviceInterface()->getAttributesAtPath(path);
+    if (!attributes)
+        return std::nullopt;
+    const auto type = attributes->find("st_ifmt");
+    const auto size = attributes->find("st_size");
+    if (type == attributes->end() || type->second != "S_IFREG" || size == attributes->end())
+        return std::nullopt;
+    // The service answers in decimal text; anything else is no size rather than a wrong one.
+    std::uint64_t value = 0;
+    const auto* end = size->second.data() + size->second.size();
+    const auto [stop, error] = std::from_chars(size->second.data(), end, value);
+    if (error != std::errc() || stop != end || size->second.empty())
+        return std::nullopt;
+    return value;
 }
 
 std::shared_ptr<XRDataReader> AFCiPod::readerForFileAtPath(const std::string& path) const

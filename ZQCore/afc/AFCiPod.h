@@ -40,6 +40,9 @@ public:
     std::optional<Data> chunkOfFileAtPath(const std::string& path, Range range) const override;
     std::shared_ptr<XRDataReader> readerForFileAtPath(const std::string& path) const override;
     bool readsFilesThroughDevice() const override { return true; }
+    /// The size the device's file service reports ("st_size"); no value when the file is not a
+    /// regular file there or the device is gone.
+    std::optional<std::uint64_t> sizeOfFileAtPath(const std::string& path) const override;
 
     void deviceWasDisconnected(const std::shared_ptr<AFCDevice>& device) override;
 

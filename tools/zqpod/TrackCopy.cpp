@@ -401,6 +401,10 @@ std::string plural(std::size_t count, const char* one, const char* many)
 
 void checkDestination(const zq::ZQCoreiPod& library, const fs::path& destination)
 {
+    // A device reached through a session has no folder on this computer ("/" stands for its
+    // own file system), so no local destination can lie on it.
+    if (library.readsFilesThroughDevice())
+        return;
     std::error_code error;
     const fs::path device = fs::weakly_canonical(library.path(), error);
     const fs::path target = fs::weakly_canonical(fs::absolute(destination), error);
