@@ -640,7 +640,6 @@ VolumeSpec makeSampleDevice()
 
     // "Recent Favourites": any of three rules, at most 25 songs, most played first. Its items
     // are what iTunes last computed: the songs that match, by play count.
-    const std::uint64_t kNoValue = 0x2DAE2DAE2DAE2DAEULL;  // iTunes' filler for an unused operand
     db.playlists.push_back({
         .name = "Recent Favourites",
         .creationTimestamp = created + 14400,
@@ -654,8 +653,7 @@ VolumeSpec makeSampleDevice()
             .rules = {
                 {.field = 4, .action = 0x01000002, .text = "Hollow Pines"},           // Artist contains
                 {.field = 7, .action = 0x00000100, .fromValue = 2010, .toValue = 2016}, // Year in range
-                {.field = 16, .action = 0x00000200, .fromValue = kNoValue, .fromDate = -2,
-                 .fromUnits = 604800, .toValue = kNoValue, .toUnits = 1},              // added in the last 2 weeks
+                {.field = 22, .action = 0x00000010, .fromValue = 2, .toValue = 2},    // Play count > 2
             },
         },
     });
