@@ -371,7 +371,7 @@ INSTANTIATE_TEST_SUITE_P(
                       ReadCase{"RangeRunningPastTheEnd", 1000, 900, 500, false, {500, 100}}),
     [](const auto& test) { return std::string(test.param.name); });
 
-// ---- AFC changes and handles --------------------------------------------------------------------
+// ---- AFC changes --------------------------------------------------------------------------------
 
 TEST_F(SimulatorTest, CreatesListsRenamesAndRemoves)
 {
@@ -416,37 +416,6 @@ TEST_F(SimulatorTest, CreatesListsRenamesAndRemoves)
     EXPECT_EQ(afc_remove_path(afc, "/Books/a.txt"), AFC_E_SUCCESS);
     EXPECT_EQ(afc_remove_path(afc, "/Books"), AFC_E_SUCCESS);
     EXPECT_FALSE(std::filesystem::exists(root_.file("Books")));
-}
-
-TEST_F(SimulatorTest, HandlesSeekTellTruncateAndLock)
-{
-    writeFile(root_.file("t.bin"), patternBytes(5000));
-    OpenDevice open(spec_.udid);
-    ASSERT_NE(open.afc, nullptr);
-    std::uint64_t handle = 0, other = 0, position = 0;
-    ASSERT_EQ(afc_file_open(open.afc, "/t.bin", AFC_FOPEN_RW, &handle), AFC_E_SUCCESS);
-    ASSERT_EQ(afc_file_seek(open.afc, handle, 1234, SEEK_SET), AFC_E_SUCCESS);
-    char buffer[100];
-    std::uint32_t read = 0;
-    ASSERT_EQ(afc_file_read(open.afc, handle, buffer, sizeof buffer, &read), AFC_E_SUCCESS);
-    ASSERT_EQ(afc_file_tell(open.afc, handle, &position), AFC_E_SUCCESS);
-    EXPECT_EQ(position, 1334u);
-    ASSERT_EQ(afc_file_seek(open.afc, handle, -10, SEEK_END), AFC_E_SUCCESS);
-    ASSERT_EQ(afc_file_tell(open.afc, handle, &position), AFC_E_SUCCESS);
-    EXPECT_EQ(position, 4990u);
-
-    ASSERT_EQ(afc_truncate(open.afc, "/t.bin", 10), AFC_E_SUCCESS);
-    EXPECT_EQ(std::filesystem::file_size(root_.file("t.bin")), 10u);
-    ASSERT_EQ(afc_file_truncate(open.afc, handle, 4096), AFC_E_SUCCESS);
-    EXPECT_EQ(std::filesystem::file_size(root_.file("t.bin")), 4096u);
-    ASSERT_EQ(afc_file_open(open.afc, "/t.bin", AFC_FOPEN_RDONLY, &other), AFC_E_SUCCESS);
-    EXPECT_EQ(afc_file_lock(open.afc, handle, AFC_LOCK_EX), AFC_E_SUCCESS);
-    EXPECT_EQ(afc_file_lock(open.afc, other, AFC_LOCK_EX), AFC_E_OP_WOULD_BLOCK);
-    EXPECT_EQ(afc_file_lock(open.afc, handle, AFC_LOCK_UN), AFC_E_SUCCESS);
-    EXPECT_EQ(afc_file_lock(open.afc, other, AFC_LOCK_SH), AFC_E_SUCCESS);
-    EXPECT_EQ(afc_file_close(open.afc, other), AFC_E_SUCCESS);
-    EXPECT_EQ(afc_file_close(open.afc, handle), AFC_E_SUCCESS);
-    EXPECT_NE(afc_file_close(open.afc, handle), AFC_E_SUCCESS);  // a closed handle is gone
 }
 
 // Nothing outside the device's folder can be reached: ".." stops at the top and symbolic links
