@@ -2,20 +2,11 @@
 
 // Real mounts for tests, without touching the machine's own mount table.
 //
-// A test that mounts volumes starts with ZQ_RUN_IN_MOUNT_SANDBOX(). In the test process that
-// re-runs the same test in a child under `unshare --mount --propagation private --pid --fork
-// --mount-proc`: a private mount namespace (nothing mounted there is seen outside, and
-// everything mounted there goes when the child ends) and a private PID namespace (helper
-// daemons such as a FUSE file-system process die with the child, however it ends). The child's
-// verdict comes back as the test's: passed, failed with the child's output, or skipped with
-// its reason.
-//
-// Inside, MountSandbox puts a fresh tmpfs over /media (the place where a desktop mounts media)
-// and one over a scratch folder for image files. Device images are FAT file systems made by
-// mkfs.vfat on loop devices, filled by the image builder through a mount, and mounted by the
-// kernel's vfat driver or, where the kernel has none, by fusefat as a block-device FUSE mount
-// (as ntfs-3g or exfat-fuse mount real media). Loop devices are set to clear themselves when
-// their last user goes, so none is left behind.
+// ZQ_MAKE_SANDBOX re-runs the current test in a child under `unshare --mount --pid`: mounts made
+// there are private and go with the child, helper daemons (fusefat) die with it, and its verdict
+// (passed, failed with its output, skipped with its reason) becomes the test's. Inside, tmpfs
+// lies over /media and over a scratch folder; device images are FAT file systems (mkfs.vfat)
+// on self-clearing loop devices, mounted by the kernel's vfat driver or else by fusefat.
 
 #include "tests/support/DeviceImage.h"
 
@@ -53,6 +44,19 @@ inline bool insideMountSandbox()
     return value && std::strcmp(value, "1") == 0;
 }
 
+/// A device volume named `name` (its master playlist) with one track ("Song of NAME") and a
+/// SysInfo giving `serial`.
+inline VolumeSpec deviceVolume(const std::string& name, const std::string& serial)
+{
+    VolumeSpec spec;
+    spec.database = DatabaseSpec{.tracks = {{.trackID = 7, .title = "Song of " + name, .location = ":iPod_Control:Music:F01:S.mp3",
+                                             .album = "Album", .artist = "Artist"}},
+                                 .playlists = {{.name = name, .master = 1, .items = {7}}}};
+    spec.sysInfo = sysInfoText(serial);
+    spec.files["iPod_Control/Music/F01/S.mp3"] = Data(std::string_view("audio"));
+    return spec;
+}
+
 /// The full path of a program found in PATH or the system folders (mkfs.vfat lives in sbin).
 inline std::optional<std::string> findProgram(const std::string& name)
 {
@@ -72,9 +76,8 @@ struct ProcessOutcome {
     bool exitedWith(int code) const { return WIFEXITED(status) && WEXITSTATUS(status) == code; }
 };
 
-/// Runs a program (no shell) with extra environment entries (a value of nullopt removes the
-/// variable) and waits for it. The output goes to an anonymous memory file rather than a pipe,
-/// so that a daemon that keeps the descriptor a little longer cannot hold the caller up.
+/// Runs a program (no shell) with extra environment entries (nullopt removes one) and waits.
+/// Output goes to a memory file, not a pipe, so a daemon keeping the descriptor cannot hold us.
 inline ProcessOutcome runProcess(const std::vector<std::string>& argv,
                                  const std::vector<std::pair<std::string, std::optional<std::string>>>& environment = {})
 {
@@ -139,10 +142,8 @@ inline void rerunInMountSandbox()
 
     const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
     const std::string filter = std::string(test->test_suite_name()) + "." + test->name();
-    // A small shell is the PID namespace's first process, so that the test itself is an
-    // ordinary process; when the shell ends, the kernel ends everything the test left running.
-    // The namespace gets its own /proc, so that process ids read there are its own (the leak
-    // checker stops the test's threads by the ids it finds in /proc/self/task).
+    // A shell is the namespace's first process, so that the test is an ordinary one and all it
+    // left running ends with the shell; its own /proc gives the leak checker its own thread ids.
     const ProcessOutcome outcome = runProcess(
         {*unshare, "--mount", "--propagation", "private", "--pid", "--fork", "--kill-child", "--mount-proc", "/bin/sh", "-c",
          "\"$0\" \"$@\"; exit $?", self, "--gtest_filter=" + filter, "--gtest_color=no"},
@@ -163,16 +164,8 @@ inline void rerunInMountSandbox()
     ADD_FAILURE() << "the test failed in its mount sandbox (wait status " << outcome.status << "):\n" << text;
 }
 
-/// Runs the rest of the test in the sandbox: the body runs only in the child.
-#define ZQ_RUN_IN_MOUNT_SANDBOX()                         \
-    do {                                                  \
-        if (!::zq::test::insideMountSandbox()) {          \
-            ::zq::test::rerunInMountSandbox();            \
-            return;                                       \
-        }                                                 \
-    } while (0)
 
-/// The mounts of one sandboxed test. Make it first, and skip when unavailable() says why.
+/// The mounts of one sandboxed test; made by ZQ_MAKE_SANDBOX, which skips when they cannot be.
 class MountSandbox {
 public:
     MountSandbox()
@@ -211,8 +204,8 @@ public:
 
     ~MountSandbox()
     {
-        // The namespace takes every mount with it; only the scratch folder, which lives in the
-        // machine's /tmp, must be free again for TempDir to remove it.
+        // The namespace takes every mount with it; only the scratch folder (in the machine's
+        // /tmp) must be free again for TempDir to remove it.
         if (scratchMounted_)
             ::umount2(scratch_.path().c_str(), MNT_DETACH);
     }
@@ -250,9 +243,8 @@ public:
         return image;
     }
 
-    /// Mounts `image` at `mountPoint` (made when missing) as a desktop would mount media.
-    /// `options` are the kernel vfat driver's ("utf8" for names in any script, as desktops
-    /// mount media); fusefat takes none.
+    /// Mounts `image` at `mountPoint` (made when missing). `options` are the kernel vfat
+    /// driver's ("utf8", as desktops mount media); fusefat takes none.
     bool mount(const std::string& image, const std::string& mountPoint, const char* options = nullptr)
     {
         std::filesystem::create_directories(mountPoint);
@@ -300,8 +292,8 @@ private:
         return false;
     }
 
-    /// A free loop device over `image`, set to clear itself on its last close; its node and an
-    /// open descriptor that keeps it alive until the mount holds it.
+    /// A free loop device over `image` that clears itself on its last close: its node and a
+    /// descriptor keeping it until the mount holds it.
     std::optional<std::pair<std::string, int>> attachLoopDevice(const std::string& image)
     {
         const int control = ::open("/dev/loop-control", O_RDWR | O_CLOEXEC);
@@ -341,5 +333,15 @@ private:
     bool kernelFAT_ = false;
     bool scratchMounted_ = false;
 };
+
+/// Runs the rest of the test in a sandbox named `sandbox`: the body runs only in the child.
+#define ZQ_MAKE_SANDBOX(sandbox)                  \
+    if (!::zq::test::insideMountSandbox()) {      \
+        ::zq::test::rerunInMountSandbox();        \
+        return;                                   \
+    }                                             \
+    ::zq::test::MountSandbox sandbox;             \
+    if (auto why = sandbox.unavailable())         \
+    GTEST_SKIP() << *why
 
 } // namespace zq::test

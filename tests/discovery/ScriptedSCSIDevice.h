@@ -1,8 +1,8 @@
 #pragma once
 
-// A SCSI device that answers the information inquiry from a script, and records what it was
-// asked, so that the page walk can be checked command by command; and a library object whose
-// volume is served by such a device (its nub and transport replaced, the load sequence real).
+// A SCSI device that answers the information inquiry from a script and records what it was
+// asked; a library object whose volume is served by one (nub and transport replaced, the load
+// sequence real); and what the tests of the load step compare.
 
 #include "ZQCore/device/DeviceInformationInquiry.h"
 #include "ZQCore/device/ZQCoreiPod.h"
@@ -10,7 +10,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <map>
+#include <sstream>
 #include <memory>
 #include <set>
 #include <string>
@@ -25,12 +28,8 @@ struct SCSIScript {
     /// Pages whose command ends with CHECK CONDITION instead of an answer.
     std::set<std::uint8_t> failingPages;
     /// Errors the device interface or its tasks answer (0: success).
-    std::int32_t exclusiveAccessError = 0;
-    std::int32_t releaseError = 0;
-    std::int32_t cdbError = 0;
-    std::int32_t scatterGatherError = 0;
-    std::int32_t timeoutError = 0;
-    std::int32_t executeError = 0;
+    std::int32_t exclusiveAccessError = 0, releaseError = 0, cdbError = 0, scatterGatherError = 0, timeoutError = 0,
+                 executeError = 0;
     bool refuseTasks = false;
 
     struct Command {
@@ -42,9 +41,9 @@ struct SCSIScript {
         bool bufferWasZeroed = false;  ///< every byte 0 when the command ran
     };
     std::vector<Command> commands;
-    int obtainCalls = 0;
-    int releaseCalls = 0;
+    int obtainCalls = 0, releaseCalls = 0;
     bool exclusiveWhileAsking = true;  ///< every command came while exclusive access was held
+    bool holding = false;
 
     std::vector<std::uint8_t> askedPages() const
     {
@@ -82,8 +81,6 @@ struct SCSIScript {
         script.pages[0xC0] = answer(0xC0, list);
         return script;
     }
-
-    bool holding = false;
 };
 
 class ScriptedSCSITask final : public SCSITask {
@@ -191,5 +188,25 @@ private:
     explicit ScriptediPod(std::shared_ptr<SCSIScript> script) : script_(std::move(script)) {}
     std::shared_ptr<SCSIScript> script_;
 };
+
+inline std::optional<std::string> serialOf(const ZQCoreiPod& library)
+{
+    const Value* serial = library.properties().find("SerialNumber");
+    return serial && serial->string() ? std::optional<std::string>(*serial->string()) : std::nullopt;
+}
+
+/// Every file and folder below `root`: contents (or "<folder>") and modification time.
+inline std::map<std::string, std::pair<std::string, std::filesystem::file_time_type>> snapshot(const std::string& root)
+{
+    std::map<std::string, std::pair<std::string, std::filesystem::file_time_type>> entries;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+        std::ostringstream contents;
+        if (!entry.is_directory())
+            contents << std::ifstream(entry.path(), std::ios::binary).rdbuf();
+        entries[std::filesystem::relative(entry.path(), root).string()] = {
+            entry.is_directory() ? "<folder>" : contents.str(), entry.is_directory() ? std::filesystem::file_time_type{} : entry.last_write_time()};
+    }
+    return entries;
+}
 
 } // namespace zq::test

@@ -12,47 +12,37 @@
 
 #include <filesystem>
 #include <fstream>
-#include <map>
-#include <sstream>
+#include <functional>
 
 namespace zq {
 namespace {
 
 namespace fs = std::filesystem;
 using test::SCSIScript;
+using test::serialOf;
+using test::snapshot;
 using test::TempDir;
 using test::VolumeSpec;
-
 using Bytes = std::vector<std::uint8_t>;
 
-struct Walk {
-    std::string text;
-    std::string errors;  ///< what was printed on standard error
-};
+Bytes text(const std::string& characters) { return SCSIScript::text(characters); }
 
-Walk walk(const std::shared_ptr<SCSIScript>& script)
+/// The text the walk gives and what it printed on standard error.
+std::pair<std::string, std::string> walk(const std::shared_ptr<SCSIScript>& script)
 {
     test::ScriptedSCSIDevice device(script);
     testing::internal::CaptureStderr();
-    Walk result;
-    result.text = readiPodXMLThroughInterface(device);
-    result.errors = testing::internal::GetCapturedStderr();
-    return result;
+    std::string result = readiPodXMLThroughInterface(device);
+    return {result, testing::internal::GetCapturedStderr()};
 }
-
-// ---- the page walk ------------------------------------------------------------------------------
 
 TEST(DiscoveryInquiry, ListedPagesAreJoinedInListOrderUnderExclusiveAccess)
 {
     auto script = std::make_shared<SCSIScript>();
     script->pages[0xC0] = SCSIScript::answer(0xC0, {0xC5, 0xC2});
-    script->pages[0xC5] = SCSIScript::answer(0xC5, SCSIScript::text("<plist>"));
-    script->pages[0xC2] = SCSIScript::answer(0xC2, SCSIScript::text("</plist>"));
-
-    const Walk result = walk(script);
-
-    EXPECT_EQ(result.text, "<plist></plist>");
-    EXPECT_EQ(result.errors, "");
+    script->pages[0xC5] = SCSIScript::answer(0xC5, text("<plist>"));
+    script->pages[0xC2] = SCSIScript::answer(0xC2, text("</plist>"));
+    EXPECT_EQ(walk(script), std::make_pair(std::string("<plist></plist>"), std::string()));
     EXPECT_EQ(script->askedPages(), (Bytes{0xC0, 0xC5, 0xC2}));
     EXPECT_EQ(script->obtainCalls, 1);
     EXPECT_EQ(script->releaseCalls, 1);
@@ -74,8 +64,9 @@ struct WalkCase {
     std::function<void(SCSIScript&)> script;
     std::string text;
     Bytes asked;
+    std::string errors = "";  // word for word
+    int releases = 1;
 };
-
 void PrintTo(const WalkCase& c, std::ostream* out) { *out << c.what; }
 
 class DiscoveryInquiryWalk : public testing::TestWithParam<WalkCase> {};
@@ -84,13 +75,20 @@ TEST_P(DiscoveryInquiryWalk, GivesTheTextOfThePagesThatCouldBeRead)
 {
     auto script = std::make_shared<SCSIScript>();
     GetParam().script(*script);
-    const Walk result = walk(script);
-    EXPECT_EQ(result.text, GetParam().text);
+    EXPECT_EQ(walk(script), std::make_pair(GetParam().text, GetParam().errors));
     EXPECT_EQ(script->askedPages(), GetParam().asked);
-    EXPECT_EQ(script->releaseCalls, 1);
+    EXPECT_EQ(script->releaseCalls, GetParam().releases);
 }
 
-std::vector<std::uint8_t> repeated(std::uint8_t byte, std::size_t count) { return Bytes(count, byte); }
+/// A page list of `pages`, each page answering `answer`.
+std::function<void(SCSIScript&)> serving(Bytes pages, Bytes answer, int lengthByte = -1)
+{
+    return [=](SCSIScript& s) {
+        s.pages[0xC0] = SCSIScript::answer(0xC0, pages, 0, pages.size() >= 251 ? 255 : -1);
+        for (auto page : pages)
+            s.pages[page] = SCSIScript::answer(page, answer, 0, lengthByte);
+    };
+}
 
 INSTANTIATE_TEST_SUITE_P(
     Discovery, DiscoveryInquiryWalk,
@@ -98,89 +96,69 @@ INSTANTIATE_TEST_SUITE_P(
         WalkCase{"a page list answered under another page code is no list",
                  [](SCSIScript& s) {
                      s.pages[0xC0] = SCSIScript::answer(0xC1, {0xC2});
-                     s.pages[0xC2] = SCSIScript::answer(0xC2, SCSIScript::text("x"));
+                     s.pages[0xC2] = SCSIScript::answer(0xC2, text("x"));
                  },
                  "", {0xC0}},
-        WalkCase{"an empty page list",
-                 [](SCSIScript& s) { s.pages[0xC0] = SCSIScript::answer(0xC0, {}); }, "", {0xC0}},
+        WalkCase{"an empty page list", serving({}, {}), "", {0xC0}},
         WalkCase{"no page list at all", [](SCSIScript&) {}, "", {0xC0}},
         WalkCase{"the third page fails: the first two are kept, the rest not asked",
                  [](SCSIScript& s) {
                      s.pages[0xC0] = SCSIScript::answer(0xC0, {0xC2, 0xC3, 0xC4, 0xC5});
-                     s.pages[0xC2] = SCSIScript::answer(0xC2, SCSIScript::text("<a>"));
-                     s.pages[0xC3] = SCSIScript::answer(0xC3, SCSIScript::text("<b>"));
-                     s.pages[0xC4] = SCSIScript::answer(0xC4, SCSIScript::text("<c>"));
-                     s.pages[0xC5] = SCSIScript::answer(0xC5, SCSIScript::text("<d>"));
+                     s.pages[0xC2] = SCSIScript::answer(0xC2, text("<a>"));
+                     s.pages[0xC3] = SCSIScript::answer(0xC3, text("<b>"));
+                     s.pages[0xC4] = SCSIScript::answer(0xC4, text("<c>"));
+                     s.pages[0xC5] = SCSIScript::answer(0xC5, text("<d>"));
                      s.failingPages = {0xC4};
                  },
                  "<a><b>", {0xC0, 0xC2, 0xC3, 0xC4}},
         WalkCase{"byte 2 of an answer is not part of its length",
                  [](SCSIScript& s) {
                      s.pages[0xC0] = SCSIScript::answer(0xC0, {0xC2}, 0x7F);
-                     s.pages[0xC2] = SCSIScript::answer(0xC2, SCSIScript::text("abc"), 0x40);
+                     s.pages[0xC2] = SCSIScript::answer(0xC2, text("abc"), 0x40);
                  },
                  "abc", {0xC0, 0xC2}},
         WalkCase{"a page is taken whatever page code it answers with",
                  [](SCSIScript& s) {
                      s.pages[0xC0] = SCSIScript::answer(0xC0, {0xC2});
-                     s.pages[0xC2] = SCSIScript::answer(0x99, SCSIScript::text("abc"));
+                     s.pages[0xC2] = SCSIScript::answer(0x99, text("abc"));
                  },
                  "abc", {0xC0, 0xC2}},
-        WalkCase{"the same page may be listed twice",
-                 [](SCSIScript& s) {
-                     s.pages[0xC0] = SCSIScript::answer(0xC0, {0xC2, 0xC2});
-                     s.pages[0xC2] = SCSIScript::answer(0xC2, SCSIScript::text("ab"));
-                 },
-                 "abab", {0xC0, 0xC2, 0xC2}},
-        WalkCase{"bytes from 0x80 up are characters of their own code",
-                 [](SCSIScript& s) {
-                     s.pages[0xC0] = SCSIScript::answer(0xC0, {0xC2});
-                     s.pages[0xC2] = SCSIScript::answer(0xC2, {'c', 'a', 'f', 0xE9, 0xFF});
-                 },
+        WalkCase{"the same page may be listed twice", serving({0xC2, 0xC2}, text("ab")), "abab", {0xC0, 0xC2, 0xC2}},
+        WalkCase{"bytes from 0x80 up are characters of their own code", serving({0xC2}, {'c', 'a', 'f', 0xE9, 0xFF}),
                  "caf\u00e9\u00ff", {0xC0, 0xC2}},
-        WalkCase{"a length byte beyond the buffer reads only what the buffer holds",
-                 [](SCSIScript& s) {
-                     s.pages[0xC0] = SCSIScript::answer(0xC0, {0xC2});
-                     s.pages[0xC2] = SCSIScript::answer(0xC2, repeated('x', 251), 0, 255);
-                 },
+        WalkCase{"a length byte beyond the buffer reads only what the buffer holds", serving({0xC2}, Bytes(251, 'x'), 255),
                  std::string(251, 'x'), {0xC0, 0xC2}},
-        WalkCase{"a page list longer than the buffer lists only what the buffer holds",
-                 [](SCSIScript& s) {
-                     s.pages[0xC0] = SCSIScript::answer(0xC0, repeated(0xC2, 251), 0, 255);
-                     s.pages[0xC2] = SCSIScript::answer(0xC2, SCSIScript::text("y"));
-                 },
+        WalkCase{"a page list longer than the buffer lists only what the buffer holds", serving(Bytes(251, 0xC2), text("y")),
                  std::string(251, 'y'), [] {
-                     Bytes asked = {0xC0};
-                     asked.insert(asked.end(), 251, 0xC2);
+                     Bytes asked(252, 0xC2);
+                     asked[0] = 0xC0;
                      return asked;
-                 }()}),
+                 }()},
+        WalkCase{"refused exclusive access asks nothing and releases nothing",
+                 [](SCSIScript& s) {
+                     s = SCSIScript::servingText("<plist/>");
+                     s.exclusiveAccessError = 16;
+                 },
+                 "", {}, "xxxxxxxx ObtainExclusiveAccess failed. (0x00000010)\n", 0},
+        WalkCase{"a failed release is reported and the text kept",
+                 [](SCSIScript& s) {
+                     s = SCSIScript::servingText("<plist/>");
+                     s.releaseError = 0x2C5;
+                 },
+                 "<plist/>", {0xC0, 0xC2}, "xxxxxxxx ReleaseExclusiveAccess failed. (0x000002c5)\n"},
+        WalkCase{"a device without tasks gives nothing and is still released",
+                 [](SCSIScript& s) {
+                     s = SCSIScript::servingText("<plist/>");
+                     s.refuseTasks = true;
+                 },
+                 "", {}, "xxxxxxxx CreateSCSITask returned NULL.\n"}),
     [](const testing::TestParamInfo<WalkCase>& param) { return "case" + std::to_string(param.index); });
-
-TEST(DiscoveryInquiry, RefusedExclusiveAccessAsksNothingAndReleasesNothing)
-{
-    auto script = std::make_shared<SCSIScript>(SCSIScript::servingText("<plist/>"));
-    script->exclusiveAccessError = 16;
-    const Walk result = walk(script);
-    EXPECT_EQ(result.text, "");
-    EXPECT_EQ(result.errors, "xxxxxxxx ObtainExclusiveAccess failed. (0x00000010)\n");
-    EXPECT_TRUE(script->commands.empty());
-    EXPECT_EQ(script->releaseCalls, 0);
-}
-
-TEST(DiscoveryInquiry, FailedReleaseIsReportedAndTheTextKept)
-{
-    auto script = std::make_shared<SCSIScript>(SCSIScript::servingText("<plist/>"));
-    script->releaseError = 0x2C5;
-    const Walk result = walk(script);
-    EXPECT_EQ(result.text, "<plist/>");
-    EXPECT_EQ(result.errors, "xxxxxxxx ReleaseExclusiveAccess failed. (0x000002c5)\n");
-}
 
 TEST(DiscoveryInquiry, FailingStepsAreReportedWordForWordAndOnlyTheStatusCounts)
 {
     // Errors while setting a command up do not stop it: the device still answered GOOD.
     auto script = std::make_shared<SCSIScript>();
-    script->pages[0x80] = SCSIScript::answer(0x80, SCSIScript::text("serial"));
+    script->pages[0x80] = SCSIScript::answer(0x80, text("serial"));
     script->cdbError = 1;
     script->scatterGatherError = 2;
     script->timeoutError = 0xE00002BC;
@@ -205,71 +183,22 @@ TEST(DiscoveryInquiry, FailingStepsAreReportedWordForWordAndOnlyTheStatusCounts)
         << "the buffer is zeroed before each command, also one that fails";
 }
 
-TEST(DiscoveryInquiry, DeviceWithoutTasksGivesAnEmptyTextAndIsStillReleased)
-{
-    auto script = std::make_shared<SCSIScript>(SCSIScript::servingText("<plist/>"));
-    script->refuseTasks = true;
-    const Walk result = walk(script);
-    EXPECT_EQ(result.text, "");
-    EXPECT_EQ(result.errors, "xxxxxxxx CreateSCSITask returned NULL.\n");
-    EXPECT_EQ(script->releaseCalls, 1);
-}
-
-// ---- the real pass-through against things that refuse it ------------------------------------------
-
-struct Refusal {
-    const char* what;
-    std::function<std::string(const TempDir&)> node;
-    std::string message;
-};
-
-void PrintTo(const Refusal& r, std::ostream* out) { *out << r.what; }
-
-class DiscoveryInquirySGIO : public testing::TestWithParam<Refusal> {};
-
-TEST_P(DiscoveryInquirySGIO, RefusalIsAMessageAndNoInterface)
+TEST(DiscoveryInquiry, RealPassThroughRefusalIsAMessageAndNoInterface)
 {
     TempDir dir;
-    const std::string node = GetParam().node(dir);
-    testing::internal::CaptureStderr();
-    auto interface = CreateDeviceInterfaceUsingSTUC(node);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), GetParam().message);
-    EXPECT_EQ(interface, nullptr);
+    std::ofstream(dir.file("image")) << "not a disk";
+    const std::pair<std::string, std::string> refusals[] = {
+        {dir.file("sdz"), "xxxxxxxx Couldn't create a plugin interface for the io_service_t. (0x00000002)\n"},
+        {"/dev/null", "xxxxxxxx Couldn't create SCSI device interface. (25)\n"},
+        {dir.file("image"), "xxxxxxxx Couldn't create SCSI device interface. (25)\n"}};
+    for (const auto& [node, message] : refusals) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(CreateDeviceInterfaceUsingSTUC(node), nullptr) << node;
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), message) << node;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Discovery, DiscoveryInquirySGIO,
-    testing::Values(Refusal{"a missing node", [](const TempDir& d) { return d.file("sdz"); },
-                            "xxxxxxxx Couldn't create a plugin interface for the io_service_t. (0x00000002)\n"},
-                    Refusal{"a character device that is no SCSI device", [](const TempDir&) { return std::string("/dev/null"); },
-                            "xxxxxxxx Couldn't create SCSI device interface. (25)\n"},
-                    Refusal{"a plain file",
-                            [](const TempDir& d) {
-                                std::ofstream(d.file("image")) << "not a disk";
-                                return d.file("image");
-                            },
-                            "xxxxxxxx Couldn't create SCSI device interface. (25)\n"}),
-    [](const testing::TestParamInfo<Refusal>& param) { return "case" + std::to_string(param.index); });
 
 // ---- the load step ------------------------------------------------------------------------------
-
-/// Every file and folder below `root`: contents (or "<folder>") and modification time.
-std::map<std::string, std::pair<std::string, fs::file_time_type>> snapshot(const std::string& root)
-{
-    std::map<std::string, std::pair<std::string, fs::file_time_type>> entries;
-    for (const auto& entry : fs::recursive_directory_iterator(root)) {
-        const std::string relative = fs::relative(entry.path(), root).string();
-        if (entry.is_directory()) {
-            entries[relative] = {"<folder>", {}};
-        } else {
-            std::ifstream in(entry.path(), std::ios::binary);
-            std::ostringstream contents;
-            contents << in.rdbuf();
-            entries[relative] = {contents.str(), entry.last_write_time()};
-        }
-    }
-    return entries;
-}
 
 std::string newSerial()
 {
@@ -277,137 +206,104 @@ std::string newSerial()
     return "ZQDQ" + std::to_string(++counter) + "YMV";
 }
 
-std::optional<std::string> serialOf(const ZQCoreiPod& library)
-{
-    const Value* serial = library.properties().find("SerialNumber");
-    return serial && serial->string() ? std::optional<std::string>(*serial->string()) : std::nullopt;
-}
+/// A device volume with SysInfo (unless `serial` is empty), and a device that answers `answer`.
+class DiscoveryInquiryLoad : public testing::Test {
+protected:
+    void make(const std::string& serial, const std::string& answer, std::optional<std::string> sysInfoExtended = {})
+    {
+        VolumeSpec spec;
+        spec.database = test::DatabaseSpec{.tracks = {{.trackID = 1, .title = "One", .location = ":iPod_Control:Music:F00:A.mp3"}},
+                                           .playlists = {{.name = "Scripted iPod", .master = 1, .items = {1}}}};
+        if (!serial.empty())
+            spec.sysInfo = test::sysInfoText(serial);
+        spec.sysInfoExtended = sysInfoExtended;
+        spec.files["iPod_Control/Music/F00/A.mp3"] = Data(std::string("ID3 audio"));
+        test::writeVolume(root_, spec);
+        script_ = std::make_shared<SCSIScript>(SCSIScript::servingText(answer, 97));
+        before_ = snapshot(root_);
+    }
+    std::shared_ptr<test::ScriptediPod> load() { return test::ScriptediPod::load(ZQCoreiPodRef::initWithPath(root_), script_); }
+    std::string answerOnVolume() { return snapshot(root_)["iPod_Control/Device/SysInfoExtended"].first; }
 
-VolumeSpec deviceWithSysInfo(const std::string& serial)
-{
-    VolumeSpec spec;
-    spec.database = test::DatabaseSpec{.tracks = {{.trackID = 1, .title = "One", .location = ":iPod_Control:Music:F00:A.mp3"}},
-                                       .playlists = {{.name = "Scripted iPod", .master = 1, .items = {1}}}};
-    spec.sysInfo = test::sysInfoText(serial);
-    spec.files["iPod_Control/Music/F00/A.mp3"] = Data(std::string("ID3 audio"));
-    return spec;
-}
+    TempDir dir_;
+    const std::string root_ = dir_.file("IPOD");
+    std::shared_ptr<SCSIScript> script_;
+    decltype(snapshot("")) before_;
+};
 
-TEST(DiscoveryInquiryLoad, AnswerIsKeptAsSysInfoExtendedAndNothingElseOnTheVolumeChanges)
+TEST_F(DiscoveryInquiryLoad, AnswerIsKeptAsSysInfoExtendedAndNothingElseOnTheVolumeChanges)
 {
-    TempDir dir;
-    const std::string root = dir.file("IPOD");
-    test::writeVolume(root, deviceWithSysInfo(newSerial()));
-    const std::string serial = newSerial();
-    const std::string xml = test::sysInfoExtendedXML(serial, {{"ModelNumStr", "xB029"}});
-    auto script = std::make_shared<SCSIScript>(SCSIScript::servingText(xml, 97));
-    const auto before = snapshot(root);
-
+    const std::string serial = newSerial(), xml = test::sysInfoExtendedXML(serial, {{"ModelNumStr", "xB029"}});
+    make(newSerial(), xml);
     testing::internal::CaptureStderr();
-    auto library = test::ScriptediPod::load(ZQCoreiPodRef::initWithPath(root), script);
+    auto library = load();
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-
     // The device's own answer wins over SysInfo's serial, and is on the volume word for word.
     EXPECT_EQ(serialOf(*library), serial);
     ASSERT_NE(library->properties().find("ModelNumStr"), nullptr);
-    auto after = snapshot(root);
-    ASSERT_EQ(after.count("iPod_Control/Device/SysInfoExtended"), 1u);
+    auto after = snapshot(root_);
     EXPECT_EQ(after["iPod_Control/Device/SysInfoExtended"].first, xml);
-    // Nothing else was added (no temporary file left over), changed or touched.
     after.erase("iPod_Control/Device/SysInfoExtended");
-    EXPECT_EQ(after, before);
-    EXPECT_EQ(script->obtainCalls, 1);
-    EXPECT_EQ(script->releaseCalls, 1);
+    EXPECT_EQ(after, before_) << "nothing else added (no temporary file left over), changed or touched";
+    EXPECT_EQ(script_->obtainCalls, 1);
+    EXPECT_EQ(script_->releaseCalls, 1);
 }
 
-TEST(DiscoveryInquiryLoad, DeviceFolderIsMadeForTheAnswerWhenMissing)
+TEST_F(DiscoveryInquiryLoad, DeviceFolderIsMadeForTheAnswerWhenMissing)
 {
-    TempDir dir;
-    const std::string root = dir.file("IPOD");
-    VolumeSpec spec = deviceWithSysInfo("unused");
-    spec.sysInfo.reset();
-    test::writeVolume(root, spec);
-    ASSERT_FALSE(fs::exists(root + "/iPod_Control/Device"));
     const std::string serial = newSerial();
-    auto script = std::make_shared<SCSIScript>(SCSIScript::servingText(test::sysInfoExtendedXML(serial)));
-
-    auto library = test::ScriptediPod::load(ZQCoreiPodRef::initWithPath(root), script);
-
-    EXPECT_EQ(serialOf(*library), serial);
-    EXPECT_TRUE(fs::is_regular_file(root + "/iPod_Control/Device/SysInfoExtended"));
-    EXPECT_EQ(std::distance(fs::directory_iterator(root + "/iPod_Control/Device"), fs::directory_iterator()), 1);
+    make("", test::sysInfoExtendedXML(serial));
+    ASSERT_FALSE(fs::exists(root_ + "/iPod_Control/Device"));
+    EXPECT_EQ(serialOf(*load()), serial);
+    EXPECT_EQ(std::distance(fs::directory_iterator(root_ + "/iPod_Control/Device"), fs::directory_iterator()), 1);
+    EXPECT_NE(answerOnVolume(), "");
 }
 
-TEST(DiscoveryInquiryLoad, EmptyAnswerWritesNothingAndSysInfoGivesTheSerial)
+TEST_F(DiscoveryInquiryLoad, EmptyAnswerWritesNothingAndSysInfoGivesTheSerial)
 {
-    TempDir dir;
-    const std::string root = dir.file("IPOD");
     const std::string serial = newSerial();
-    test::writeVolume(root, deviceWithSysInfo(serial));
-    auto script = std::make_shared<SCSIScript>(SCSIScript::servingText(test::sysInfoExtendedXML(newSerial())));
-    script->exclusiveAccessError = 16;
-    const auto before = snapshot(root);
-
+    make(serial, test::sysInfoExtendedXML(newSerial()));
+    script_->exclusiveAccessError = 16;
     testing::internal::CaptureStderr();
-    auto library = test::ScriptediPod::load(ZQCoreiPodRef::initWithPath(root), script);
+    auto library = load();
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "xxxxxxxx ObtainExclusiveAccess failed. (0x00000010)\n");
-
     EXPECT_EQ(serialOf(*library), serial);
-    EXPECT_EQ(snapshot(root), before);
+    EXPECT_EQ(snapshot(root_), before_);
 }
 
-TEST(DiscoveryInquiryLoad, DeviceIsNotAskedWhenSysInfoExtendedIsThere)
+TEST_F(DiscoveryInquiryLoad, DeviceIsNotAskedWhenSysInfoExtendedIsThere)
 {
-    TempDir dir;
-    const std::string root = dir.file("IPOD");
     const std::string serial = newSerial();
-    VolumeSpec spec = deviceWithSysInfo(newSerial());
-    spec.sysInfoExtended = test::sysInfoExtendedXML(serial);
-    test::writeVolume(root, spec);
-    auto script = std::make_shared<SCSIScript>(SCSIScript::servingText(test::sysInfoExtendedXML(newSerial())));
-
-    auto library = test::ScriptediPod::load(ZQCoreiPodRef::initWithPath(root), script);
-
+    make(newSerial(), test::sysInfoExtendedXML(newSerial()), test::sysInfoExtendedXML(serial));
+    auto library = load();
     EXPECT_EQ(serialOf(*library), serial);
     EXPECT_EQ(library->nubLookups, 0);
-    EXPECT_TRUE(script->commands.empty());
+    EXPECT_TRUE(script_->commands.empty());
 }
 
-TEST(DiscoveryInquiryLoad, AnswerThatIsNoPropertyListIsKeptButGivesNoProperties)
+TEST_F(DiscoveryInquiryLoad, AnswerThatIsNoPropertyListIsKeptButGivesNoProperties)
 {
+    make(newSerial(), "garbled <plist");
+    auto library = load();
     // SysInfoExtended wins once it exists, even unreadable: SysInfo is not consulted.
-    TempDir dir;
-    const std::string root = dir.file("IPOD");
-    test::writeVolume(root, deviceWithSysInfo(newSerial()));
-    auto script = std::make_shared<SCSIScript>(SCSIScript::servingText("garbled <plist"));
-
-    auto library = test::ScriptediPod::load(ZQCoreiPodRef::initWithPath(root), script);
-
     EXPECT_EQ(library->properties().type(), Value::Type::Null);
     EXPECT_EQ(library->type(), 0);
-    std::ifstream written(root + "/iPod_Control/Device/SysInfoExtended");
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(written), {}), "garbled <plist");
+    EXPECT_EQ(answerOnVolume(), "garbled <plist");
 }
 
-TEST(DiscoveryInquiryLoad, RealLookupFindsNoDeviceBehindAnOrdinaryFolder)
+TEST_F(DiscoveryInquiryLoad, RealLookupFindsNoDeviceBehindAnOrdinaryFolder)
 {
-    // A folder on the machine's own disk (or tmpfs) has no Apple USB device above it: the load
-    // asks nothing, writes nothing and reads SysInfo.
-    TempDir dir;
-    const std::string root = dir.file("IPOD");
+    // A folder on the machine's own disk has no Apple USB device above it: nothing is asked or
+    // written, and SysInfo is read.
     const std::string serial = newSerial();
-    test::writeVolume(root, deviceWithSysInfo(serial));
-    const auto before = snapshot(root);
-
+    make(serial, "");
     testing::internal::CaptureStderr();
-    auto library = ZQCoreiPod::initWithiPodReference(ZQCoreiPodRef::initWithPath(root));
+    auto library = ZQCoreiPod::initWithiPodReference(ZQCoreiPodRef::initWithPath(root_));
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-
-    EXPECT_FALSE(library->informationNubForPath(root).has_value());
+    EXPECT_FALSE(library->informationNubForPath(root_).has_value());
     EXPECT_EQ(serialOf(*library), serial);
-    EXPECT_EQ(snapshot(root), before);
-    EXPECT_FALSE(ZQCoreiPod::bsdNameForPath(dir.file("missing")).has_value());
-
+    EXPECT_EQ(snapshot(root_), before_);
+    EXPECT_FALSE(ZQCoreiPod::bsdNameForPath(dir_.file("missing")).has_value());
     // Asking a nub whose disk refuses SCSI commands gives nothing, and says why.
     testing::internal::CaptureStderr();
     EXPECT_EQ(library->getiPodXML(DeviceInformationNub{"/sys/devices/none", "/dev/null"}), "");

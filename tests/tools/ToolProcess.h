@@ -1,14 +1,16 @@
 #pragma once
 
 // Runs the command-line tool as a separate process, as a person or a script does, and keeps
-// what it printed.
+// what it printed; and what the tests compare of the folders it reads and writes.
 
 #include "tests/support/DeviceImage.h"
 
 #include <sys/wait.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -61,6 +63,17 @@ inline std::vector<std::string> lines(const std::string& text)
     for (std::string line; std::getline(in, line);)
         result.push_back(line);
     return result;
+}
+
+/// The regular files below `root` by relative path.
+inline std::set<std::string> filesBelow(const std::string& root)
+{
+    std::set<std::string> files;
+    if (std::filesystem::exists(root))
+        for (const auto& item : std::filesystem::recursive_directory_iterator(root))
+            if (item.is_regular_file())
+                files.insert(std::filesystem::relative(item.path(), root).string());
+    return files;
 }
 
 } // namespace zq::test

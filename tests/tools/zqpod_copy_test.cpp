@@ -24,6 +24,7 @@ namespace zq {
 namespace {
 
 namespace fs = std::filesystem;
+using test::filesBelow;
 using test::Outcome;
 using test::TempDir;
 using test::TrackSpec;
@@ -45,27 +46,13 @@ Snapshot snapshot(const std::string& root)
     for (const auto& item : fs::recursive_directory_iterator(root)) {
         struct stat info {};
         ::lstat(item.path().c_str(), &info);
-        Entry entry;
-        entry.folder = item.is_directory();
-        entry.modified = info.st_mtim.tv_sec * 1000000000LL + info.st_mtim.tv_nsec;
-        // Bytes compared up to a size a test writes; beyond, size and time (the big file of the
-        // interrupt test is sparse and would take long to read).
-        if (!entry.folder)
-            entry.bytes = info.st_size < (64 << 20) ? test::contentsOf(item.path()) : std::to_string(info.st_size);
-        result[fs::relative(item.path(), root).string()] = entry;
+        // Bytes up to a size a test writes; beyond, size and time (the interrupt test's big
+        // sparse file would take long to read).
+        result[fs::relative(item.path(), root).string()] = {
+            item.is_directory(), item.is_directory() ? "" : info.st_size < (64 << 20) ? test::contentsOf(item.path()) : std::to_string(info.st_size),
+            info.st_mtim.tv_sec * 1000000000LL + info.st_mtim.tv_nsec};
     }
     return result;
-}
-
-/// The regular files below `root` by relative path (playlists and covers included).
-std::set<std::string> filesBelow(const std::string& root)
-{
-    std::set<std::string> files;
-    if (fs::exists(root))
-        for (const auto& item : fs::recursive_directory_iterator(root))
-            if (item.is_regular_file())
-                files.insert(fs::relative(item.path(), root).string());
-    return files;
 }
 
 std::set<std::string> tracksBelow(const std::string& root)
@@ -159,22 +146,19 @@ TEST_F(CopySample, WritesPlaylistsWithRelativePathsAndACoverPerAlbum)
               "#EXTINF:3,DJ Kōji - 夜の街 (Night Town)\nDJ Kōji/Tokyo Nights/03 夜の街 (Night Town).wav\n"
               "#EXTINF:3,The Hollow Pines - Northern Lights\nThe Hollow Pines/Northern Lights/02 Northern Lights.wav\n"
               "#EXTINF:3,The Hollow Pines - Paper Boats\nThe Hollow Pines/Northern Lights/05 Paper Boats.wav\n");
-    // Every playlist but the master; every entry names a copied file.
-    for (const char* name : {"Quiet Evenings.m3u8", "Podcasts.m3u8", "Recent Favourites.m3u8"}) {
-        ASSERT_TRUE(fs::exists(destFile(name))) << name;
-        for (const auto& line : test::lines(test::contentsOf(destFile(name)))) {
-            if (!line.starts_with("#")) {
-                EXPECT_TRUE(kSampleNames.count(line)) << name << ": " << line;
-            }
-        }
-    }
-    EXPECT_FALSE(fs::exists(destFile("Sample iPod.m3u8")));
+    // Every playlist but the master, every entry a copied file; a cover per album and show.
+    std::set<std::string> lists;
     std::size_t covers = 0;
-    for (const auto& file : filesBelow(dest()))
-        if (file.ends_with("/cover.png")) {
-            ++covers;
+    for (const auto& file : filesBelow(dest())) {
+        if (file.ends_with(".m3u8"))
+            lists.insert(file);
+        for (const auto& line : test::lines(file.ends_with(".m3u8") ? test::contentsOf(destFile(file)) : ""))
+            EXPECT_TRUE(line.starts_with("#") || kSampleNames.count(line)) << file << ": " << line;
+        if (file.ends_with("/cover.png") && ++covers) {
             EXPECT_TRUE(test::contentsOf(destFile(file)).starts_with("\x89PNG")) << file;
         }
+    }
+    EXPECT_EQ(lists, (std::set<std::string>{"Road Trip.m3u8", "Quiet Evenings.m3u8", "Podcasts.m3u8", "Recent Favourites.m3u8"}));
     EXPECT_EQ(covers, 7u);  // five albums and two shows
     EXPECT_TRUE(run.out.ends_with("skipped 0, failed 0; wrote 4 playlists and 7 covers.\n")) << run.out;
 }
@@ -207,17 +191,11 @@ TEST_F(CopySample, ADifferentFileIsKeptAndTheCopyNamedBesideIt)
     const Outcome again = copy();
     EXPECT_TRUE(again.out.ends_with("skipped 13, failed 0.\n")) << again.out;
     EXPECT_FALSE(fs::exists(destFile("The Hollow Pines/Northern Lights/01 Harbour Song (3).wav")));
-}
 
-TEST_F(CopySample, OverwriteReplacesFilesOfTheSameName)
-{
-    plant(kHarbour, "my own recording");
-    ASSERT_EQ(copy().status, 0);
-    const Outcome run = copy({"--overwrite"});
-    EXPECT_EQ(run.status, 0) << run.out;
-    EXPECT_TRUE(hasLine(run.out, "replaced " + kHarbour)) << run.out;
+    const Outcome overwrite = copy({"--overwrite"});
+    EXPECT_EQ(overwrite.status, 0) << overwrite.out;
+    EXPECT_TRUE(hasLine(overwrite.out, "replaced " + kHarbour)) << overwrite.out;
     EXPECT_EQ(test::contentsOf(destFile(kHarbour)), test::contentsOf(deviceFile(kHarbourOnDevice)));
-    EXPECT_TRUE(run.out.ends_with("skipped 0, failed 0.\n")) << run.out;
 }
 
 TEST_F(CopySample, DryRunPrintsThePlanAndWritesNothing)
@@ -235,15 +213,11 @@ TEST_F(CopySample, DryRunPrintsThePlanAndWritesNothing)
                                   "would write 4 playlists and 7 covers.\n")) << run.out;
 }
 
-TEST_F(CopySample, DestinationOnTheDeviceIsRefused)
+TEST_F(CopySample, ReadingCommandsAndARefusedDestinationLeaveTheDeviceAlone)
 {
     const Outcome run = zqpod({"copy", device_.path(), device_.file("iPod_Control/../Music")});
     EXPECT_EQ(run.status, 1);
     EXPECT_NE(run.err.find("lies on the device itself"), std::string::npos) << run.err;
-}
-
-TEST_F(CopySample, ReadingCommandsLeaveTheDeviceAloneToo)
-{
     EXPECT_EQ(zqpod({"library", device_.path()}).status, 0);
     EXPECT_EQ(zqpod({"library", device_.path(), "--json"}).status, 0);
     EXPECT_EQ(zqpod({"art", device_.path(), out_.file("covers")}).status, 0);
@@ -288,8 +262,7 @@ TEST_P(CopySelection, CopiesOnlyWhatWasAskedFor)
 }
 
 INSTANTIATE_TEST_SUITE_P(Copy, CopySelection,
-                         testing::Values(Selection{"Playlist", {"--playlist", "Road Trip"}, 5},
-                                         Selection{"PlaylistIgnoringCase", {"--playlist", "road trip"}, 5},
+                         testing::Values(Selection{"PlaylistIgnoringCase", {"--playlist", "road trip"}, 5},
                                          Selection{"SmartPlaylist", {"--playlist", "Recent Favourites"}, 7},
                                          Selection{"Podcasts", {"--playlist", "Podcasts"}, 4},
                                          Selection{"ArtistContains", {"--artist", "pines"}, 3},
@@ -385,12 +358,9 @@ TEST(CopyInterrupt, StopsCleanlyAndLeavesNoPartialFile)
     test::writeVolume(device.path(), volume);
     fs::create_directories(device.file("iPod_Control/Device"));
     fs::create_directories(device.file("iPod_Control/Music/F00"));
-    {
-        const int fd = ::open(device.file("iPod_Control/Music/F00/L.wav").c_str(), O_CREAT | O_WRONLY, 0644);
-        ASSERT_GE(fd, 0);
-        ASSERT_EQ(::ftruncate(fd, kBig), 0);
-        ::close(fd);
-    }
+    const std::string big = device.file("iPod_Control/Music/F00/L.wav");
+    std::ofstream{big};
+    ASSERT_EQ(::truncate(big.c_str(), kBig), 0);
     const Snapshot before = snapshot(device.path());
 
     const std::string capture = out.file("stdout");
@@ -420,18 +390,6 @@ TEST(CopyInterrupt, StopsCleanlyAndLeavesNoPartialFile)
     EXPECT_TRUE(snapshot(device.path()) == before);
 }
 
-TEST(CopyDeviceSelection, WithoutADeviceNamedTheOneConnectedIsUsedOrTheCandidatesListed)
-{
-    const Outcome devices = zqpod({"devices"});
-    if (devices.out != "No devices connected.\n")
-        GTEST_SKIP() << "devices are connected to this machine";
-    TempDir out;
-    const Outcome run = zqpod({"copy", out.file("music")});
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find("No device is connected."), std::string::npos) << run.err;
-    EXPECT_FALSE(fs::exists(out.file("music")));
-}
-
 class CommandHelp : public testing::TestWithParam<const char*> {};
 
 TEST_P(CommandHelp, EveryCommandExplainsItselfAndHasItsPlaceInTheManual)
@@ -441,6 +399,11 @@ TEST_P(CommandHelp, EveryCommandExplainsItselfAndHasItsPlaceInTheManual)
     EXPECT_EQ(help.status, 0);
     EXPECT_TRUE(help.out.starts_with("usage: zqpod " + command)) << help.out;
     EXPECT_EQ(help.err, "");
+    EXPECT_EQ(zqpod({"help", command}).out, help.out);
+    const Outcome general = zqpod({"--help"});
+    EXPECT_EQ(general.status, 0);
+    EXPECT_TRUE(general.out.starts_with("usage: zqpod COMMAND")) << general.out;
+    EXPECT_NE(general.out.find("\n  " + command + " "), std::string::npos) << general.out;
 
     const Outcome manual = zqpod({"--man"});
     EXPECT_EQ(manual.status, 0);
@@ -473,14 +436,11 @@ TEST_P(CopyRealSamples, EveryTrackGetsASafeNameOfItsOwn)
 {
     const fs::path source = fs::path(ZQ_SAMPLES_DIR) / GetParam().folder;
     TempDir device, out;
-    const fs::path root(device.path());
-    fs::create_directories(root / "iPod_Control" / "iTunes");
-    fs::create_directories(root / "iPod_Control" / "Device");  // as every device has it
-    fs::copy_file(source / "iTunesDB", root / "iPod_Control" / "iTunes" / "iTunesDB");
+    fs::create_directories(device.file("iPod_Control/iTunes"));
+    fs::create_directories(device.file("iPod_Control/Device"));  // as every device has it
+    std::ofstream(device.file("iPod_Control/iTunes/iTunesDB"), std::ios::binary) << test::contentsOf(source / "iTunesDB");
     if (fs::exists(source / "SysInfo"))
-        fs::copy_file(source / "SysInfo", root / "iPod_Control" / "Device" / "SysInfo");
-    for (const auto& entry : fs::recursive_directory_iterator(root))
-        fs::permissions(entry.path(), fs::perms::owner_write, fs::perm_options::add);
+        std::ofstream(device.file("iPod_Control/Device/SysInfo")) << test::contentsOf(source / "SysInfo");
 
     // Stand-in files where the library says its tracks are: small, each with its own bytes.
     const Outcome json = zqpod({"library", "--json", device.path()});
@@ -510,18 +470,14 @@ TEST_P(CopyRealSamples, EveryTrackGetsASafeNameOfItsOwn)
         EXPECT_TRUE(keys.insert(key).second) << "two names differ only in case: " << name;
         for (const auto& part : fs::path(name)) {
             const std::string text = part.string();
-            EXPECT_LE(text.size(), 180u) << name;
-            EXPECT_EQ(text.find_first_of("<>:\"\\|?*"), std::string::npos) << name;
-            EXPECT_FALSE(text.front() == ' ' || text.front() == '.' || text.back() == ' ' || text.back() == '.') << name;
+            EXPECT_TRUE(text.size() <= 180u && text.find_first_of("<>:\"\\|?*") == std::string::npos && text.front() != ' ' &&
+                        text.front() != '.' && text.back() != ' ' && text.back() != '.')
+                << name;
         }
     }
     for (const auto& file : filesBelow(out.file("music")))
-        if (file.ends_with(".m3u8"))
-            for (const auto& line : test::lines(test::contentsOf(out.file("music/" + file)))) {
-                if (!line.starts_with("#")) {
-                    EXPECT_TRUE(tracks.count(line)) << file << ": " << line;
-                }
-            }
+        for (const auto& line : test::lines(file.ends_with(".m3u8") ? test::contentsOf(out.file("music/" + file)) : ""))
+            EXPECT_TRUE(line.starts_with("#") || tracks.count(line)) << file << ": " << line;
     EXPECT_TRUE(snapshot(device.path()) == before);
 
     const Outcome again = zqpod({"copy", device.path(), out.file("music")});

@@ -7,14 +7,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <sys/wait.h>
-
 #include <algorithm>
-#include <cstdlib>
 #include <map>
-#include <fstream>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -101,120 +96,64 @@ TEST_F(ToolLibrary, JSONCarriesTheFieldsUnderTheFrameworksNames)
     const Outcome run = zqpod({"library", dir_.path(), "--json"});
     ASSERT_EQ(run.status, 0) << run.err;
     const Json json = Json::parse(run.out);
-
     EXPECT_EQ(json.at("name"), "Desk iPod");
     EXPECT_EQ(json.at("serialNumber"), "ZQTOOL1Y5N");
     EXPECT_EQ(json.at("type"), 11);
 
     const Json& tracks = json.at("tracks");
     ASSERT_EQ(tracks.size(), 3u);
-    const std::set<std::string> trackKeys = {
-        "trackID", "dbid", "title", "artist", "album", "albumArtist", "genre", "composer", "comment", "grouping",
-        "fileType", "EQSetting", "podcastCategory", "trackDescription", "filePath", "rating", "fileSize",
-        "trackLength", "trackNumber", "trackTotal", "discNumber", "discTotal", "year", "bitrate", "sampleRate",
-        "volume", "startTime", "endTime", "soundcheckValue", "playCount", "BPM", "mediaType", "lastModified",
-        "lastPlayedTime", "dateAdded", "dateReleased", "lastSkippedTime", "compilation", "albumID", "artworkLink"};
-    for (const auto& track : tracks)
-        for (const auto& key : trackKeys)
-            EXPECT_TRUE(track.contains(key)) << key;
-
-    const Json& one = tracks[0];
-    EXPECT_EQ(one.at("trackID"), 101);
-    EXPECT_EQ(one.at("dbid").get<std::uint64_t>(), 0xFFFFFFFFFFFFFFF0ULL);
-    EXPECT_EQ(one.at("title"), "One");
-    EXPECT_EQ(one.at("artist"), "Ärzte");
-    EXPECT_TRUE(one.at("album").is_null());  // never stored: null, not ""
-    EXPECT_EQ(one.at("filePath"), dir_.path() + "/iPod_Control/Music/F00/ONE.mp3");
-    EXPECT_EQ(one.at("rating"), 60);
-    EXPECT_EQ(one.at("fileSize"), 10);
-    EXPECT_EQ(one.at("trackLength"), 2000);
-    EXPECT_EQ(one.at("year"), 2001);
-    EXPECT_EQ(one.at("compilation"), true);
-    EXPECT_EQ(one.at("albumID"), 3);
-    EXPECT_EQ(one.at("artworkLink"), 77);
-    EXPECT_EQ(one.at("dateAdded"), "2004-01-01T00:00:00Z");
-    EXPECT_EQ(one.at("lastModified"), "1904-01-01T00:00:00Z");
+    const Json expected = {{"trackID", 101}, {"dbid", 0xFFFFFFFFFFFFFFF0ULL}, {"title", "One"}, {"artist", "Ärzte"},
+                           {"album", nullptr},  // never stored: null, not ""
+                           {"filePath", dir_.path() + "/iPod_Control/Music/F00/ONE.mp3"}, {"rating", 60}, {"fileSize", 10},
+                           {"trackLength", 2000}, {"year", 2001}, {"compilation", true}, {"albumID", 3}, {"artworkLink", 77},
+                           {"dateAdded", "2004-01-01T00:00:00Z"}, {"lastModified", "1904-01-01T00:00:00Z"}};
+    for (const auto& [key, value] : expected.items())
+        EXPECT_EQ(tracks[0].at(key), value) << key;
     EXPECT_TRUE(tracks[1].at("filePath").is_null());
     EXPECT_EQ(tracks[2].at("mediaType"), 4);
 
     const Json& playlists = json.at("playlists");
     ASSERT_EQ(playlists.size(), 4u);
     std::vector<std::string> kinds;
-    for (const auto& playlist : playlists) {
+    for (const auto& playlist : playlists)
         kinds.push_back(playlist.at("kind"));
-        for (const char* key : {"name", "playlistID", "parentID", "isMaster", "isPodcasts", "trackIDs"})
-            EXPECT_TRUE(playlist.contains(key)) << key;
-    }
     EXPECT_EQ(kinds, (std::vector<std::string>{"playlist", "playlist", "podcasts", "smart"}));
-
-    const Json& master = playlists[0];
-    EXPECT_EQ(master.at("playlistID").get<std::uint64_t>(), 0xFEDCBA9876543210ULL);
-    EXPECT_EQ(master.at("isMaster"), true);
-    EXPECT_EQ(master.at("parentID"), 0);
+    EXPECT_EQ(playlists[0].at("playlistID").get<std::uint64_t>(), 0xFEDCBA9876543210ULL);
+    EXPECT_EQ(playlists[0].at("isMaster"), true);
+    EXPECT_EQ(playlists[0].at("parentID"), 0);
     EXPECT_EQ(playlists[1].at("trackIDs"), Json::array({102, 101, 102}));
-
-    const Json& podcasts = playlists[2];
-    EXPECT_EQ(podcasts.at("isPodcasts"), true);
-    EXPECT_EQ(podcasts.at("trackIDs"), Json::array({103}));
-    ASSERT_EQ(podcasts.at("groups").size(), 1u);
-    EXPECT_EQ(podcasts.at("groups")[0].at("name"), "The Show");
-    EXPECT_EQ(podcasts.at("groups")[0].at("trackIDs"), Json::array({103}));
-
+    EXPECT_EQ(playlists[2].at("isPodcasts"), true);
+    EXPECT_EQ(playlists[2].at("trackIDs"), Json::array({103}));
+    EXPECT_EQ(playlists[2].at("groups"), Json::parse(R"([{"name": "The Show", "trackIDs": [103]}])"));
     const Json& smart = playlists[3];
-    EXPECT_EQ(smart.at("limitType"), 3);
-    EXPECT_EQ(smart.at("limitSortType"), 16);
-    EXPECT_EQ(smart.at("limit"), 25);
-    EXPECT_EQ(smart.at("liveUpdating"), true);
-    EXPECT_EQ(smart.at("rulesEnabled"), true);
-    EXPECT_EQ(smart.at("limitsEnabled"), true);
-    EXPECT_EQ(smart.at("onlyMatchCheckedTracks"), false);
-    EXPECT_EQ(smart.at("limitSortReversed"), true);
-    EXPECT_EQ(smart.at("isOr"), false);
+    const Json smartExpected = {{"limitType", 3}, {"limitSortType", 16}, {"limit", 25}, {"liveUpdating", true},
+                                {"rulesEnabled", true}, {"limitsEnabled", true}, {"onlyMatchCheckedTracks", false},
+                                {"limitSortReversed", true}, {"isOr", false}};
+    for (const auto& [key, value] : smartExpected.items())
+        EXPECT_EQ(smart.at(key), value) << key;
     const Json& rules = smart.at("rules");
     ASSERT_EQ(rules.size(), 2u);
     EXPECT_EQ(rules[0].at("field"), 4);
     EXPECT_EQ(rules[0].at("action"), 0x01000002);
     EXPECT_EQ(rules[0].at("ruleValue"), "Ä");
     EXPECT_EQ(rules[0].at("description"), "Artist contains Ä");
-    EXPECT_EQ(rules[1].at("field"), 22);
     EXPECT_EQ(rules[1].at("fromValue"), 5);
     EXPECT_EQ(rules[1].at("toValue"), 5);
     EXPECT_EQ(rules[1].at("description"), "Play count is greater than 5");
 }
 
-TEST(ToolLibrarySample, SampleDeviceJSONMatchesItsDescription)
+TEST(ToolLibraryErrors, MissingPathOrCorruptDatabaseEndWithStatusOneAndTheReason)
 {
-    TempDir dir;
-    const VolumeSpec sample = test::makeSampleDevice();
-    test::writeVolume(dir.path(), sample);
-    const Outcome run = zqpod({"library", "--json", dir.path()});
-    ASSERT_EQ(run.status, 0) << run.err;
-    const Json json = Json::parse(run.out);
-    EXPECT_EQ(json.at("name"), "Sample iPod");
-    EXPECT_EQ(json.at("tracks").size(), sample.database->tracks.size());
-    EXPECT_EQ(json.at("playlists").size(), sample.database->playlists.size());
-    for (std::size_t i = 0; i < sample.database->tracks.size(); ++i) {
-        EXPECT_EQ(json["tracks"][i].at("trackID"), sample.database->tracks[i].trackID);
-        EXPECT_EQ(json["tracks"][i].at("title"), *sample.database->tracks[i].title);
-    }
-}
+    TempDir dir, corrupt;
+    const Outcome missing = zqpod({"library", dir.file("no-such-volume")});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(missing.out, "");
+    EXPECT_NE(missing.err.find("ZQCoreiPodNotFoundException"), std::string::npos) << missing.err;
+    EXPECT_NE(missing.err.find("path doesn't exist"), std::string::npos) << missing.err;
 
-TEST(ToolLibraryErrors, MissingPathEndsWithStatusOneAndTheReason)
-{
-    TempDir dir;
-    const Outcome run = zqpod({"library", dir.file("no-such-volume")});
-    EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.out, "");
-    EXPECT_NE(run.err.find("path doesn't exist"), std::string::npos) << run.err;
-    EXPECT_NE(run.err.find("ZQCoreiPodNotFoundException"), std::string::npos) << run.err;
-}
-
-TEST(ToolLibraryErrors, CorruptDatabaseEndsWithStatusOneNotACrash)
-{
-    TempDir dir;
     const zq::Data whole = test::buildITunesDB(deskDevice().database.value());
-    test::writeVolume(dir.path(), VolumeSpec{.rawITunesDB = whole.subdata(0, whole.size() / 2)});
-    const Outcome run = zqpod({"library", dir.path(), "--json"});
+    test::writeVolume(corrupt.path(), VolumeSpec{.rawITunesDB = whole.subdata(0, whole.size() / 2)});
+    const Outcome run = zqpod({"library", corrupt.path(), "--json"});
     EXPECT_EQ(run.status, 1) << run.err;
     EXPECT_NE(run.err.find("XRDataReaderInvalidRead"), std::string::npos) << run.err;
 }
@@ -231,23 +170,6 @@ TEST(ToolLibraryErrors, UsageMistakesEndWithStatusTwo)
     const Outcome unknown = zqpod({"library", "/", "--yaml"});
     EXPECT_EQ(unknown.status, 2);
     EXPECT_EQ(unknown.err, "zqpod library: unknown option '--yaml'\n");
-}
-
-TEST(ToolLibraryHelp, HelpIsPrintedToStandardOutput)
-{
-    const Outcome general = zqpod({"--help"});
-    EXPECT_EQ(general.status, 0);
-    EXPECT_NE(general.out.find("usage: zqpod COMMAND"), std::string::npos) << general.out;
-    EXPECT_NE(general.out.find("  library   print the library of a device"), std::string::npos)
-        << general.out;
-
-    for (const auto& args : std::vector<std::vector<std::string>>{{"library", "--help"}, {"help", "library"}}) {
-        const Outcome run = zqpod(args);
-        EXPECT_EQ(run.status, 0);
-        EXPECT_EQ(run.err, "");
-        EXPECT_TRUE(run.out.starts_with("usage: zqpod library [DEVICE] [--json]\n")) << run.out;
-        EXPECT_NE(run.out.find("--json"), std::string::npos);
-    }
 }
 
 // ---- the same library from the binary database and from the SQLite databases -----------------
@@ -304,9 +226,8 @@ TEST(ToolLibraryFormats, BinaryAndSQLiteLibrariesOfOneDescriptionPrintTheSame)
     ASSERT_EQ(fromSQLite.status, 0) << fromSQLite.err;
     const Json b = Json::parse(fromBinary.out), s = Json::parse(fromSQLite.out);
 
-    EXPECT_EQ(b.at("name"), s.at("name"));
-    EXPECT_EQ(b.at("serialNumber"), s.at("serialNumber"));
-    EXPECT_EQ(b.at("type"), s.at("type"));
+    for (const char* key : {"name", "serialNumber", "type"})
+        EXPECT_EQ(b.at(key), s.at(key)) << key;
 
     // Fields only the binary database carries.
     const std::set<std::string> binaryOnly = {"fileType", "podcastCategory", "dateReleased"};
