@@ -97,13 +97,10 @@ TEST(ArtworkTool, ArtFallsBackToASizeThatReadsAndNamesAlbumsWithout)
     EXPECT_NE(run.out.find("The Hollow Pines - Northern Lights.png (100 x 100"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find("no artwork: Various Artists - Summer Hits 2012"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find("6 files written"), std::string::npos) << run.out;
-}
 
-TEST(ArtworkTool, ArtNeedsAFolder)
-{
-    const ToolRun run = zqpod({"art"});
-    EXPECT_EQ(run.status, 2);
-    EXPECT_NE(run.err.find("usage: zqpod art [DEVICE] OUTDIR"), std::string::npos) << run.err;
+    const ToolRun usage = zqpod({"art"});
+    EXPECT_EQ(usage.status, 2);
+    EXPECT_NE(usage.err.find("usage: zqpod art [DEVICE] OUTDIR"), std::string::npos) << usage.err;
 }
 
 TEST(ArtworkTool, LibraryJSONCarriesEachTracksArtwork)
@@ -118,8 +115,8 @@ TEST(ArtworkTool, LibraryJSONCarriesEachTracksArtwork)
     ASSERT_EQ(tracks.size(), sample.database->tracks.size());
     for (const auto& track : tracks) {
         ASSERT_TRUE(track.at("artworkID").is_number()) << track.at("title");
-        EXPECT_EQ(track.at("artworkWidth"), 200) << track.at("title");
-        EXPECT_EQ(track.at("artworkHeight"), 200) << track.at("title");
+        EXPECT_EQ(track.at("artworkWidth"), 200);
+        EXPECT_EQ(track.at("artworkHeight"), 200);
     }
     // "Cicha noc": the first track is found by its dbid, the second through the album.
     EXPECT_EQ(tracks[3].at("artworkID"), 101);
@@ -132,11 +129,9 @@ TEST(ArtworkTool, LibraryJSONCarriesEachTracksArtwork)
     plain.artwork.reset();
     test::writeVolume(bare.path(), plain);
     const Json without = Json::parse(zqpod({"library", "--json", bare.path()}).out);
-    for (const auto& track : without.at("tracks")) {
-        EXPECT_TRUE(track.at("artworkID").is_null());
-        EXPECT_TRUE(track.at("artworkWidth").is_null());
-        EXPECT_TRUE(track.at("artworkHeight").is_null());
-    }
+    for (const auto& track : without.at("tracks"))
+        for (const char* key : {"artworkID", "artworkWidth", "artworkHeight"})
+            EXPECT_TRUE(track.at(key).is_null()) << key;
 }
 
 } // namespace

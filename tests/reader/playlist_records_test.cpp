@@ -1,40 +1,27 @@
 // Playlist records of the binary library database: kinds, titles, podcast grouping, track
 // resolution, and the smart-playlist preferences and rule lists.
 
-#include "tests/support/DeviceImage.h"
-
-#include "ZQCore/device/ZQCoreiPod.h"
-#include "ZQCore/device/ZQCoreiPodRef.h"
-#include "ZQCore/foundation/Exception.h"
 #include "ZQCore/model/Podcasts.h"
 #include "ZQCore/model/SmartPlaylist.h"
-#include "ZQCore/model/iPodTrack.h"
 #include "ZQCore/reader/XRDataReader.h"
+#include "tests/support/TestLibrary.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace {
 
 using namespace zq::test;
-using Ids = std::vector<std::uint32_t>;
 
 std::shared_ptr<zq::ZQCoreiPod> load(const TempDir& dir, const VolumeSpec& volume)
 {
-    // No SysInfo: without a serial number every load makes a new library object.
-    writeVolume(dir.path(), volume);
-    return zq::ZQCoreiPod::initWithiPodReference(zq::ZQCoreiPodRef::initWithPath(dir.path()));
+    return loadVolume(dir.path(), volume);
 }
 
 std::shared_ptr<zq::ZQCoreiPod> load(const TempDir& dir, const DatabaseSpec& database)
 {
-    return load(dir, VolumeSpec{.database = database});
+    return loadDatabase(dir.path(), database);
 }
 
 DatabaseSpec withTracks(const Ids& ids, std::vector<PlaylistSpec> playlists)
@@ -44,14 +31,6 @@ DatabaseSpec withTracks(const Ids& ids, std::vector<PlaylistSpec> playlists)
         db.tracks.push_back(TrackSpec{.trackID = id, .title = "Track " + std::to_string(id)});
     db.playlists = std::move(playlists);
     return db;
-}
-
-Ids idsOf(const zq::Playlist::Tracks& tracks)
-{
-    Ids ids;
-    for (const auto& track : tracks)
-        ids.push_back(track->trackID());
-    return ids;
 }
 
 std::uint32_t le32(const zq::Data& data, std::size_t at)
@@ -80,15 +59,7 @@ RawObject rulesObject(const SmartRulesSpec& rules)
     return object;
 }
 
-void expectInvalidRead(const std::function<void()>& read)
-{
-    try {
-        read();
-        ADD_FAILURE() << "the read did not fail";
-    } catch (const zq::Exception& e) {
-        EXPECT_EQ(e.name(), "XRDataReaderInvalidRead");
-    }
-}
+void expectInvalidRead(const std::function<void()>& read) { expectThrown(read); }
 
 // ---- playlist records ---------------------------------------------------------------------------
 
@@ -106,21 +77,17 @@ TEST(ReaderPlaylistRecords, HeaderFieldsAndTitles)
     }));
     const auto& playlists = library->allPlaylists();
     ASSERT_EQ(playlists.size(), 6u);
-    EXPECT_TRUE(playlists[0]->isMaster());
     EXPECT_EQ(library->masterPlaylist(), playlists[0]);
-    EXPECT_EQ(playlists[0]->creationDate()->iso8601(), "2001-01-01T00:00:01Z"); // milliseconds, whole seconds kept
-    EXPECT_EQ(playlists[0]->playlistID(), 0x0123456789ABCDEFu);
-    EXPECT_EQ(playlists[0]->sortOrder(), 5);
-    EXPECT_EQ(idsOf(playlists[0]->tracks()), (Ids{1, 2}));
-
+    EXPECT_EQ(playlists[0]->creationDate(), zq::Date(1)); // milliseconds, whole seconds kept
+    EXPECT_EQ(std::tuple(playlists[0]->playlistID(), playlists[0]->sortOrder(), idsOf(playlists[0]->tracks())),
+              std::tuple(0x0123456789ABCDEFu, 5, Ids{1, 2}));
     EXPECT_FALSE(playlists[1]->isMaster());
     EXPECT_EQ(playlists[1]->creationDate(), zq::Date(4294967));
     EXPECT_EQ(idsOf(playlists[1]->tracks()), (Ids{2, 1}));
-    EXPECT_EQ(playlists[1]->name(), std::nullopt);
-    EXPECT_EQ(playlists[2]->name(), "");
-    EXPECT_EQ(playlists[3]->name(), "");
-    EXPECT_EQ(playlists[4]->name(), std::nullopt);
-    EXPECT_EQ(playlists[5]->name(), "Later");
+    std::vector<std::optional<std::string>> names;
+    for (const auto& playlist : playlists)
+        names.push_back(playlist->name());
+    EXPECT_EQ(names, (std::vector<std::optional<std::string>>{"My iPod", std::nullopt, "", "", std::nullopt, "Later"}));
 }
 
 TEST(ReaderPlaylistRecords, PodcastFlagChoosesTheKindBeforeSmartData)
@@ -238,15 +205,11 @@ TEST(ReaderPlaylistRecords, SmartPlaylistFromPreferencesAndRules)
     ASSERT_EQ(library->allPlaylists().size(), 2u);
     auto smart = std::dynamic_pointer_cast<zq::SmartPlaylist>(library->allPlaylists()[0]);
     ASSERT_NE(smart, nullptr);
-    EXPECT_EQ(smart->limit(), 25);
-    EXPECT_EQ(smart->limitType(), 3);
-    EXPECT_EQ(smart->limitSortType(), 2);
-    EXPECT_TRUE(smart->liveUpdating()); // preference bytes count when not zero
-    EXPECT_TRUE(smart->rulesEnabled());
-    EXPECT_TRUE(smart->limitsEnabled());
+    EXPECT_EQ(std::tuple(smart->limit(), smart->limitType(), smart->limitSortType()), std::tuple(25, 3, 2));
+    // Preference bytes count when not zero.
+    EXPECT_TRUE(smart->liveUpdating() && smart->rulesEnabled() && smart->limitsEnabled() &&
+                smart->limitSortReversed() && smart->isOr());
     EXPECT_FALSE(smart->onlyMatchCheckedTracks());
-    EXPECT_TRUE(smart->limitSortReversed());
-    EXPECT_TRUE(smart->isOr());
     EXPECT_EQ(idsOf(smart->tracks()), (Ids{1}));
 
     // The rules in blob order; how each field kind is kept is the rule model's business.
@@ -351,14 +314,12 @@ TEST(ReaderSmartRuleBlob, FieldNumberChoosesTheStringOrNumericLayout)
         EXPECT_EQ(number.find("fromValue")->unsignedValue(), stringFields[i]);
     }
     const zq::Value& last = rules.back();
-    EXPECT_EQ(last.find("fieldType")->integerValue(), 1);
-    EXPECT_EQ(last.find("actionType")->integerValue(), 0x00020000);
-    EXPECT_EQ(last.find("fromValue")->unsignedValue(), UINT64_MAX);
-    EXPECT_EQ(last.find("fromDate")->integerValue(), INT64_MIN);
-    EXPECT_EQ(last.find("fromUnits")->unsignedValue(), 0x8000000000000000u);
-    EXPECT_EQ(last.find("toValue")->unsignedValue(), 0x7FFFFFFFFFFFFFFFu);
-    EXPECT_EQ(last.find("toDate")->integerValue(), -1);
-    EXPECT_EQ(last.find("toUnits")->unsignedValue(), 7u);
+    EXPECT_EQ(std::tuple(last.find("fieldType")->integerValue(), last.find("actionType")->integerValue(),
+                         last.find("fromDate")->integerValue(), last.find("toDate")->integerValue()),
+              std::tuple(1, 0x00020000, INT64_MIN, -1));
+    EXPECT_EQ(std::tuple(last.find("fromValue")->unsignedValue(), last.find("fromUnits")->unsignedValue(),
+                         last.find("toValue")->unsignedValue(), last.find("toUnits")->unsignedValue()),
+              std::tuple(UINT64_MAX, 0x8000000000000000u, 0x7FFFFFFFFFFFFFFFu, 7u));
 }
 
 TEST(ReaderSmartRuleBlob, TextLengths)
