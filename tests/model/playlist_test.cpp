@@ -164,8 +164,8 @@ TEST(ModelPlaylist, EveryKindHasItsIconAndEachCallMakesANewImage)
     auto purchased = PurchasedPlaylist::initWithName(std::string("P"));
     auto smart = SmartPlaylist::initWithMHYP(header(0, 2), std::string("S"), Value::Dictionary());
     MarkedPurchasedPlaylist marked;
-    for (const Playlist* playlist : {master.get(), plain.get(), podcasts.get(), folder.get(), purchased.get(),
-                                     static_cast<Playlist*>(smart.get()), static_cast<Playlist*>(&marked)}) {
+    for (const Playlist* playlist : std::initializer_list<const Playlist*>{
+             master.get(), plain.get(), podcasts.get(), folder.get(), purchased.get(), smart.get(), &marked}) {
         auto icon = playlist->icon();
         ASSERT_TRUE(icon && !icon->empty()) << playlist->description();
         EXPECT_NE(icon, playlist->icon()) << "a caller may change its image";

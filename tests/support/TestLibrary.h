@@ -78,8 +78,7 @@ inline void expectThrown(const std::function<void()>& action, const std::string&
         ADD_FAILURE() << "no " << name << " was thrown";
     } catch (const zq::Exception& e) {
         EXPECT_EQ(e.name(), name);
-        if (reason)
-            EXPECT_EQ(e.reason(), *reason);
+        EXPECT_EQ(e.reason(), reason.value_or(e.reason()));
     }
 }
 
