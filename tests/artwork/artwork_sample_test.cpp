@@ -7,17 +7,15 @@
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "ZQCore/foundation/Log.h"
 #include "tests/support/DeviceImage.h"
+#include "tests/tools/ToolProcess.h"
 
 #include <nlohmann/json.hpp>
-#include <sys/wait.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <set>
 
 namespace zq {
@@ -149,38 +147,9 @@ TEST_F(ArtworkRealSample, MissingThumbnailFileGivesNoImageAndIsTriedAgain)
 using Json = nlohmann::json;
 using test::VolumeSpec;
 
-struct ToolRun {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string quoted(const std::string& text)
-{
-    std::string result = "'";
-    for (char c : text)
-        result += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return result + "'";
-}
-
-std::string contentsOf(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-ToolRun zqpod(const std::vector<std::string>& args)
-{
-    TempDir capture;
-    std::string command = quoted(ZQPOD_PATH);
-    for (const auto& arg : args)
-        command += " " + quoted(arg);
-    command += " >" + quoted(capture.file("out")) + " 2>" + quoted(capture.file("err")) + " </dev/null";
-    const int raw = std::system(command.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, contentsOf(capture.file("out")), contentsOf(capture.file("err"))};
-}
+using ToolRun = test::Outcome;
+using test::contentsOf;
+using test::zqpod;
 
 TEST(ArtworkTool, ArtWritesOneDecodablePicturePerAlbum)
 {
@@ -193,11 +162,9 @@ TEST(ArtworkTool, ArtWritesOneDecodablePicturePerAlbum)
     std::size_t files = 0;
     for (const auto& entry : fs::directory_iterator(out.file("covers"))) {
         ++files;
-        const std::string bytes = contentsOf(entry.path());
-        auto image = Image::imageWithPNGData(Data(bytes));
+        auto image = Image::imageWithPNGData(Data(contentsOf(entry.path())));
         ASSERT_TRUE(image) << entry.path();
-        EXPECT_EQ(image->width(), 200u) << entry.path();
-        EXPECT_EQ(image->height(), 200u) << entry.path();
+        EXPECT_EQ(std::pair(image->width(), image->height()), std::pair(200u, 200u)) << entry.path();
         EXPECT_NE(run.out.find("wrote " + entry.path().string() + " (200 x 200"), std::string::npos) << run.out;
     }
     EXPECT_EQ(files, 7u);
@@ -221,10 +188,9 @@ TEST(ArtworkTool, ArtFallsBackToASizeThatReadsAndNamesAlbumsWithout)
 
     const ToolRun run = zqpod({"art", device.path(), out.path()});
     ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_NE(run.out.find("DJ Kōji - Tokyo Nights.png (200 x 200"), std::string::npos) << run.out;
-    EXPECT_NE(run.out.find("The Hollow Pines - Northern Lights.png (100 x 100"), std::string::npos) << run.out;
-    EXPECT_NE(run.out.find("no artwork: Various Artists - Summer Hits 2012"), std::string::npos) << run.out;
-    EXPECT_NE(run.out.find("6 files written"), std::string::npos) << run.out;
+    for (const char* line : {"DJ Kōji - Tokyo Nights.png (200 x 200", "The Hollow Pines - Northern Lights.png (100 x 100",
+                             "no artwork: Various Artists - Summer Hits 2012", "6 files written"})
+        EXPECT_NE(run.out.find(line), std::string::npos) << line << "\n" << run.out;
 
     const ToolRun usage = zqpod({"art"});
     EXPECT_EQ(usage.status, 2);

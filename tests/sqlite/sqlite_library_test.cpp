@@ -97,15 +97,12 @@ PlaylistSpec list(const char* name, std::uint64_t id, std::uint64_t parent = 0, 
 
 // ---- the class of each container row ---------------------------------------------------------
 
-/// One container row; NULL columns are spelled "NULL".
+/// One container row (NULL columns spelled "NULL"), the class it must get ("none", "playlist",
+/// "purchased", "folder" or "smart") and whether it names the device.
 struct ContainerCase {
-    const char* label;
-    const char* dateCreated;
-    int isHidden;
-    int kind;
-    int folder;
-    const char* dynamic;
-    const char* expected;  ///< "none", "playlist", "purchased", "folder" or "smart"
+    const char *label, *dateCreated;
+    int isHidden, kind, folder;
+    const char *dynamic, *expected;
     bool namesDevice;
 };
 
