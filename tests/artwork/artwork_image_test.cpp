@@ -1,79 +1,52 @@
-// Album art images: the stored-size rule, decoding through the library object (5-6-5 on a
-// mounted device, 1-5-5-5 through a device session), reads that fail and are tried again, and
-// the shared no-artwork picture.
+// Album art images: the 16-bit pixel conversions (every word, every vector kernel against the
+// plain loop), the stored-size rule, decoding (5-6-5 on a mounted device, 1-5-5-5 through a
+// device session), reads that fail and are tried again, and the shared no-artwork picture.
 
 #include "ZQCore/artwork/AlbumArt.h"
-#include "ZQCore/device/ZQCoreiPod.h"
-#include "ZQCore/device/ZQCoreiPodRef.h"
+#include "ZQCore/foundation/PixelConversion.h"
 #include "ZQCore/foundation/Resources.h"
-#include "tests/support/DeviceImage.h"
+#include "tests/support/TestLibrary.h"
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 
 namespace zq {
 namespace {
 
-namespace fs = std::filesystem;
-using test::ArtworkDBSpec;
-using test::ArtworkImageSpec;
-using test::TempDir;
-using test::ThumbnailSpec;
-using test::VolumeSpec;
+using namespace test;
 
-/// A library object with no device behind it, reading files of the local file system.
-struct DiskLibrary : ZQCoreiPod {
-    DiskLibrary() = default;
-};
-
-/// The same, but reaching its files the way a device session does (as over AFC).
+/// The same as a detached library, but reaching its files the way a device session does.
 struct SessionLibrary : ZQCoreiPod {
     SessionLibrary() = default;
     bool readsFilesThroughDevice() const override { return true; }
 };
 
-struct RepFields {
-    std::uint32_t offset = 0;
-    std::uint32_t length = 0;
-    std::int16_t verticalPadding = 0;
-    std::int16_t horizontalPadding = 0;
-    std::uint16_t height = 0;
-    std::uint16_t width = 0;
-};
-
-/// A representation made from a 44-byte thumbnail header holding `f`.
-std::shared_ptr<AlbumArtRep> rep(const RepFields& f, const std::optional<std::string>& path,
-                                 const std::shared_ptr<ZQCoreiPod>& library)
+/// A representation of `width` x `height` pixels, `length` bytes at `offset` of `path`.
+std::shared_ptr<AlbumArtRep> rep(std::uint16_t width, std::uint16_t height, std::uint32_t length,
+                                 const std::optional<std::string>& path, const std::shared_ptr<ZQCoreiPod>& library,
+                                 std::uint32_t offset = 0)
 {
     std::array<std::uint8_t, 44> header{};
-    auto put = [&](std::size_t at, std::uint32_t v, int width) {
-        for (int i = 0; i < width; ++i)
-            header[at + i] = static_cast<std::uint8_t>(v >> (8 * i));
-    };
-    put(20, f.offset, 4);
-    put(24, f.length, 4);
-    put(28, static_cast<std::uint16_t>(f.verticalPadding), 2);
-    put(30, static_cast<std::uint16_t>(f.horizontalPadding), 2);
-    put(32, f.height, 2);
-    put(34, f.width, 2);
+    for (auto [at, value, bytes] : {std::tuple{20, offset, 4}, {24, length, 4}, {32, height, 2}, {34, width, 2}})
+        for (int i = 0; i < bytes; ++i)
+            header[static_cast<std::size_t>(at + i)] = static_cast<std::uint8_t>(value >> (8 * i));
     return AlbumArtRep::initWithMHNIHeader(header, path, library);
 }
 
 void writeBytes(const std::string& path, const std::vector<std::uint8_t>& bytes)
 {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
 std::vector<std::uint8_t> words(std::size_t count, std::uint16_t word)
 {
     std::vector<std::uint8_t> bytes;
-    for (std::size_t i = 0; i < count; ++i) {
-        bytes.push_back(static_cast<std::uint8_t>(word));
-        bytes.push_back(static_cast<std::uint8_t>(word >> 8));
-    }
+    for (std::size_t i = 0; i < count; ++i)
+        bytes.insert(bytes.end(), {static_cast<std::uint8_t>(word), static_cast<std::uint8_t>(word >> 8)});
     return bytes;
 }
 
@@ -85,16 +58,11 @@ TEST(ArtworkImages, StoredSizeRoundsOddSidesUpExceptForThreeWidths)
         std::int32_t storedWidth, storedHeight;
     };
     const Case cases[] = {
-        {39, 39, 2, 2, 41, 41},    // 41 is exempt: both sides stay odd
-        {39, 39, 0, 0, 40, 40},
-        {100, 101, 0, 0, 100, 102},
-        {37, 37, 0, 0, 37, 37},
-        {55, 55, 0, 0, 55, 55},
-        {54, 55, 1, 0, 55, 55},    // the exemption looks at the stored width, padding included
-        {36, 37, 0, 0, 36, 38},    // a height of 37 is not exempt; only the width decides
-        {37, 36, 0, 1, 37, 37},
-        {99, 99, 0, 0, 100, 100},
-        {200, 191, 0, 0, 200, 192},
+        {39, 39, 2, 2, 41, 41}, // 41 is exempt: both sides stay odd
+        {39, 39, 0, 0, 40, 40},   {100, 101, 0, 0, 100, 102}, {37, 37, 0, 0, 37, 37}, {55, 55, 0, 0, 55, 55},
+        {54, 55, 1, 0, 55, 55},   // the exemption looks at the stored width, padding included
+        {36, 37, 0, 0, 36, 38},   // a height of 37 is not exempt; only the width decides
+        {37, 36, 0, 1, 37, 37},   {99, 99, 0, 0, 100, 100},   {200, 191, 0, 0, 200, 192},
         {10, 10, -13, -15, -3, -5}, // negative sides are not rounded (and never decode)
         {0, 0, 0, 0, 0, 0},
     };
@@ -104,52 +72,38 @@ TEST(ArtworkImages, StoredSizeRoundsOddSidesUpExceptForThreeWidths)
             << c.width << " x " << c.height << " padded " << c.horizontalPadding << ", " << c.verticalPadding;
 }
 
-// The same rule end to end: the pixels are written at the stored size the test names (not
-// computed by the writer), and the picture comes out at that size.
-TEST(ArtworkImages, ThumbnailsDecodeAtTheirStoredSize)
+// End to end, with the pixels written at the size the test names (not computed by the writer).
+TEST(ArtworkImages, ThumbnailsDecodeAtTheirStoredSizeShowingTheStoredPicture)
 {
     struct Case {
         std::uint16_t width, height;
         std::int16_t horizontalPadding, verticalPadding;
         std::uint32_t storedWidth, storedHeight;
     };
-    const Case cases[] = {{39, 39, 2, 2, 41, 41}, {39, 39, 0, 0, 40, 40}, {100, 101, 0, 0, 100, 102},
-                          {55, 53, 0, 0, 55, 53}};
+    const Case cases[] = {{100, 100, 0, 0, 100, 100}, {39, 39, 2, 2, 41, 41}, {39, 39, 0, 0, 40, 40},
+                          {100, 101, 0, 0, 100, 102}, {55, 53, 0, 0, 55, 53}};
     TempDir dir;
     ArtworkImageSpec item{.imageID = 100};
     for (const auto& c : cases)
         item.thumbnails.push_back({.width = c.width, .height = c.height, .horizontalPadding = c.horizontalPadding,
                                    .verticalPadding = c.verticalPadding, .storedWidth = c.storedWidth,
                                    .storedHeight = c.storedHeight});
-    test::writeVolume(dir.path(), VolumeSpec{.database = test::DatabaseSpec{.tracks = {{.trackID = 1, .artworkLink = 100}}},
-                                             .artwork = ArtworkDBSpec{.images = {item}}});
-    auto library = ZQCoreiPod::initWithiPodReference(ZQCoreiPodRef::initWithPath(dir.path()));
+    auto library = loadVolume(dir.path(), {.database = DatabaseSpec{.tracks = {{.trackID = 1, .artworkLink = 100}}},
+                                           .artwork = ArtworkDBSpec{.images = {item}}});
     const auto art = library->allTracks()[0]->albumArt();
     ASSERT_EQ(art->artReps().size(), std::size(cases));
     for (std::size_t i = 0; i < std::size(cases); ++i) {
         auto image = art->artReps()[i]->image();
         ASSERT_TRUE(image) << "case " << i;
-        EXPECT_EQ(image->width(), cases[i].storedWidth) << "case " << i;
-        EXPECT_EQ(image->height(), cases[i].storedHeight) << "case " << i;
+        EXPECT_EQ(std::pair(image->width(), image->height()), std::pair(cases[i].storedWidth, cases[i].storedHeight));
     }
-}
-
-TEST(ArtworkImages, DecodedPixelsShowTheStoredPicture)
-{
-    TempDir dir;
-    ArtworkImageSpec item{.imageID = 100, .thumbnails = {{.width = 100, .height = 100}}};
-    test::writeVolume(dir.path(), VolumeSpec{.database = test::DatabaseSpec{.tracks = {{.trackID = 1, .artworkLink = 100}}},
-                                             .artwork = ArtworkDBSpec{.images = {item}}});
-    auto library = ZQCoreiPod::initWithiPodReference(ZQCoreiPodRef::initWithPath(dir.path()));
-    auto image = library->allTracks()[0]->albumArt()->image();
-    ASSERT_TRUE(image);
+    auto image = art->artReps()[0]->image();
     using P = Image::Pixel;
     EXPECT_EQ(image->pixelAt(10, 10), (P{255, 255, 0, 0}));     // red quadrant
     EXPECT_EQ(image->pixelAt(90, 10), (P{255, 0, 255, 0}));     // green
     EXPECT_EQ(image->pixelAt(10, 90), (P{255, 0, 0, 255}));     // blue
     EXPECT_EQ(image->pixelAt(90, 90), (P{255, 255, 255, 255})); // white
     EXPECT_EQ(image->pixelAt(50, 20), (P{255, 0, 0, 0}));       // the cross
-    EXPECT_EQ(image->pixelAt(0, 0), test::testPicture(0, 0, 100, 100));
 }
 
 TEST(ArtworkImages, SessionLibrariesReadTheSameBytesAsOneFiveFiveFive)
@@ -157,33 +111,25 @@ TEST(ArtworkImages, SessionLibrariesReadTheSameBytesAsOneFiveFiveFive)
     TempDir dir;
     const std::string file = dir.file("F1.ithmb");
     writeBytes(file, words(4, 0x7C00)); // 0 11111 00000 00000
-    const RepFields fields{.length = 8, .height = 2, .width = 2};
-
-    auto disk = std::make_shared<DiskLibrary>();
-    auto session = std::make_shared<SessionLibrary>();
-    auto fromDisk = rep(fields, file, disk)->image();
-    auto fromSession = rep(fields, file, session)->image();
-    ASSERT_TRUE(fromDisk);
-    ASSERT_TRUE(fromSession);
-    // 5-6-5: red 01111, green 100000, blue 0, opaque.
-    EXPECT_EQ(fromDisk->pixelAt(1, 1), (Image::Pixel{255, 123, 130, 0}));
-    // 1-5-5-5: no alpha bit, red 11111.
-    EXPECT_EQ(fromSession->pixelAt(1, 1), (Image::Pixel{0, 255, 0, 0}));
+    auto fromDisk = rep(2, 2, 8, file, std::make_shared<DetachedLibrary>())->image();
+    auto fromSession = rep(2, 2, 8, file, std::make_shared<SessionLibrary>())->image();
+    ASSERT_TRUE(fromDisk && fromSession);
+    EXPECT_EQ(fromDisk->pixelAt(1, 1), (Image::Pixel{255, 123, 130, 0})); // 5-6-5, opaque
+    EXPECT_EQ(fromSession->pixelAt(1, 1), (Image::Pixel{0, 255, 0, 0}));  // 1-5-5-5, alpha bit clear
 }
 
 TEST(ArtworkImages, FailedReadsAnswerNoImageAndAreTriedAgain)
 {
     TempDir dir;
     const std::string file = dir.file("F1028_1.ithmb");
-    auto library = std::make_shared<DiskLibrary>();
-    auto r = rep({.offset = 6, .length = 4 * 4 * 2, .height = 4, .width = 4}, file, library);
-
+    auto library = std::make_shared<DetachedLibrary>();
+    auto r = rep(4, 4, 4 * 4 * 2, file, library, 6);
     EXPECT_EQ(r->image(), nullptr) << "no file";
     EXPECT_EQ(r->image(), nullptr) << "still no file";
 
     std::vector<std::uint8_t> bytes(6, 0xAA);
     auto pixels = words(16, 0xFFFF);
-    bytes.insert(bytes.end(), pixels.begin(), pixels.end() - 1); // one byte short
+    bytes.insert(bytes.end(), pixels.begin(), pixels.end() - 1);
     writeBytes(file, bytes);
     EXPECT_EQ(r->image(), nullptr) << "one byte short of 4 x 4 x 2";
 
@@ -192,8 +138,7 @@ TEST(ArtworkImages, FailedReadsAnswerNoImageAndAreTriedAgain)
     auto image = r->image();
     ASSERT_TRUE(image) << "the next call reads again";
     EXPECT_EQ(image->pixelAt(3, 3), (Image::Pixel{255, 255, 255, 255}));
-
-    fs::remove(file);
+    std::filesystem::remove(file);
     EXPECT_EQ(r->image(), image) << "a decoded picture is kept";
 }
 
@@ -201,38 +146,26 @@ TEST(ArtworkImages, ByteCountsMustMatchTheStoredSizeExactly)
 {
     TempDir dir;
     const std::string file = dir.file("F.ithmb");
-    auto library = std::make_shared<DiskLibrary>();
+    auto library = std::make_shared<DetachedLibrary>();
     struct Case {
         const char* what;
         std::size_t fileBytes;
         std::uint32_t recordLength;
         bool decodes;
     };
-    const Case cases[] = {
-        {"exact", 32, 32, true},
-        {"record one short", 32, 31, false},
-        {"record one long, file holds more", 40, 33, false},
-        {"record longer, file ends with the picture", 32, 4000, true},
-        {"record huge, file holds more", 64, 0xFFFFFFFF, false},
-    };
-    for (const auto& c : cases) {
+    for (const Case& c : {Case{"exact", 32, 32, true}, Case{"record one short", 32, 31, false},
+                          Case{"record one long, file holds more", 40, 33, false},
+                          Case{"record longer, file ends with the picture", 32, 4000, true},
+                          Case{"record huge, file holds more", 64, 0xFFFFFFFF, false}}) {
         writeBytes(file, std::vector<std::uint8_t>(c.fileBytes, 0x11));
-        auto image = rep({.length = c.recordLength, .height = 4, .width = 4}, file, library)->image();
-        EXPECT_EQ(image != nullptr, c.decodes) << c.what;
+        EXPECT_EQ(rep(4, 4, c.recordLength, file, library)->image() != nullptr, c.decodes) << c.what;
     }
-}
-
-TEST(ArtworkImages, NoLibraryOrNoPathMeansNoImage)
-{
-    TempDir dir;
-    const std::string file = dir.file("F.ithmb");
+    // No path, or a library object gone (artwork does not own it): no image.
     writeBytes(file, words(4, 0x1234));
-    auto library = std::make_shared<DiskLibrary>();
-    auto orphan = rep({.length = 8, .height = 2, .width = 2}, file, library);
-    auto nameless = rep({.length = 8, .height = 2, .width = 2}, std::nullopt, library);
-    EXPECT_EQ(nameless->image(), nullptr);
+    EXPECT_EQ(rep(2, 2, 8, std::nullopt, library)->image(), nullptr);
+    auto orphan = rep(2, 2, 8, file, library);
     library.reset();
-    EXPECT_EQ(orphan->image(), nullptr) << "the library object is not owned by its artwork";
+    EXPECT_EQ(orphan->image(), nullptr);
 }
 
 TEST(ArtworkImages, SharedStandInShowsTheNoImagePicture)
@@ -241,20 +174,134 @@ TEST(ArtworkImages, SharedStandInShowsTheNoImagePicture)
     ASSERT_TRUE(standIn);
     EXPECT_EQ(AlbumArt::noAlbumArtInstance(), standIn);
     EXPECT_TRUE(standIn->artReps().empty());
-    EXPECT_EQ(standIn->artworkID(), 0u);
-    EXPECT_EQ(standIn->trackID(), 0u);
     auto picture = standIn->image();
-    ASSERT_TRUE(picture);
     auto resource = Resources::imageForResource("NoImage", "png");
-    ASSERT_TRUE(resource);
-    EXPECT_EQ(picture->width(), resource->width());
-    EXPECT_EQ(picture->height(), resource->height());
+    ASSERT_TRUE(picture && resource);
     EXPECT_EQ(std::vector<std::uint8_t>(picture->bytes(), picture->bytes() + picture->byteCount()),
               std::vector<std::uint8_t>(resource->bytes(), resource->bytes() + resource->byteCount()));
-
+    EXPECT_EQ(picture->width(), resource->width());
     EXPECT_EQ(AlbumArt::initWithReps({}, 5, 6)->image(), nullptr) << "only the stand-in has a fixed picture";
     auto own = std::make_shared<const Image>(3, 3);
     EXPECT_EQ(AlbumArt::initWithImage(own)->image(), own);
+}
+
+// ---- pixel conversion -----------------------------------------------------------------------
+
+std::vector<std::uint8_t> allWords()
+{
+    std::vector<std::uint8_t> bytes(65536 * 2);
+    for (std::uint32_t w = 0; w < 65536; ++w) {
+        bytes[2 * w] = static_cast<std::uint8_t>(w);
+        bytes[2 * w + 1] = static_cast<std::uint8_t>(w >> 8);
+    }
+    return bytes;
+}
+
+// What every widened channel must satisfy, whatever the arithmetic: its top n bits are the
+// stored value (so narrowing gives the value back), 0 stays 0 and the maximum becomes 255, and
+// it is within one step of the exact scaling value × 255 / maximum.
+void expectWidened(unsigned value, unsigned bits, std::uint8_t widened, std::uint32_t word, const char* channel)
+{
+    const unsigned maximum = (1u << bits) - 1;
+    EXPECT_EQ(widened >> (8 - bits), value) << channel << " of word " << word;
+    const double exact = value * 255.0 / maximum;
+    EXPECT_LE(std::abs(widened - exact), 1.0) << channel << " of word " << word;
+    EXPECT_TRUE((value != 0 || widened == 0) && (value != maximum || widened == 255)) << channel << " of " << word;
+}
+
+TEST(ArtworkPixels, EveryWordOfBothLayoutsWidensAsDocumented)
+{
+    const auto words = allWords();
+    std::vector<std::uint8_t> rgb(65536 * 4), argb(65536 * 4);
+    convertRGB565ToARGB8888(words.data(), 65536, rgb.data(), 0xA5);
+    convertARGB1555ToARGB8888(words.data(), 65536, argb.data());
+    for (std::uint32_t w = 0; w < 65536; ++w) {
+        const std::uint8_t* p = &rgb[4 * w]; // alpha, red, green, blue
+        ASSERT_EQ(p[0], 0xA5) << "alpha of word " << w;
+        expectWidened(w >> 11, 5, p[1], w, "red");
+        expectWidened((w >> 5) & 0x3F, 6, p[2], w, "green");
+        expectWidened(w & 0x1F, 5, p[3], w, "blue");
+        p = &argb[4 * w];
+        ASSERT_EQ(p[0], (w & 0x8000) ? 0xFF : 0x00) << "alpha of word " << w;
+        expectWidened((w >> 10) & 0x1F, 5, p[1], w, "1555 red");
+        expectWidened((w >> 5) & 0x1F, 5, p[2], w, "1555 green");
+        expectWidened(w & 0x1F, 5, p[3], w, "1555 blue");
+        if (::testing::Test::HasFailure())
+            return;
+    }
+}
+
+// Every vector path this processor has must give exactly the plain loop's bytes: for every
+// possible word, and for runs of any length from any byte (the vector loops take 8, 16 or 32
+// pixels per step and leave the rest to the plain loop).
+TEST(ArtworkPixels, EveryKernelMatchesThePlainLoop)
+{
+    using namespace pixelkernels;
+    const auto words = allWords();
+    std::vector<std::uint8_t> expected565(65536 * 4), expected1555(65536 * 4);
+    convertRGB565(Kernel::Portable, words.data(), 65536, expected565.data(), 0x7F);
+    convertARGB1555(Kernel::Portable, words.data(), 65536, expected1555.data());
+
+    std::vector<std::uint8_t> source(2 * 80 + 1);
+    std::uint32_t state = 12345;
+    for (auto& byte : source) {
+        state = state * 1103515245u + 12345u;
+        byte = static_cast<std::uint8_t>(state >> 16);
+    }
+
+    ASSERT_EQ(supported().front(), Kernel::Portable);
+    for (Kernel kernel : supported()) {
+        SCOPED_TRACE(name(kernel));
+        std::vector<std::uint8_t> out(65536 * 4);
+        convertRGB565(kernel, words.data(), 65536, out.data(), 0x7F);
+        EXPECT_EQ(out, expected565);
+        convertARGB1555(kernel, words.data(), 65536, out.data());
+        EXPECT_EQ(out, expected1555);
+
+        for (std::size_t offset = 0; offset < 2; ++offset) {
+            for (std::size_t count = 0; count <= 80; ++count) {
+                const std::uint8_t* in = source.data() + offset;
+                // One guard byte either side: nothing may be written outside the run.
+                std::vector<std::uint8_t> run(4 * count + 2, 0xEE), plain(4 * count + 2, 0xEE);
+                convertRGB565(kernel, in, count, run.data() + 1, 0x7F);
+                convertRGB565(Kernel::Portable, in, count, plain.data() + 1, 0x7F);
+                ASSERT_EQ(run, plain) << "5-6-5, offset " << offset << ", count " << count;
+                convertARGB1555(kernel, in, count, run.data() + 1);
+                convertARGB1555(Kernel::Portable, in, count, plain.data() + 1);
+                ASSERT_EQ(run, plain) << "1-5-5-5, offset " << offset << ", count " << count;
+            }
+        }
+    }
+}
+
+TEST(ArtworkPixels, ImageMakerRefusesWrongCountsAndImpossibleSizes)
+{
+    const std::vector<std::uint8_t> sixPixels(12, 0xFF);
+    struct Case {
+        std::size_t bytes;
+        std::int32_t width, height;
+        bool accepted;
+    };
+    const Case cases[] = {
+        {12, 3, 2, true},
+        {12, 2, 3, true},
+        {11, 3, 2, false},  // one byte short
+        {12, 4, 2, false},  // one pixel more than the bytes hold
+        {12, 6, 0, false},
+        {12, -3, -2, false},  // a negative product of the right size is still no image
+        {0, 0, 0, false},
+    };
+    for (const auto& c : cases) {
+        auto image = imageWith16BitPixels(std::span(sixPixels.data(), c.bytes), c.width, c.height, PixelLayout::RGB565);
+        EXPECT_EQ(image != nullptr, c.accepted) << c.bytes << " bytes as " << c.width << " x " << c.height;
+        if (image) {
+            EXPECT_EQ(image->width(), static_cast<std::uint32_t>(c.width));
+            EXPECT_EQ(image->height(), static_cast<std::uint32_t>(c.height));
+        }
+    }
+    // A side beyond what Image allows is refused, not thrown, even when the count matches.
+    const std::vector<std::uint8_t> tall(2 * (Image::kMaxDimension + 1), 0);
+    EXPECT_EQ(imageWith16BitPixels(tall, 1, Image::kMaxDimension + 1, PixelLayout::RGB565), nullptr);
 }
 
 } // namespace

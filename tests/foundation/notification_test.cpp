@@ -41,21 +41,18 @@ TEST(FoundationObservable, ObserversOfAKeySeeWillThenDidInRegistrationOrder)
     subject.removeObserver(first); // twice is harmless
     subject.didChangeValueForKey("tracks");
     EXPECT_EQ(seen, std::vector<std::string>{"2 did tracks"});
-}
 
-TEST(FoundationObservable, ChangeThatThrowsIsStillClosedWithDidChange)
-{
-    Subject subject;
-    std::vector<Phase> phases;
-    subject.addObserver("playlists", [&](const std::string&, Phase phase) { phases.push_back(phase); });
+    // A change that throws is still closed with its did-change notice.
+    seen.clear();
     EXPECT_THROW(
         {
-            zq::ChangeScope change(subject, "playlists");
+            zq::ChangeScope change(subject, "tracks");
             throw std::runtime_error("mutation failed");
         },
         std::runtime_error);
-    EXPECT_EQ(phases, (std::vector<Phase>{Phase::WillChange, Phase::DidChange}));
+    EXPECT_EQ(seen, (std::vector<std::string>{"2 will tracks", "2 did tracks"}));
 }
+
 
 TEST(FoundationObservable, CallbacksMayAddAndRemoveObserversWhileBeingCalled)
 {
@@ -79,7 +76,6 @@ TEST(FoundationObservable, CallbacksMayAddAndRemoveObserversWhileBeingCalled)
 TEST(FoundationNotificationCenter, PostReachesObserversOfTheNameWithTheObject)
 {
     auto& center = zq::NotificationCenter::defaultCenter();
-    EXPECT_EQ(&center, &zq::NotificationCenter::defaultCenter());
 
     std::vector<std::string> seen;
     auto a = center.addObserver("FoundationTestNotice", [&](const std::string& name, const std::any& object) {

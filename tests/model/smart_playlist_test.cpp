@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -69,64 +70,45 @@ TEST(ModelSmartPlaylist, SortPhrasesNameTheLeastEndOnlyWhenReversed)
     }
 }
 
-TEST(ModelSmartPlaylist, WithNothingEnabledPrintsOnlyItsFirstLine)
-{
-    auto playlist = smart("Quiet", {{"limitValue", 10}, {"limitType", 3}, {"operatorOr", true}});
-    EXPECT_EQ(playlist->description(), "Smart Playlist name: Quiet, ID: 7, 0 tracks. \n");
-    EXPECT_FALSE(playlist->rulesEnabled());
-    EXPECT_FALSE(playlist->limitsEnabled());
-    EXPECT_TRUE(playlist->isOr());
-    EXPECT_EQ(playlist->limit(), 10);
-}
-
-TEST(ModelSmartPlaylist, FullDescriptionInOrder)
+TEST(ModelSmartPlaylist, DescriptionsWordForWord)
 {
     Value::Array rules{
         Value::Dictionary{{"fieldType", 4}, {"actionType", 0x01000002}, {"ruleValue", "Pines"}},
         Value::Dictionary{{"fieldType", 7}, {"actionType", 0x100}, {"fromValue", 2010}, {"toValue", 2016}},
     };
-    Value::Dictionary options{{"enableRules", true}, {"operatorOr", true},    {"enableLimits", true},
-                              {"limitType", 3},      {"limitSort", 20},       {"limitValue", 25},
-                              {"matchChecked", true}, {"liveUpdating", true}, {"rules", rules}};
-    auto playlist = smart("Favourites", options, 1);
-    playlist->addTrack(iPodTrack::initWithParent(nullptr));
-    EXPECT_EQ(playlist->description(), "Smart Master playlist name: Favourites, ID: 7, 1 tracks. \n"
-                                       "Match any of these rules: (\n"
-                                       "    Artist contains Pines,\n"
-                                       "    Year is in the range 2010 and 2016\n"
-                                       ") \n"
-                                       "Limit to 25 songs, sorted by most often played. \n"
-                                       "Match only checked items.\n"
-                                       "Live updating.\n");
-    ASSERT_EQ(playlist->rules().size(), 2u);
-    EXPECT_EQ(playlist->limitSortType(), 20);
-    EXPECT_TRUE(playlist->onlyMatchCheckedTracks());
-    EXPECT_TRUE(playlist->liveUpdating());
-}
-
-TEST(ModelSmartPlaylist, AllRulesWithoutRulesPrintsAnEmptyList)
-{
-    auto playlist = smart("Empty", {{"enableRules", true}});
-    EXPECT_EQ(playlist->description(), "Smart Playlist name: Empty, ID: 7, 0 tracks. \n"
-                                       "Match all of these rules: (\n) \n");
-}
-
-TEST(ModelSmartPlaylist, LimitLineWithUnknownUnitKeepsTheBlankBeforeTheEmptyWord)
-{
-    // "Limit to <n> <unit>, sorted by <sort>." with an empty unit word: the blank that
-    // precedes the word stays, so the number is followed by a blank and then the comma.
-    auto playlist = smart("Odd", limitOptions(0, 2, false, 25));
-    EXPECT_EQ(playlist->limitString(), "");
-    EXPECT_EQ(playlist->description(), "Smart Playlist name: Odd, ID: 7, 0 tracks. \n"
-                                       "Limit to 25 , sorted by random. \n");
-}
-
-TEST(ModelSmartPlaylist, LimitLineNamesTheLeastEndOnlyWhenReversed)
-{
-    EXPECT_EQ(smart("R", limitOptions(1, 16, true, 90))->description(),
-              "Smart Playlist name: R, ID: 7, 0 tracks. \nLimit to 90 minutes, sorted by least recently added. \n");
-    EXPECT_EQ(smart("R", limitOptions(5, 16, false, 2))->description(),
-              "Smart Playlist name: R, ID: 7, 0 tracks. \nLimit to 2 gigabytes, sorted by most recently added. \n");
+    auto full = smart("Favourites",
+                      {{"enableRules", true}, {"operatorOr", true}, {"enableLimits", true}, {"limitType", 3},
+                       {"limitSort", 20}, {"limitValue", 25}, {"matchChecked", true}, {"liveUpdating", true},
+                       {"rules", rules}},
+                      1);
+    full->addTrack(iPodTrack::initWithParent(nullptr));
+    const std::vector<std::pair<std::shared_ptr<SmartPlaylist>, std::string>> cases = {
+        {full, "Smart Master playlist name: Favourites, ID: 7, 1 tracks. \n"
+               "Match any of these rules: (\n"
+               "    Artist contains Pines,\n"
+               "    Year is in the range 2010 and 2016\n"
+               ") \n"
+               "Limit to 25 songs, sorted by most often played. \n"
+               "Match only checked items.\n"
+               "Live updating.\n"},
+        // With nothing enabled only the first line is printed.
+        {smart("Quiet", {{"limitValue", 10}, {"limitType", 3}, {"operatorOr", true}}),
+         "Smart Playlist name: Quiet, ID: 7, 0 tracks. \n"},
+        {smart("Empty", {{"enableRules", true}}), "Smart Playlist name: Empty, ID: 7, 0 tracks. \n"
+                                                  "Match all of these rules: (\n) \n"},
+        // An unknown unit leaves the blank before its empty word.
+        {smart("Odd", limitOptions(0, 2, false, 25)), "Smart Playlist name: Odd, ID: 7, 0 tracks. \n"
+                                                      "Limit to 25 , sorted by random. \n"},
+        {smart("R", limitOptions(1, 16, true, 90)),
+         "Smart Playlist name: R, ID: 7, 0 tracks. \nLimit to 90 minutes, sorted by least recently added. \n"},
+        {smart("R", limitOptions(5, 16, false, 2)),
+         "Smart Playlist name: R, ID: 7, 0 tracks. \nLimit to 2 gigabytes, sorted by most recently added. \n"},
+    };
+    for (const auto& [playlist, description] : cases)
+        EXPECT_EQ(playlist->description(), description);
+    EXPECT_EQ(std::tuple(full->rules().size(), full->limitSortType(), full->onlyMatchCheckedTracks(),
+                         full->liveUpdating(), full->isOr(), full->limit()),
+              std::tuple(std::size_t{2}, 20, true, true, true, 25));
 }
 
 // ---- rules ----------------------------------------------------------------------------------
@@ -165,78 +147,43 @@ TEST(ModelSmartRule, FieldNames)
 
 TEST(ModelSmartRule, DescriptionForms)
 {
-    EXPECT_EQ(rule(8, 0x01000004, {{"ruleValue", "Jazz"}})->description(), "Genre starts with Jazz");
-    EXPECT_EQ(numericRule(25, 0x10, 60, 60)->description(), "Rating is greater than 60");
-    EXPECT_EQ(numericRule(22, 0x100, 1, 5)->description(), "Play count is in the range 1 and 5");
-    // All 64 bits take part in the comparison and the printing.
-    EXPECT_EQ(numericRule(12, 0x40, 0xFFFFFFFFFFFFFFFFULL, 0x7FFFFFFFFFFFFFFFULL)->description(),
-              "Size is less than 18446744073709551615 and 9223372036854775807");
-    EXPECT_EQ(numericRule(12, 0x40, 0x100000005ULL, 5)->description(), "Size is less than 4294967301 and 5");
-}
-
-TEST(ModelSmartRule, FieldTwoHasNoNameSoItsTextBeginsWithABlank)
-{
-    auto r = rule(2, 0x01000002, {{"ruleValue", "Live"}});
-    EXPECT_TRUE(r->isStringRule());
-    EXPECT_EQ(r->description(), " contains Live");
-}
-
-TEST(ModelSmartRule, UnknownActionLeavesTwoBlanks)
-{
-    EXPECT_EQ(numericRule(7, 0x12345, 1999, 1999)->description(), "Year  1999");
-    EXPECT_EQ(rule(4, 0x7, {{"ruleValue", "X"}})->description(), "Artist  X");
-}
-
-TEST(ModelSmartRule, StringRuleWithoutValuePrintsNull)
-{
-    auto r = rule(4, 0x01000001);
-    EXPECT_EQ(r->ruleValue(), std::nullopt);
-    EXPECT_EQ(r->description(), "Artist is (null)");
-    EXPECT_EQ(rule(4, 0x01000001, {{"ruleValue", ""}})->description(), "Artist is ");
+    const std::vector<std::pair<std::shared_ptr<SmartPlaylistRule>, const char*>> cases = {
+        {rule(8, 0x01000004, {{"ruleValue", "Jazz"}}), "Genre starts with Jazz"},
+        {numericRule(25, 0x10, 60, 60), "Rating is greater than 60"},
+        {numericRule(22, 0x100, 1, 5), "Play count is in the range 1 and 5"},
+        // All 64 bits take part in the comparison and the printing.
+        {numericRule(12, 0x40, 0xFFFFFFFFFFFFFFFFULL, 0x7FFFFFFFFFFFFFFFULL),
+         "Size is less than 18446744073709551615 and 9223372036854775807"},
+        {numericRule(12, 0x40, 0x100000005ULL, 5), "Size is less than 4294967301 and 5"},
+        {rule(2, 0x01000002, {{"ruleValue", "Live"}}), " contains Live"}, // field 2 has no name
+        {numericRule(7, 0x12345, 1999, 1999), "Year  1999"},             // unknown action: two blanks
+        {rule(4, 0x7, {{"ruleValue", "X"}}), "Artist  X"},
+        {rule(4, 0x01000001), "Artist is (null)"},
+        {rule(4, 0x01000001, {{"ruleValue", ""}}), "Artist is "},
+        // Date rules print their raw operands; units and dates are not part of the text.
+        {rule(69, 0x200, {{"fromValue", 3}, {"toValue", 9}, {"fromUnits", 86400}}), "Last skipped is in the last 3 and 9"},
+        {rule(1, 0x1, {{"ruleValue", "text"}, {"fromValue", 3}}), " is 0"},
+    };
+    for (const auto& [r, description] : cases)
+        EXPECT_EQ(r->description(), description);
 }
 
 TEST(ModelSmartRule, FieldKindDecidesWhichOptionsAreRead)
 {
-    const Value::Dictionary everything{{"ruleValue", "text"}, {"fromValue", 3}, {"toValue", 9},
-                                       {"fromUnits", 86400}, {"toUnits", 1},   {"fromDate", -14},
-                                       {"toDate", -1}};
-
-    auto text = rule(71, 0x01000001, everything);
-    EXPECT_TRUE(text->isStringRule());
-    EXPECT_FALSE(text->numericRuleIsDateStamp());
-    EXPECT_EQ(text->ruleValue(), "text");
-    EXPECT_EQ(text->fromValue(), 0u);
-    EXPECT_EQ(text->toValue(), 0u);
-
-    auto number = rule(68, 0x10, everything);
-    EXPECT_FALSE(number->isStringRule());
-    EXPECT_FALSE(number->numericRuleIsDateStamp());
-    EXPECT_EQ(number->ruleValue(), std::nullopt);
-    EXPECT_EQ(number->fromValue(), 3u);
-    EXPECT_EQ(number->toValue(), 9u);
-    EXPECT_EQ(number->fromUnit(), 0u);
-    EXPECT_EQ(number->fromDate(), 0);
-
-    auto date = rule(69, 0x200, everything);
-    EXPECT_FALSE(date->isStringRule());
-    EXPECT_TRUE(date->numericRuleIsDateStamp());
-    EXPECT_EQ(date->fromValue(), 3u);
-    EXPECT_EQ(date->toValue(), 9u);
-    EXPECT_EQ(date->fromUnit(), 86400u);
-    EXPECT_EQ(date->toUnit(), 1u);
-    EXPECT_EQ(date->fromDate(), -14);
-    EXPECT_EQ(date->toDate(), -1);
-    // Date rules print their raw operands; units and dates are not part of the text.
-    EXPECT_EQ(date->description(), "Last skipped is in the last 3 and 9");
-
-    auto other = rule(1, 0x1, everything);
-    EXPECT_FALSE(other->isStringRule());
-    EXPECT_FALSE(other->numericRuleIsDateStamp());
-    EXPECT_EQ(other->ruleValue(), std::nullopt);
-    EXPECT_EQ(other->fromValue(), 0u);
-    EXPECT_EQ(other->field(), 1);
-    EXPECT_EQ(other->action(), 1);
-    EXPECT_EQ(other->description(), " is 0");
+    const Value::Dictionary everything{{"ruleValue", "text"}, {"fromValue", 3},  {"toValue", 9}, {"fromUnits", 86400},
+                                       {"toUnits", 1},        {"fromDate", -14}, {"toDate", -1}};
+    auto fields = [&](std::int64_t field, std::int64_t action) {
+        auto r = rule(field, action, everything);
+        std::ostringstream out;
+        out << r->isStringRule() << r->numericRuleIsDateStamp() << ' ' << r->ruleValue().value_or("-") << ' '
+            << r->fromValue() << ' ' << r->toValue() << ' ' << r->fromUnit() << ' ' << r->toUnit() << ' '
+            << r->fromDate() << ' ' << r->toDate() << ' ' << r->field() << ' ' << r->action();
+        return out.str();
+    };
+    EXPECT_EQ(fields(71, 0x01000001), "10 text 0 0 0 0 0 0 71 16777217");
+    EXPECT_EQ(fields(68, 0x10), "00 - 3 9 0 0 0 0 68 16");
+    EXPECT_EQ(fields(69, 0x200), "01 - 3 9 86400 1 -14 -1 69 512");
+    EXPECT_EQ(fields(1, 0x1), "00 - 0 0 0 0 0 0 1 1");
 }
 
 } // namespace

@@ -1,14 +1,10 @@
 // The byte reader every database walk goes through: its cursor rules (the clamp one short of
 // the end, end-of-data on the last byte), bounds, byte order and the read allowance.
 
-#include "ZQCore/foundation/Exception.h"
 #include "ZQCore/reader/XRDataReader.h"
+#include "tests/support/TestLibrary.h"
 
 #include <gtest/gtest.h>
-
-#include <cstdint>
-#include <functional>
-#include <vector>
 
 namespace {
 
@@ -20,37 +16,21 @@ std::shared_ptr<XRDataReader> readerOver(std::vector<std::uint8_t> bytes, bool l
     return XRDataReader::dataReaderWithData(zq::Data(std::move(bytes)), littleEndian);
 }
 
-std::vector<std::uint8_t> tenBytes() { return {0, 1, 2, 3, 4, 5, 6, 7, 8, 9}; }
+const std::vector<std::uint8_t> kTen = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
 
-// Runs `read` and checks that it fails as a read past the end does, leaving the cursor alone.
+// A read past the end fails by name and message and leaves the cursor alone.
 void expectInvalidRead(XRDataReader& reader, const std::function<void()>& read)
 {
     const std::uint32_t before = reader.position();
-    try {
-        read();
-        ADD_FAILURE() << "the read was not refused";
-    } catch (const zq::Exception& e) {
-        EXPECT_EQ(e.name(), "XRDataReaderInvalidRead");
-        EXPECT_EQ(e.reason(), "Length requested is greater than the remaining data.");
-    }
+    zq::test::expectThrown(read, "XRDataReaderInvalidRead", "Length requested is greater than the remaining data.");
     EXPECT_EQ(reader.position(), before);
 }
 
-TEST(ReaderDataReader, NoBufferIsRefusedByName)
+TEST(ReaderDataReader, NoBufferOrAnEmptyOne)
 {
-    try {
-        XRDataReader::dataReaderWithData(std::nullopt, true);
-        FAIL() << "a reader was made without a buffer";
-    } catch (const zq::Exception& e) {
-        EXPECT_EQ(e.name(), "XRDataReaderDataIsNilException");
-        EXPECT_EQ(e.reason(), "Exception: Could not init XRDataReader - data is nil.");
-    }
-}
-
-TEST(ReaderDataReader, EmptyBuffer)
-{
+    zq::test::expectThrown([] { XRDataReader::dataReaderWithData(std::nullopt, true); },
+                           "XRDataReaderDataIsNilException", "Exception: Could not init XRDataReader - data is nil.");
     auto reader = readerOver({});
-    EXPECT_EQ(reader->length(), 0);
     EXPECT_FALSE(reader->eof()); // length - 1 wraps in 32 bits
     EXPECT_TRUE(reader->readRawBytes(0).empty());
     expectInvalidRead(*reader, [&] { reader->readRawBytes(1); });
@@ -61,16 +41,11 @@ TEST(ReaderDataReader, EmptyBuffer)
 
 TEST(ReaderDataReader, PositionClampsOneShortOfTheEnd)
 {
-    auto reader = readerOver(tenBytes());
-    struct Case {
-        std::uint32_t requested, position;
-        bool eof;
-    };
-    for (Case c : {Case{0, 0, false}, Case{8, 8, false}, Case{9, 9, true}, Case{10, 9, true}, Case{1000, 9, true},
-                   Case{UINT32_MAX, 9, true}}) {
-        reader->setPosition(c.requested);
-        EXPECT_EQ(reader->position(), c.position) << c.requested;
-        EXPECT_EQ(reader->eof(), c.eof) << c.requested;
+    auto reader = readerOver(kTen);
+    for (auto [requested, position, eof] : {std::tuple{0u, 0u, false}, {8u, 8u, false}, {9u, 9u, true},
+                                            {10u, 9u, true}, {UINT32_MAX, 9u, true}}) {
+        reader->setPosition(requested);
+        EXPECT_EQ(std::pair(reader->position(), reader->eof()), std::pair(position, eof)) << requested;
     }
     reader->setPosition(2);
     reader->stepForwards(3);
@@ -84,14 +59,12 @@ TEST(ReaderDataReader, PositionClampsOneShortOfTheEnd)
 
 TEST(ReaderDataReader, ReadsMayReachTheEndButNotBeyond)
 {
-    auto reader = readerOver(tenBytes());
+    auto reader = readerOver(kTen);
     expectInvalidRead(*reader, [&] { reader->readRawBytes(11); });
     auto all = reader->readRawBytes(10);
-    EXPECT_EQ(std::vector<std::uint8_t>(all.begin(), all.end()), tenBytes());
-    EXPECT_EQ(reader->position(), 10u);
+    EXPECT_EQ(std::vector<std::uint8_t>(all.begin(), all.end()), kTen);
     EXPECT_TRUE(reader->readRawBytes(0).empty());
     expectInvalidRead(*reader, [&] { reader->readUChar(); });
-
     reader->setPosition(7);
     expectInvalidRead(*reader, [&] { reader->readUInt32(); });
     expectInvalidRead(*reader, [&] { reader->readUInt64(); });
@@ -109,16 +82,12 @@ TEST(ReaderDataReader, SwallowingReadsGiveNothingOrEmptyText)
     EXPECT_EQ(reader->readString(6, StringEncoding::UTF16LE), "");
     EXPECT_EQ(reader->readString(-2, StringEncoding::UTF16LE), "");
     EXPECT_EQ(reader->position(), 0u);
-    auto none = reader->readBytes(0);
-    ASSERT_TRUE(none); // zero bytes are empty data, not no data
-    EXPECT_TRUE(none->empty());
-
+    EXPECT_EQ(reader->readBytes(0), zq::Data()); // zero bytes are empty data, not no data
     EXPECT_EQ(reader->readString(4, StringEncoding::UTF16LE), "AB");
     reader->setPosition(0);
     EXPECT_EQ(reader->readString(4, StringEncoding::UTF16BE), "\xE4\x84\x80\xE4\x88\x80"); // U+4100 U+4200
     reader->setPosition(0);
     EXPECT_EQ(reader->readString(3, StringEncoding::UTF16LE), std::nullopt); // consumed, but no text
-    EXPECT_EQ(reader->position(), 3u);
     EXPECT_EQ(reader->readBytes(2), zq::Data(std::vector<std::uint8_t>{0, 'C'}));
 }
 
@@ -130,26 +99,20 @@ TEST(ReaderDataReader, NumbersFollowTheReadersByteOrder)
     EXPECT_EQ(reader->readChar(), -128);
     reader->setPosition(0);
     reader->setIsLittleEndian(false);
-    EXPECT_FALSE(reader->isLittleEndian());
     EXPECT_EQ(reader->readUInt32(), 0x01020304u);
     EXPECT_EQ(reader->readUInt16(), 0xFEFF);
-    EXPECT_EQ(reader->readUChar(), 0x80);
-}
-
-TEST(ReaderDataReader, SixtyFourBitReadsUseOnlyTheirFirstFourBytes)
-{
+    // 64-bit reads use only their first four bytes, sign-extended; big-endian widens the
+    // host-order 32-bit value, then reverses the whole.
     auto little = readerOver({0x01, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0});
     EXPECT_EQ(little->readUInt64(), 1u);
     EXPECT_EQ(little->position(), 8u);
-    EXPECT_EQ(little->readUInt64(), UINT64_MAX); // sign-extended
-    // Big-endian: the host-order 32-bit value 0x01000000, widened, then reversed as a whole.
-    auto big = readerOver({0, 0, 0, 0x01, 0x12, 0x34, 0x56, 0x78}, false);
-    EXPECT_EQ(big->readInt64(), 0x0000000100000000);
+    EXPECT_EQ(little->readUInt64(), UINT64_MAX);
+    EXPECT_EQ(readerOver({0, 0, 0, 0x01, 0x12, 0x34, 0x56, 0x78}, false)->readInt64(), 0x0000000100000000);
 }
 
 TEST(ReaderDataReader, ReadAllowanceCapsTheBytesHandedOut)
 {
-    auto reader = readerOver(tenBytes());
+    auto reader = readerOver(kTen);
     reader->setReadLimit(6);
     reader->readRawBytes(4);
     reader->setPosition(0); // re-reading the same bytes counts again
