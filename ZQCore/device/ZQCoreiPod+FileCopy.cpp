@@ -2,6 +2,7 @@
 // that streams into a descriptor instead of building the file in memory.
 
 #include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/foundation/File.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -44,16 +45,9 @@ FileCopyResult ZQCoreiPod::copyFileAtPath(const std::string& path, int destinati
                 result.error = result.bytesCopied ? EIO : ENOENT;
                 return result;
             }
-            std::size_t written = 0;
-            while (written < piece->size()) {
-                const ssize_t put = ::write(destination, piece->bytes() + written, piece->size() - written);
-                if (put < 0 && errno == EINTR)
-                    continue;
-                if (put <= 0) {
-                    result.error = put < 0 ? errno : EIO;
-                    return result;
-                }
-                written += static_cast<std::size_t>(put);
+            if (const int error = writeAll(destination, piece->bytes(), piece->size())) {
+                result.error = error;
+                return result;
             }
             result.bytesCopied += piece->size();
             if (piece->size() < kSessionPiece) {

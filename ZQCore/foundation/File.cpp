@@ -97,16 +97,9 @@ FileCopyResult copyFileContents(int source, int destination, const FileCopyProgr
                 buffer.resize(1u << 20);
             moved = ::read(source, buffer.data(), buffer.size());
             if (moved > 0) {
-                std::size_t written = 0;
-                while (written < static_cast<std::size_t>(moved)) {
-                    const ssize_t put = ::write(destination, buffer.data() + written, static_cast<std::size_t>(moved) - written);
-                    if (put < 0 && errno == EINTR)
-                        continue;
-                    if (put <= 0) {
-                        result.error = put < 0 ? errno : EIO;
-                        return result;
-                    }
-                    written += static_cast<std::size_t>(put);
+                if (const int error = writeAll(destination, buffer.data(), static_cast<std::size_t>(moved))) {
+                    result.error = error;
+                    return result;
                 }
             }
         }
@@ -131,6 +124,20 @@ FileCopyResult copyFileContents(int source, int destination, const FileCopyProgr
         if (progress && !progress(result.bytesCopied))
             return result;
     }
+}
+
+int writeAll(int destination, const std::uint8_t* bytes, std::size_t length)
+{
+    std::size_t written = 0;
+    while (written < length) {
+        const ssize_t put = ::write(destination, bytes + written, length - written);
+        if (put < 0 && errno == EINTR)
+            continue;
+        if (put <= 0)
+            return put < 0 ? errno : EIO;
+        written += static_cast<std::size_t>(put);
+    }
+    return 0;
 }
 
 } // namespace zq

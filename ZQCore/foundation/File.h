@@ -51,4 +51,8 @@ struct FileCopyResult {
 /// when given, is called after every piece of a few megabytes.
 FileCopyResult copyFileContents(int source, int destination, const FileCopyProgress& progress = {});
 
+/// Writes all `length` bytes to the descriptor, going on after short writes and interruptions.
+/// 0 when all were written, else the errno of the failure (EIO for a write that wrote nothing).
+int writeAll(int destination, const std::uint8_t* bytes, std::size_t length);
+
 } // namespace zq

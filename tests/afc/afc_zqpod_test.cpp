@@ -4,60 +4,18 @@
 
 #include "tests/afc/MobileDeviceImage.h"
 #include "tests/afc/SharedSimulator.h"
+#include "tests/tools/ToolProcess.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
 #include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 
 namespace zq::test {
 namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
-
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-std::string quoted(const std::string& text)
-{
-    std::string result = "'";
-    for (char c : text)
-        result += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return result + "'";
-}
-
-std::string contentsOf(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-/// Runs zqpod; it finds the simulator through USBMUXD_SOCKET_ADDRESS, inherited from here.
-Outcome zqpod(const std::vector<std::string>& args)
-{
-    TempDir capture;
-    std::string command = "TZ=UTC " + quoted(ZQPOD_PATH);
-    for (const auto& arg : args)
-        command += " " + quoted(arg);
-    command += " >" + quoted(capture.file("out")) + " 2>" + quoted(capture.file("err")) + " </dev/null";
-    const int raw = std::system(command.c_str());
-    Outcome run;
-    run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-    run.out = contentsOf(capture.file("out"));
-    run.err = contentsOf(capture.file("err"));
-    return run;
-}
 
 std::string trackBytes() { return std::string(70000, 'a') + std::string(70000, 'b'); }
 
@@ -157,12 +115,9 @@ TEST_F(ZqpodMobile, GetAndCopyTakeTracksOffTheSimulatedIPhone)
     // the file already there is skipped.
     const auto copy = zqpod({"copy", spec.udid, out.file("music")});
     ASSERT_EQ(copy.status, 0) << copy.err;
-    std::vector<std::string> copied;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(out.file("music")))
-        if (entry.is_regular_file())
-            copied.push_back(entry.path());
+    const auto copied = filesBelow(out.file("music"));
     ASSERT_EQ(copied.size(), 1u);
-    EXPECT_TRUE(contentsOf(copied.front()) == trackBytes());
+    EXPECT_TRUE(contentsOf(out.file("music/" + *copied.begin())) == trackBytes());
     const auto again = zqpod({"copy", spec.udid, out.file("music")});
     EXPECT_EQ(again.status, 0) << again.err;
     EXPECT_THAT(again.out, HasSubstr("skipped 1"));
