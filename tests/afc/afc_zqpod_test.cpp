@@ -76,6 +76,21 @@ TEST_F(ZqpodMobile, DevicesListsTheSimulatedIPhone)
     EXPECT_THAT(run.out, HasSubstr(spec.serialNumber));
 }
 
+TEST_F(ZqpodMobile, WatchSeesThePhoneArriveAndLeave)
+{
+    writeMobileDevice(root.path(), oneTrackLibrary(true));
+    RunningTool watch("watch");
+    EXPECT_EQ(watch.nextLine(), "Watching for devices; press Ctrl-C to stop.");
+    attach();
+    const std::string line = " Desk Phone (serial " + spec.serialNumber + ", type 0) at /";
+    EXPECT_EQ(watch.nextLine(), "arrived:" + line);
+    sharedSimulator().detach(spec.udid);
+    attached = false;
+    EXPECT_EQ(watch.nextLine(), "departed:" + line);
+    const int status = watch.interrupt();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+}
+
 TEST_F(ZqpodMobile, LibraryReadsTheSimulatedIPhoneAsItReadsADiskModeIPod)
 {
     TempDir disk;

@@ -9,6 +9,7 @@
 #include "tests/discovery/MountSandbox.h"
 #include "tests/discovery/ScriptedSCSIDevice.h"
 #include "tests/support/DeviceImage.h"
+#include "tests/tools/ToolProcess.h"
 
 #include <gio/gunixmounts.h>
 #include <gtest/gtest.h>
@@ -326,44 +327,6 @@ TEST(DiscoveryMounts, RealPassThroughIsRefusedByADiskThatIsNoSCSIDevice)
 
 // ---- zqpod devices and zqpod watch ---------------------------------------------------------------
 
-/// zqpod running in the background (through a shell that first prints its process id and
-/// then becomes zqpod), its standard output on a pipe.
-class RunningTool {
-public:
-    explicit RunningTool(const std::string& command)
-        : pipe_(::popen(("echo $$; exec '" ZQPOD_PATH "' " + command).c_str(), "r"))
-    {
-        std::setvbuf(pipe_, nullptr, _IONBF, 0);  // every line read is one poll can see
-        pid_ = std::stoi(nextLine().value_or("0"));
-    }
-    ~RunningTool()
-    {
-        if (pid_ > 0)
-            ::kill(pid_, SIGKILL);
-        if (pipe_)
-            ::pclose(pipe_);
-    }
-    /// The next line of output; nothing when none comes within ten seconds or at the end.
-    std::optional<std::string> nextLine()
-    {
-        pollfd waiting{::fileno(pipe_), POLLIN, 0};
-        char line[1024];
-        if (::poll(&waiting, 1, 10000) <= 0 || !std::fgets(line, sizeof line, pipe_))
-            return std::nullopt;
-        return std::string(line, std::strcspn(line, "\n"));
-    }
-    /// Interrupts it as Ctrl-C does and gives its wait status.
-    int interrupt()
-    {
-        ::kill(std::exchange(pid_, -1), SIGINT);
-        return ::pclose(std::exchange(pipe_, nullptr));
-    }
-
-private:
-    FILE* pipe_;
-    pid_t pid_ = -1;
-};
-
 TEST(DiscoveryTool, DevicesListsEveryConnectedDevice)
 {
     ZQ_MAKE_SANDBOX(sandbox);
@@ -389,7 +352,7 @@ TEST(DiscoveryTool, WatchPrintsArrivalsAndDeparturesUntilInterrupted)
     const auto ben = sandbox.makeImage("ben", deviceVolume("Ben's iPod", "ZQTB2YMV"));
     ASSERT_TRUE(sandbox.mount(anna, "/media/zq/ANNA"));
 
-    RunningTool watch("watch");
+    test::RunningTool watch("watch");
     EXPECT_EQ(watch.nextLine(), "present: Anna's iPod (serial ZQTB1YMV, type 11) at /media/zq/ANNA");
     EXPECT_EQ(watch.nextLine(), "Watching for devices; press Ctrl-C to stop.");
 

@@ -5,14 +5,20 @@
 
 #include "tests/support/DeviceImage.h"
 
+#include <poll.h>
+#include <signal.h>
 #include <sys/wait.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace zq::test {
@@ -75,5 +81,43 @@ inline std::set<std::string> filesBelow(const std::string& root)
                 files.insert(std::filesystem::relative(item.path(), root).string());
     return files;
 }
+
+/// zqpod running in the background (through a shell that first prints its process id and
+/// then becomes zqpod), its standard output on a pipe.
+class RunningTool {
+public:
+    explicit RunningTool(const std::string& command)
+        : pipe_(::popen(("echo $$; exec '" ZQPOD_PATH "' " + command).c_str(), "r"))
+    {
+        std::setvbuf(pipe_, nullptr, _IONBF, 0);  // every line read is one poll can see
+        pid_ = std::stoi(nextLine().value_or("0"));
+    }
+    ~RunningTool()
+    {
+        if (pid_ > 0)
+            ::kill(pid_, SIGKILL);
+        if (pipe_)
+            ::pclose(pipe_);
+    }
+    /// The next line of output; nothing when none comes within ten seconds or at the end.
+    std::optional<std::string> nextLine()
+    {
+        pollfd waiting{::fileno(pipe_), POLLIN, 0};
+        char line[1024];
+        if (::poll(&waiting, 1, 10000) <= 0 || !std::fgets(line, sizeof line, pipe_))
+            return std::nullopt;
+        return std::string(line, std::strcspn(line, "\n"));
+    }
+    /// Interrupts it as Ctrl-C does and gives its wait status.
+    int interrupt()
+    {
+        ::kill(std::exchange(pid_, -1), SIGINT);
+        return ::pclose(std::exchange(pipe_, nullptr));
+    }
+
+private:
+    FILE* pipe_;
+    pid_t pid_ = -1;
+};
 
 } // namespace zq::test
