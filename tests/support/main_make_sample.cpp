@@ -23,6 +23,11 @@ zq::test::VolumeSpec phoneSample()
     for (auto& track : spec.database->tracks)
         if (track.location && track.location->rfind(":" + from + ":", 0) == 0)
             track.location = ":" + to + track.location->substr(from.size() + 1);
+    // Phones store their thumbnails with an alpha bit (1-5-5-5), not 5-6-5.
+    if (spec.artwork)
+        for (auto& image : spec.artwork->images)
+            for (auto& thumbnail : image.thumbnails)
+                thumbnail.layout = zq::test::ThumbnailLayout::ARGB1555;
     spec.format = zq::test::LibraryFormat::Both;
     spec.sysInfo.reset();
     return spec;
