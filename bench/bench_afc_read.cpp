@@ -10,7 +10,7 @@
 // All report "MB" per second (10^6 bytes per second of wall-clock time; with the simulator the
 // work happens in two processes).
 
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 #include "tests/support/SimulatedDevice.h"
 
 #include "ZQCore/afc/AFCDevice.h"

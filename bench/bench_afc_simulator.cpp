@@ -10,7 +10,7 @@
 // Both report "MB=.../s" (10^6 bytes per second of wall-clock time; the work happens in two
 // processes).
 
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 #include "tests/support/SimulatedDevice.h"
 
 #include <libimobiledevice/afc.h>

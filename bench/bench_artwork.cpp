@@ -10,7 +10,7 @@
 //   BM_CopySameBytes         memcpy of the same 16-bit pixels, the yardstick for the above
 //   BM_DecodeImage565        the whole image maker: allocation, conversion and Image
 
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 
 #include "ZQCore/artwork/AlbumArt.h"
 #include "ZQCore/device/ZQCoreiPod.h"

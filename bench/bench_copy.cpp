@@ -9,7 +9,7 @@
 //
 //   bench_copy [ROUNDS]    default 3
 
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 
 #include <fcntl.h>
 #include <unistd.h>

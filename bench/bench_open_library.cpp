@@ -7,7 +7,7 @@
 //   bench_open_library                     time the load (Google Benchmark)
 //   bench_open_library --peak-memory FILE  one load of FILE, then print the peak resident size
 
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/reader/XRDataReader.h"

@@ -7,7 +7,7 @@
 //
 //   bench_open_sqlite     time both loads (Google Benchmark)
 
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/reader/XRDataReader.h"

@@ -10,7 +10,7 @@
 #include "ZQCore/artwork/AlbumArt.h"
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/foundation/Exception.h"
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -4,7 +4,7 @@
 // iTunesDB). OUTDIR/artworkdb: the sample device's artwork database, one with every kind of
 // oddity the walk must survive, and the real ones under SAMPLES (any file named ArtworkDB).
 
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 
 #include <cstdio>
 #include <exception>

@@ -3,7 +3,7 @@
 // (iTunesDB, the SQLite databases of "iTunes Library.itlp", artwork, track files), under
 // iTunes_Control instead of iPod_Control.
 
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 
 #include <cstdint>
 #include <filesystem>

@@ -6,7 +6,7 @@
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "ZQCore/foundation/Log.h"
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 #include "tests/tools/ToolProcess.h"
 
 #include <nlohmann/json.hpp>

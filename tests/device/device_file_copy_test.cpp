@@ -3,7 +3,7 @@
 
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/model/iPodTrack.h"
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/model/Podcasts.h"
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 
 #include <gtest/gtest.h>
 

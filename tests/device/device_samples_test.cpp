@@ -4,7 +4,7 @@
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "ZQCore/model/Podcasts.h"
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 
 #include <gtest/gtest.h>
 

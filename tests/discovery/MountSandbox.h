@@ -8,7 +8,7 @@
 // lies over /media and over a scratch folder; device images are FAT file systems (mkfs.vfat)
 // on self-clearing loop devices, mounted by the kernel's vfat driver or else by fusefat.
 
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 
 #include <gtest/gtest.h>
 

@@ -8,7 +8,7 @@
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "tests/discovery/MountSandbox.h"
 #include "tests/discovery/ScriptedSCSIDevice.h"
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 #include "tests/tools/ToolProcess.h"
 
 #include <gio/gunixmounts.h>

@@ -1,7 +1,7 @@
 // Byte buffers: slicing and reading whole files (including files whose size the
 // file system does not know in advance).
 
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 
 #include "ZQCore/foundation/Data.h"
 

@@ -1,7 +1,7 @@
 // The simulated device, driven by the real libimobiledevice client: if these pass, the framework's
 // mobile-device layer meets in tests what it meets behind the system's usbmuxd.
 
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 #include "tests/support/SimulatedDevice.h"
 
 #include <libimobiledevice/afc.h>

@@ -1,4 +1,4 @@
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 
 #include <cstdlib>
 #include <filesystem>

@@ -3,7 +3,7 @@
 // Small helpers the library tests share: loading a written volume, naming tracks by ID,
 // expecting the framework's exceptions by name, capturing the log and pinning the time zone.
 
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"

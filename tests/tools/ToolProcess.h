@@ -3,7 +3,7 @@
 // Runs the command-line tool as a separate process, as a person or a script does, and keeps
 // what it printed; and what the tests compare of the folders it reads and writes.
 
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 
 #include <poll.h>
 #include <signal.h>

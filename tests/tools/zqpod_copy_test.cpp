@@ -2,7 +2,7 @@
 // builder and on the real library files of ../shared/samples, checking what lands in the
 // destination, what is printed, the exit status, and that the device is never touched.
 
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 #include "tests/tools/ToolProcess.h"
 
 #include <gtest/gtest.h>

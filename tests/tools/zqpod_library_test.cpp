@@ -1,7 +1,7 @@
 // The command-line tool as a person and a program use it: `zqpod library PATH [--json]` run as
 // a separate process on device volumes written by the image builder.
 
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 #include "tests/tools/ToolProcess.h"
 
 #include <gtest/gtest.h>

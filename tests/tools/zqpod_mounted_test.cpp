@@ -3,7 +3,7 @@
 // device volume onto a memory stick (no unnamed files, no hard links, names that ignore case).
 
 #include "tests/discovery/MountSandbox.h"
-#include "tests/support/DeviceImage.h"
+#include "tests/support/SampleDevice.h"
 #include "tests/tools/ToolProcess.h"
 
 #include <gtest/gtest.h>

@@ -6,8 +6,8 @@
 // ".." stops at the top, and symbolic links are followed as if the folder were the root
 // (openat2 with RESOLVE_IN_ROOT), so nothing outside the folder can be read or changed.
 
-#include "tests/support/devicesim/Simulator.h"
-#include "tests/support/devicesim/Wire.h"
+#include "tools/zq-device-sim/Simulator.h"
+#include "tools/zq-device-sim/Wire.h"
 
 #include <dirent.h>
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-#include "tests/support/devicesim/Wire.h"
+#include "tools/zq-device-sim/Wire.h"
 
 #include <sys/socket.h>
 #include <sys/types.h>

@@ -1,6 +1,6 @@
-#include "tests/support/devicesim/Simulator.h"
+#include "tools/zq-device-sim/Simulator.h"
 
-#include "tests/support/devicesim/Wire.h"
+#include "tools/zq-device-sim/Wire.h"
 
 #include <arpa/inet.h>
 #include <netdb.h>

@@ -1,12 +1,12 @@
 // Laying a described volume out on disk, and the device-information texts a volume carries.
 
-#include "tests/support/DeviceImage.h"
+#include "tools/zq-make-sample/DeviceImage.h"
 
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
 
-namespace zq::test {
+namespace zq::sample {
 
 namespace {
 
@@ -134,4 +134,4 @@ std::string relativePathOfLocation(const std::string& location)
     return first == std::string::npos ? std::string() : path.substr(first);
 }
 
-} // namespace zq::test
+} // namespace zq::sample

@@ -1,6 +1,6 @@
 // Ready-made libraries: the large one the benchmarks load and the small sample device of the demo.
 
-#include "tests/support/DeviceImage.h"
+#include "tools/zq-make-sample/DeviceImage.h"
 
 #include <algorithm>
 #include <array>
@@ -9,7 +9,7 @@
 #include <map>
 #include <numbers>
 
-namespace zq::test {
+namespace zq::sample {
 
 namespace {
 
@@ -667,4 +667,4 @@ VolumeSpec makeSampleDevice()
     return volume;
 }
 
-} // namespace zq::test
+} // namespace zq::sample

@@ -8,14 +8,14 @@
 // ("mhla", empty); and the file list ("mhlf") with one "mhif" per thumbnail format.
 // Pixels are 16-bit little-endian words, row by row, at the stored size.
 
-#include "tests/support/DeviceImage.h"
+#include "tools/zq-make-sample/DeviceImage.h"
 
 #include "ZQCore/foundation/UTF16.h"
 
 #include <algorithm>
 #include <set>
 
-namespace zq::test {
+namespace zq::sample {
 
 namespace {
 
@@ -299,4 +299,4 @@ ArtworkFiles buildArtwork(const ArtworkDBSpec& spec)
     return out;
 }
 
-} // namespace zq::test
+} // namespace zq::sample

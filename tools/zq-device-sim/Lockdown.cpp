@@ -3,8 +3,8 @@
 // XML property list; every reply echoes "Request", and failures carry the "Error" texts a real
 // device uses, so that the client maps them to its own error codes.
 
-#include "tests/support/devicesim/Simulator.h"
-#include "tests/support/devicesim/Wire.h"
+#include "tools/zq-device-sim/Simulator.h"
+#include "tools/zq-device-sim/Wire.h"
 
 #include <sys/statvfs.h>
 

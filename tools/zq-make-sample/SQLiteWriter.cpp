@@ -1,7 +1,7 @@
 // The SQLite library writer behind writeSQLiteLibrary: the four databases of
 // "iTunes Library.itlp", from the same description the iTunesDB writer takes.
 
-#include "tests/support/DeviceImage.h"
+#include "tools/zq-make-sample/DeviceImage.h"
 
 #include "ZQCore/foundation/Date.h"
 
@@ -12,7 +12,7 @@
 #include <map>
 #include <stdexcept>
 
-namespace zq::test {
+namespace zq::sample {
 
 namespace {
 
@@ -467,4 +467,4 @@ void writeSQLiteLibrary(const std::string& folder, const DatabaseSpec& db, const
         writeDynamics(base / "Dynamic.itdb", db, sqlite);
 }
 
-} // namespace zq::test
+} // namespace zq::sample

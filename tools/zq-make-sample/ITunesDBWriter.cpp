@@ -5,7 +5,7 @@
 // through a view that drops whatever does not fit inside the record's declared header length,
 // so a test that asks for a short header gets exactly that many header bytes.
 
-#include "tests/support/DeviceImage.h"
+#include "tools/zq-make-sample/DeviceImage.h"
 
 #include "ZQCore/foundation/UTF16.h"
 
@@ -13,7 +13,7 @@
 #include <cctype>
 #include <cstring>
 
-namespace zq::test {
+namespace zq::sample {
 
 namespace {
 
@@ -592,4 +592,4 @@ Data buildITunesDB(const DatabaseSpec& spec)
     return Data(sink.bytes().data(), sink.size());
 }
 
-} // namespace zq::test
+} // namespace zq::sample

@@ -15,7 +15,7 @@
 // Words may be double-quoted ("name=My iPhone" or name="My iPhone"); a backslash escapes the
 // next character.
 
-#include "tests/support/devicesim/Simulator.h"
+#include "tools/zq-device-sim/Simulator.h"
 
 #include <csignal>
 #include <filesystem>
@@ -93,6 +93,29 @@ std::string attach(zq::sim::Simulator& simulator, const std::vector<std::string>
     return simulator.attach(device);
 }
 
+const char* const kHelp =
+    "Usage: zq-device-sim --listen UNIX:/path/to/socket | --listen 127.0.0.1:PORT\n"
+    "\n"
+    "A usbmuxd with simulated iPhones behind it: lockdown (device values, pairing, a session\n"
+    "without TLS) and the AFC file service, each phone serving a local folder as its file system.\n"
+    "Point libimobiledevice at it with USBMUXD_SOCKET_ADDRESS=UNIX:/path/to/socket.\n"
+    "\n"
+    "Prints \"listening ADDRESS\" (the real port for 127.0.0.1:0), then reads one command per line\n"
+    "from standard input and answers each with \"ok\" or \"error WHY\":\n"
+    "\n"
+    "  attach UDID ROOT [key=value ...]  a phone arrives; keys: name, productType, productVersion,\n"
+    "                                    serial, deviceClass, modelNumber, paired=0|1\n"
+    "  detach UDID                       the phone leaves; its connections drop\n"
+    "  restart                           every client connection drops, as when usbmuxd restarts\n"
+    "  quit                              ends the simulator (so does the end of the input)\n"
+    "\n"
+    "Words with spaces go in double quotes; a backslash escapes the next character.\n"
+    "\n"
+    "Example:\n"
+    "  zq-make-sample --phone /tmp/phone\n"
+    "  zq-device-sim --listen UNIX:/tmp/zq-usbmuxd\n"
+    "  attach 00008030-000A1B2C3D4E5F60 /tmp/phone name=\"My iPhone\" serial=F2LZK0ABCDEF\n";
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -101,13 +124,21 @@ int main(int argc, char** argv)
     std::string address;
     for (int i = 1; i < argc; ++i) {
         std::string argument = argv[i];
-        if (argument == "--listen" && i + 1 < argc)
+        if (argument == "--help" || argument == "-h") {
+            std::cout << kHelp;
+            return 0;
+        }
+        if (argument == "--listen" && i + 1 < argc) {
             address = argv[++i];
-        else if (argument.rfind("--listen=", 0) == 0)
+        } else if (argument.rfind("--listen=", 0) == 0) {
             address = argument.substr(9);
+        } else {
+            std::cerr << "zq-device-sim: unknown argument " << argument << " (see zq-device-sim --help)\n";
+            return 2;
+        }
     }
     if (address.empty()) {
-        std::cerr << "usage: zq-device-sim --listen UNIX:/path | --listen 127.0.0.1:PORT\n";
+        std::cerr << "usage: zq-device-sim --listen UNIX:/path | --listen 127.0.0.1:PORT (see --help)\n";
         return 2;
     }
 

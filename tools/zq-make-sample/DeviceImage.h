@@ -21,7 +21,7 @@
 #include <utility>
 #include <vector>
 
-namespace zq::test {
+namespace zq::sample {
 
 // ---- data objects (MHOD) ----------------------------------------------------------------------
 
@@ -420,22 +420,6 @@ std::string sysInfoExtendedXML(const std::string& serial,
 /// "iPod_Control/Music/F00/A.mp3").
 std::string relativePathOfLocation(const std::string& location);
 
-/// A temporary folder (mkdtemp under $TMPDIR or /tmp), removed with its contents on destruction.
-class TempDir {
-public:
-    TempDir();
-    ~TempDir();
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-
-    const std::string& path() const { return path_; }
-    /// path() + "/" + relative.
-    std::string file(const std::string& relative) const;
-
-private:
-    std::string path_;
-};
-
 // ---- ready-made libraries -----------------------------------------------------------------------
 
 /// The benchmark library: `trackCount` tracks in albums with every common string filled with
@@ -450,4 +434,4 @@ DatabaseSpec makeLargeLibrary(std::size_t trackCount, std::size_t playlistCount,
 /// through the album.
 VolumeSpec makeSampleDevice();
 
-} // namespace zq::test
+} // namespace zq::sample

@@ -1,0 +1,96 @@
+// zq-make-sample [--phone] DIR: writes the built-in sample device to DIR, for the demo and for
+// trying the command-line tool without an iPod at hand. With --phone, DIR becomes the file
+// system of an iPhone (iTunes_Control, the SQLite databases beside iTunesDB) for zq-device-sim.
+
+#include "tools/zq-make-sample/DeviceImage.h"
+
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The sample as a phone keeps it: the same library in both formats, its tracks located under
+// iTunes_Control (the files are written under iPod_Control and the tree is moved afterwards).
+zq::sample::VolumeSpec phoneSample()
+{
+    zq::sample::VolumeSpec spec = zq::sample::makeSampleDevice();
+    const std::string from = "iPod_Control", to = "iTunes_Control";
+    for (auto& track : spec.database->tracks)
+        if (track.location && track.location->rfind(":" + from + ":", 0) == 0)
+            track.location = ":" + to + track.location->substr(from.size() + 1);
+    // Phones store their thumbnails with an alpha bit (1-5-5-5), not 5-6-5.
+    if (spec.artwork)
+        for (auto& image : spec.artwork->images)
+            for (auto& thumbnail : image.thumbnails)
+                thumbnail.layout = zq::sample::ThumbnailLayout::ARGB1555;
+    spec.format = zq::sample::LibraryFormat::Both;
+    spec.sysInfo.reset();
+    return spec;
+}
+
+const char* const kHelp =
+    "Usage: zq-make-sample [--phone] DIR\n"
+    "\n"
+    "Writes the built-in sample device into DIR: five albums and two podcast shows of short WAV\n"
+    "tunes, playlists, a smart playlist and covers. Prints the folder it wrote.\n"
+    "\n"
+    "  (default)  DIR is laid out as a disk-mode iPod's volume (iPod_Control with iTunesDB,\n"
+    "             ArtworkDB and SysInfo); try it with: zqpod library DIR\n"
+    "  --phone    DIR is the file system of an iPhone (iTunes_Control with iTunesDB and the SQLite\n"
+    "             databases), for zq-device-sim\n"
+    "\n"
+    "An earlier sample's iPod_Control and iTunes_Control in DIR are replaced; nothing else in DIR\n"
+    "is touched.\n";
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    bool phone = false, optionsEnded = false;
+    std::vector<std::string> folders;
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i];
+        if (optionsEnded || argument.empty() || argument[0] != '-') {
+            folders.push_back(argument);
+        } else if (argument == "--") {
+            optionsEnded = true;
+        } else if (argument == "--help" || argument == "-h") {
+            std::fputs(kHelp, stdout);
+            return 0;
+        } else if (argument == "--phone") {
+            phone = true;
+        } else {
+            std::fprintf(stderr, "zq-make-sample: unknown option %s (see zq-make-sample --help)\n", argument.c_str());
+            return 2;
+        }
+    }
+    if (folders.size() != 1) {
+        std::fputs("usage: zq-make-sample [--phone] DIR (see zq-make-sample --help)\n", stderr);
+        return 2;
+    }
+    try {
+        const fs::path root = fs::absolute(folders.front()).lexically_normal();
+        // Replace an earlier sample: only its control folders go, so DIR itself (perhaps a
+        // mount point) and anything else in it are left alone.
+        fs::remove_all(root / "iPod_Control");
+        fs::remove_all(root / "iTunes_Control");
+        if (phone) {
+            zq::sample::writeVolume(root.string(), phoneSample());
+            // writeVolume lays a disk-mode volume out; a phone keeps the same tree elsewhere.
+            fs::rename(root / "iPod_Control", root / "iTunes_Control");
+        } else {
+            zq::sample::writeVolume(root.string(), zq::sample::makeSampleDevice());
+        }
+        std::printf("%s\n", root.string().c_str());
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "zq-make-sample: %s\n", e.what());
+        return 1;
+    }
+    return 0;
+}
