@@ -56,9 +56,14 @@ install: build
 
 # The Debian packages (libzqcore0, libzqcore-dev, zqpod, python3-zqcore) in $(DEB_BUILD), built
 # with prefix /usr in a folder of their own and checked with lintian (see packaging/README.md).
+# Debian's own build flags (hardening: fortified functions, stack protector, full RELRO).
+deb: DEB_CXXFLAGS = $(shell dpkg-buildflags --get CPPFLAGS) $(shell dpkg-buildflags --get CXXFLAGS)
+deb: DEB_LDFLAGS = $(shell dpkg-buildflags --get LDFLAGS)
 deb: deps
 	cmake -S . -B $(DEB_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
-		-DZQ_TESTS=OFF -DZQ_BENCH=OFF -DCMAKE_SKIP_INSTALL_ALL_DEPENDENCY=ON
+		-DZQ_TESTS=OFF -DZQ_BENCH=OFF -DCMAKE_SKIP_INSTALL_ALL_DEPENDENCY=ON \
+		-DCMAKE_CXX_FLAGS="$(DEB_CXXFLAGS)" -DCMAKE_EXE_LINKER_FLAGS="$(DEB_LDFLAGS)" \
+		-DCMAKE_SHARED_LINKER_FLAGS="$(DEB_LDFLAGS)" -DCMAKE_MODULE_LINKER_FLAGS="$(DEB_LDFLAGS)"
 	cmake --build $(DEB_BUILD) -j$(JOBS) --target ZQCore zqpod zqpod-man-gz zqcore_python zqcore-debian-docs
 	rm -f $(DEB_BUILD)/*.deb
 	cd $(DEB_BUILD) && cpack -G DEB
