@@ -55,7 +55,8 @@ install: build
 	DESTDIR=$(DESTDIR) cmake --install $(BUILD)
 
 # The Debian packages (libzqcore0, libzqcore-dev, zqpod, python3-zqcore) in $(DEB_BUILD), built
-# with prefix /usr in a folder of their own and checked with lintian (see packaging/README.md).
+# with prefix /usr in a folder of their own and checked with lintian (accepted findings, with
+# the reasons: packaging/lintian-suppressed).
 # Debian's own build flags (hardening: fortified functions, stack protector, full RELRO).
 deb: DEB_CXXFLAGS = $(shell dpkg-buildflags --get CPPFLAGS) $(shell dpkg-buildflags --get CXXFLAGS)
 deb: DEB_LDFLAGS = $(shell dpkg-buildflags --get LDFLAGS)

@@ -85,14 +85,16 @@ zqpod lists the iPods and iPhones connected, prints their music library (as
 text or JSON), copies their music with playlists and covers into a folder, and
 writes the covers as PNG files. It only reads the devices.")
 
-# The extension is built for one Python version (its ABI tag is in the file name).
-math(EXPR ZQ_PYTHON_NEXT_MINOR "${Python_VERSION_MINOR} + 1")
-set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
-set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
-  "libzqcore${ZQ_SOVERSION} (= ${ZQ_DEBIAN_VERSION}), python3 (>= ${Python_VERSION_MAJOR}.${Python_VERSION_MINOR}), python3 (<< ${Python_VERSION_MAJOR}.${ZQ_PYTHON_NEXT_MINOR})")
-set(CPACK_COMPONENT_PYTHON_DESCRIPTION "read the music library of iPods and iPhones - Python 3 module
+if(TARGET zqcore_python)
+  # The extension is built for one Python version (its ABI tag is in the file name).
+  math(EXPR ZQ_PYTHON_NEXT_MINOR "${Python_VERSION_MINOR} + 1")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+    "libzqcore${ZQ_SOVERSION} (= ${ZQ_DEBIAN_VERSION}), python3 (>= ${Python_VERSION_MAJOR}.${Python_VERSION_MINOR}), python3 (<< ${Python_VERSION_MAJOR}.${ZQ_PYTHON_NEXT_MINOR})")
+  set(CPACK_COMPONENT_PYTHON_DESCRIPTION "read the music library of iPods and iPhones - Python 3 module
 The module zqcore lists the iPods and iPhones connected, loads their music
 library (tracks and playlists with their fields as attributes), reads or copies
 track files and covers, and follows devices as they come and go.")
+endif()
 
 include(CPack)

@@ -7,10 +7,8 @@
 
 import json
 import os
-import shutil
 import struct
 import subprocess
-import time
 
 import pytest
 
