@@ -19,7 +19,9 @@ namespace py = pybind11;
 
 namespace {
 
-py::object gErrorType;
+// The module's zqcore.Error, which the module itself keeps alive (a handle, so nothing is released
+// after the interpreter has gone at exit).
+py::handle gErrorType;
 
 py::bytes toBytes(const zq::Data& data)
 {
