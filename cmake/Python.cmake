@@ -22,8 +22,16 @@ add_custom_command(TARGET zqcore_python POST_BUILD
   COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CMAKE_SOURCE_DIR}/python/zqcore/__init__.py
     ${ZQ_PYTHON_BUILD_DIR}/__init__.py)
 
-# Debian keeps modules of its python3 packages in one version-independent folder.
-set(ZQ_PYTHON_INSTALL_DIR lib/python3/dist-packages CACHE STRING "Where the zqcore package is installed")
+# Debian keeps the modules of its python3 packages in one version-independent folder below /usr;
+# below any other prefix (/usr/local) its python3 looks in the version's own dist-packages.
+# -DZQ_PYTHON_INSTALL_DIR=... chooses another.
+if(NOT DEFINED ZQ_PYTHON_INSTALL_DIR)
+  if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    set(ZQ_PYTHON_INSTALL_DIR lib/python3/dist-packages)
+  else()
+    set(ZQ_PYTHON_INSTALL_DIR lib/python${Python_VERSION_MAJOR}.${Python_VERSION_MINOR}/dist-packages)
+  endif()
+endif()
 if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
   file(RELATIVE_PATH ZQ_PYTHON_TO_LIB ${CMAKE_INSTALL_PREFIX}/${ZQ_PYTHON_INSTALL_DIR}/zqcore
     ${CMAKE_INSTALL_FULL_LIBDIR})
