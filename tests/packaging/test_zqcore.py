@@ -87,8 +87,9 @@ def as_reported(report):
 
 
 def test_library_as_zqpod_reports_it(zqcore, sample):
+    device = sample
     # --- README: Python
-    library = zqcore.open(sample)                  # a mount path, a serial number or a name
+    library = zqcore.open(device)
     print(library.name, library.serial, len(library.tracks), "tracks")
     for playlist in library.playlists:
         print(playlist.kind, playlist.name)
