@@ -11,5 +11,5 @@ if(TARGET zqcore_python)
   add_test(NAME packaging.python
     COMMAND ${Python_EXECUTABLE} -m pytest -q -p no:cacheprovider ${CMAKE_SOURCE_DIR}/tests/packaging/test_zqcore.py)
   set_tests_properties(packaging.python PROPERTIES TIMEOUT 300
-    ENVIRONMENT "PYTHONPATH=${CMAKE_BINARY_DIR}/python;ZQ_BUILD=${CMAKE_BINARY_DIR}")
+    ENVIRONMENT "PYTHONPATH=${CMAKE_BINARY_DIR}/python;ZQ_BUILD=${CMAKE_BINARY_DIR};PYTHONDONTWRITEBYTECODE=1")
 endif()
