@@ -56,8 +56,8 @@ install: build
 
 # The Debian packages (libzqcore0, libzqcore-dev, zqpod, python3-zqcore) in $(DEB_BUILD), built
 # with prefix /usr in a folder of their own and checked with lintian (accepted findings, with
-# the reasons: packaging/lintian-suppressed).
-# Debian's own build flags (hardening: fortified functions, stack protector, full RELRO).
+# the reasons: packaging/lintian-suppressed). Compiled with Debian's own build flags (hardening:
+# fortified functions, stack protector, RELRO).
 deb: DEB_CXXFLAGS = $(shell dpkg-buildflags --get CPPFLAGS) $(shell dpkg-buildflags --get CXXFLAGS)
 deb: DEB_LDFLAGS = $(shell dpkg-buildflags --get LDFLAGS)
 deb: deps
@@ -70,8 +70,8 @@ deb: deps
 	cd $(DEB_BUILD) && cpack -G DEB
 	lintian --info --suppress-tags-from-file packaging/lintian-suppressed --fail-on error,warning $(DEB_BUILD)/*.deb
 
-# The packages unpacked into an empty root: their files and dependencies, the example built
-# against them, zqpod and the Python module run from them.
+# The packages' files and dependencies; then installed with dpkg --root into an empty root, the
+# example built against them there, zqpod and the Python module run from there.
 test-deb: deb build
 	tests/packaging/deb_test.sh . $(BUILD) $(DEB_BUILD)
 
