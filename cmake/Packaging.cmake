@@ -52,6 +52,8 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR})
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+# iPhones and iPod touches are reached through the usbmuxd service.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS usbmuxd)
 # The library package's shlibs file, and the ldconfig trigger that replaces maintainer scripts.
 # CPack writes postinst/postrm scripts calling ldconfig for any library below /usr/lib;
 # packaging/DebPostBuild.cmake takes them out again.
