@@ -8,13 +8,16 @@ JOBS       ?= $(shell nproc)
 SAMPLE     := $(BUILD)/sample-ipod
 DEMO_COPY  := $(BUILD)/demo-music
 FUZZ_SECONDS ?= 600
+DEB_BUILD  ?= build-deb
+PREFIX     ?= /usr/local
 
 PACKAGES      := build-essential cmake pkg-config libplist-dev libpng-dev nlohmann-json3-dev \
                  libglib2.0-dev libudev-dev libsqlite3-dev libgtest-dev libgmock-dev libbenchmark-dev \
-                 dosfstools fusefat util-linux mount libimobiledevice-dev libusbmuxd-dev tree
+                 dosfstools fusefat util-linux mount libimobiledevice-dev libusbmuxd-dev tree \
+                 pybind11-dev python3-dev python3-pytest doxygen dpkg-dev file lintian
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 
-.PHONY: all deps build demo test test-release test-asan bench fuzz fuzz-deps clean
+.PHONY: all deps build demo test test-release test-asan test-deb install deb docs bench fuzz fuzz-deps clean
 
 all: build
 
@@ -34,7 +37,7 @@ demo: build
 	$(BUILD)/zqpod copy $(SAMPLE) $(DEMO_COPY) --playlists --art
 	tree $(DEMO_COPY)
 
-test: test-release test-asan
+test: test-release test-deb test-asan
 
 test-release: build
 	cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
@@ -44,6 +47,39 @@ test-asan: deps
 	cmake --build $(ASAN_BUILD) -j$(JOBS) --target zqcore_tests zqcore_afc_tests zqpod zq-make-sample
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 		ctest --output-on-failure -j$(JOBS)
+
+# The library, headers, zqcore.pc, the CMake package, zqpod and its manual page, and the Python
+# module under PREFIX (DESTDIR=... for a staged copy).
+install: build
+	cmake -S . -B $(BUILD) -DCMAKE_INSTALL_PREFIX=$(PREFIX)
+	DESTDIR=$(DESTDIR) cmake --install $(BUILD)
+
+# The Debian packages (libzqcore0, libzqcore-dev, zqpod, python3-zqcore) in $(DEB_BUILD), built
+# with prefix /usr in a folder of their own and checked with lintian (accepted findings, with
+# the reasons: packaging/lintian-suppressed). Compiled with Debian's own build flags (hardening:
+# fortified functions, stack protector, RELRO).
+deb: DEB_CXXFLAGS = $(shell dpkg-buildflags --get CPPFLAGS) $(shell dpkg-buildflags --get CXXFLAGS)
+deb: DEB_LDFLAGS = $(shell dpkg-buildflags --get LDFLAGS)
+deb: deps
+	cmake -S . -B $(DEB_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
+		-DZQ_TESTS=OFF -DZQ_BENCH=OFF -DCMAKE_SKIP_INSTALL_ALL_DEPENDENCY=ON \
+		-DCMAKE_CXX_FLAGS="$(DEB_CXXFLAGS)" -DCMAKE_EXE_LINKER_FLAGS="$(DEB_LDFLAGS)" \
+		-DCMAKE_SHARED_LINKER_FLAGS="$(DEB_LDFLAGS)" -DCMAKE_MODULE_LINKER_FLAGS="$(DEB_LDFLAGS)"
+	cmake --build $(DEB_BUILD) -j$(JOBS) --target ZQCore zqpod zqpod-man-gz zqcore_python zqcore-debian-docs
+	rm -f $(DEB_BUILD)/*.deb
+	cd $(DEB_BUILD) && cpack -G DEB
+	lintian --info --suppress-tags-from-file packaging/lintian-suppressed --fail-on error,warning $(DEB_BUILD)/*.deb
+
+# The packages' files and dependencies; then installed with dpkg --root into an empty root, the
+# example built against them there, zqpod and the Python module run from there.
+test-deb: deb build
+	tests/packaging/deb_test.sh . $(BUILD) $(DEB_BUILD)
+
+# The API reference from the public headers, in $(BUILD)/docs/html.
+docs: deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake --build $(BUILD) --target docs
+	@echo "API reference: $(BUILD)/docs/html/index.html"
 
 bench: build
 	@for b in $(BUILD)/bench_*; do echo "== $$b"; $$b; done
@@ -62,4 +98,4 @@ fuzz: fuzz-deps
 		-print_final_stats=1 $(FUZZ_BUILD)/corpus/artworkdb
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(DEB_BUILD)

@@ -2,6 +2,7 @@
 
 #include "ZQCore/afc/AFCInterface.h"
 #include "ZQCore/foundation/Data.h"
+#include "ZQCore/foundation/Export.h"
 #include "ZQCore/foundation/NotificationCenter.h"
 #include "ZQCore/foundation/Range.h"
 
@@ -17,7 +18,7 @@ class AFCDevice;
 class AFCDeviceRef;
 
 /// Told when the session's device departs. Optional.
-class AFCDeviceDelegate {
+class ZQ_EXPORT AFCDeviceDelegate {
 public:
     virtual ~AFCDeviceDelegate() = default;
     virtual void deviceWasDisconnected(const std::shared_ptr<AFCDevice>& /*device*/) {}
@@ -30,7 +31,7 @@ public:
 /// ("Device pairing failed", "AMDeviceConnect failed with error <n>", ...); nothing is undone
 /// before it is thrown. A session listens for "AFC_DeviceWasDisconnected" and passes on to its
 /// delegate only the departure of its own device.
-class AFCDevice : public std::enable_shared_from_this<AFCDevice> {
+class ZQ_EXPORT AFCDevice : public std::enable_shared_from_this<AFCDevice> {
 public:
     static constexpr std::uint32_t kChunkSize = 262144;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZQCore/afc/MobileDevice.h"
+#include "ZQCore/foundation/Export.h"
 
 #include <cstdint>
 #include <memory>
@@ -10,7 +11,7 @@
 namespace zq {
 
 /// A small wrapper of one platform device record, as the device factory reports it.
-class AFCDeviceRef {
+class ZQ_EXPORT AFCDeviceRef {
 public:
     /// Reads the device's serial number; the name is the serial number too (the library's
     /// display name comes later from its database).

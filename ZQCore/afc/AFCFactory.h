@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZQCore/afc/MobileDevice.h"
+#include "ZQCore/foundation/Export.h"
 
 #include <chrono>
 #include <memory>
@@ -10,7 +11,7 @@ namespace zq {
 class AFCDeviceRef;
 
 /// What the factory tells as mobile devices come and go. Both calls are optional.
-class AFCFactoryDelegate {
+class ZQ_EXPORT AFCFactoryDelegate {
 public:
     virtual ~AFCFactoryDelegate() = default;
     virtual void AFCDeviceWasConnected(const std::shared_ptr<AFCDeviceRef>& /*device*/) {}
@@ -22,7 +23,7 @@ public:
 ///
 /// A departure is first broadcast in the process as "AFC_DeviceWasDisconnected" (the object a
 /// std::uint32_t, the device id), then told to the delegate.
-class AFCFactory {
+class ZQ_EXPORT AFCFactory {
 public:
     /// The shared factory, made and subscribed on the first call (on the main-loop thread).
     static const std::shared_ptr<AFCFactory>& factory();

@@ -2,6 +2,7 @@
 
 #include "ZQCore/afc/MobileDevice.h"
 #include "ZQCore/foundation/Data.h"
+#include "ZQCore/foundation/Export.h"
 
 #include <cstdint>
 #include <map>
@@ -14,7 +15,7 @@ namespace zq {
 
 /// One call per file-conduit operation, with strings, numbers and data. Failures answer
 /// false, no value or 0; only listFilesInPath throws, and opening a file logs.
-class AFCInterface {
+class ZQ_EXPORT AFCInterface {
 public:
     using Attributes = std::map<std::string, std::string>;
 

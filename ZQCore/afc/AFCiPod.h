@@ -2,6 +2,7 @@
 
 #include "ZQCore/afc/AFCDevice.h"
 #include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/foundation/Export.h"
 
 #include <memory>
 
@@ -15,7 +16,7 @@ class AFCiPodRef;
 ///
 /// The object outlives a departure: it is marked not connected, and when the device returns
 /// ZQCore hands it the new session.
-class AFCiPod : public ZQCoreiPod, public AFCDeviceDelegate {
+class ZQ_EXPORT AFCiPod : public ZQCoreiPod, public AFCDeviceDelegate {
 public:
     /// The library of the device `reference` (an AFCiPodRef) stands for, or the library object
     /// already loaded for the same serial number. Throws "ZQCoreiPodNotFoundException" for a

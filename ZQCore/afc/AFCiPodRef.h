@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZQCore/device/ZQCoreiPodRef.h"
+#include "ZQCore/foundation/Export.h"
 
 #include <memory>
 
@@ -11,7 +12,7 @@ class AFCDevice;
 /// A mobile device in the list of connected devices: it answers the questions of a volume
 /// reference from its session. Its path is the device's root, "/", which volume events never
 /// judge.
-class AFCiPodRef : public ZQCoreiPodRef {
+class ZQ_EXPORT AFCiPodRef : public ZQCoreiPodRef {
 public:
     /// Named by the device's "DeviceName", or "iPod" when it gives none.
     static std::shared_ptr<AFCiPodRef> initWithDevice(const std::shared_ptr<AFCDevice>& device);

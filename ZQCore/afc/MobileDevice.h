@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ZQCore/foundation/Export.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -46,7 +48,7 @@ struct AFCKeyValue {
 };
 
 /// One open file conduit of a device session. Not thread-safe: one thread at a time.
-class AFCConnection {
+class ZQ_EXPORT AFCConnection {
 public:
     virtual ~AFCConnection() = default;
 
@@ -69,7 +71,7 @@ public:
 };
 
 /// A service started in a device session; the file conduit is opened on it.
-class AMService {
+class ZQ_EXPORT AMService {
 public:
     virtual ~AMService() = default;
     virtual int afcConnectionOpen(std::shared_ptr<AFCConnection>& connection) = 0;
@@ -77,7 +79,7 @@ public:
 
 /// The platform's record of one attached device. The same record stands for the device from
 /// its arrival to its departure, so the departure names the device that arrived.
-class AMDevice {
+class ZQ_EXPORT AMDevice {
 public:
     virtual ~AMDevice() = default;
 
@@ -103,7 +105,7 @@ struct AMDeviceNotification {
 };
 
 /// The transport's device events.
-class MobileDevicePlatform {
+class ZQ_EXPORT MobileDevicePlatform {
 public:
     using Callback = std::function<void(const AMDeviceNotification&)>;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZQCore/artwork/AlbumArtRep.h"
+#include "ZQCore/foundation/Export.h"
 #include "ZQCore/foundation/Image.h"
 
 #include <cstdint>
@@ -14,7 +15,7 @@ namespace zq {
 ///
 /// Tracks without a cover answer the shared noAlbumArtInstance(), whose image is the
 /// framework's "NoImage" picture, so a client can always show something.
-class AlbumArt {
+class ZQ_EXPORT AlbumArt {
     struct Key {
         explicit Key() = default;
     };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZQCore/foundation/Data.h"
+#include "ZQCore/foundation/Export.h"
 #include "ZQCore/foundation/Image.h"
 
 #include <cstdint>
@@ -23,7 +24,7 @@ class ZQCoreiPod;
 ///
 /// The library object is not owned: it outlives its artwork, and a representation whose library
 /// has gone answers no image.
-class AlbumArtRep {
+class ZQ_EXPORT AlbumArtRep {
     struct Key {
         explicit Key() = default;
     };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZQCore/afc/AFCFactory.h"
+#include "ZQCore/foundation/Export.h"
 #include "ZQCore/foundation/Observable.h"
 
 #include <memory>
@@ -14,7 +15,7 @@ class ZQCoreiPodRef;
 
 /// What the application hangs on the framework's façade. The framework keeps it but sends it
 /// nothing; devices are announced through the observable key "connectediPods".
-class ZQCoreDelegate {
+class ZQ_EXPORT ZQCoreDelegate {
 public:
     virtual ~ZQCoreDelegate() = default;
 };
@@ -30,7 +31,7 @@ public:
 /// The application must run that context (a GMainLoop, or GTK's) for changes to arrive.
 ///
 /// Single-threaded: it is used from that main context's thread only.
-class ZQCore : public Observable, public AFCFactoryDelegate {
+class ZQ_EXPORT ZQCore : public Observable, public AFCFactoryDelegate {
 public:
     /// The process's one instance, made on first use (on the main-loop thread: the mount
     /// events are delivered on the main context that is thread-default then).

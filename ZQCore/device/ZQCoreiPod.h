@@ -2,6 +2,7 @@
 
 #include "ZQCore/device/DeviceInformationInquiry.h"
 #include "ZQCore/foundation/Data.h"
+#include "ZQCore/foundation/Export.h"
 #include "ZQCore/foundation/File.h"
 #include "ZQCore/foundation/Observable.h"
 #include "ZQCore/foundation/Range.h"
@@ -24,7 +25,7 @@ class XRDataReader;
 class ZQCoreiPodRef;
 
 /// What a client may hang on a library object. The framework itself calls nothing on it.
-class ZQCoreiPodDelegate {
+class ZQ_EXPORT ZQCoreiPodDelegate {
 public:
     virtual ~ZQCoreiPodDelegate() = default;
 };
@@ -38,7 +39,7 @@ public:
 /// owns its tracks and playlists; tracks refer back to it without owning it.
 ///
 /// Observable keys: "tracks" (removeTrack) and "playlists" (addPlaylist, removePlaylist).
-class ZQCoreiPod : public Observable, public std::enable_shared_from_this<ZQCoreiPod> {
+class ZQ_EXPORT ZQCoreiPod : public Observable, public std::enable_shared_from_this<ZQCoreiPod> {
 public:
     using Tracks = std::vector<std::shared_ptr<iPodTrack>>;
     using Playlists = std::vector<std::shared_ptr<Playlist>>;
@@ -219,6 +220,6 @@ private:
 /// "iPodTypes" list; 0 when the serial is absent or the suffix unknown. A serial of fewer than
 /// three characters is not padded: it throws "RangeException", which leaves the library
 /// object's initialiser.
-std::int32_t modelTypeForSerialNumber(const std::optional<std::string>& serial);
+ZQ_EXPORT std::int32_t modelTypeForSerialNumber(const std::optional<std::string>& serial);
 
 } // namespace zq

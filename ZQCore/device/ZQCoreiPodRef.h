@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZQCore/foundation/Data.h"
+#include "ZQCore/foundation/Export.h"
 #include "ZQCore/foundation/Value.h"
 
 #include <memory>
@@ -16,7 +17,7 @@ class XRDataReader;
 /// the device's name and its firmware revision, each of which may be unavailable. (No such
 /// service exists on Linux; the hook stays so that a platform layer can make references from
 /// its own device records.)
-class iPodDeviceHandle {
+class ZQ_EXPORT iPodDeviceHandle {
 public:
     virtual ~iPodDeviceHandle() = default;
     virtual std::optional<std::string> copyName() const = 0;
@@ -26,7 +27,7 @@ public:
 /// The light-weight handle of one connected device, made before its library is loaded: where
 /// its volume is mounted, what it calls itself, its firmware revision and its identity
 /// properties (above all the serial number that ties it to an already loaded library).
-class ZQCoreiPodRef {
+class ZQ_EXPORT ZQCoreiPodRef {
 public:
     /// A reference to the device volume mounted at `path`. Throws
     /// "ZQCoreiPodNotFoundException" when nothing exists at the path. The name comes from the
@@ -84,6 +85,6 @@ protected:
 
 /// The serial number in SysInfo text: the rest of the last line that holds "pszSerialNumber:",
 /// blanks and tabs trimmed. No value when no line holds the marker.
-std::optional<std::string> serialNumberFromSysInfo(const std::string& text);
+ZQ_EXPORT std::optional<std::string> serialNumberFromSysInfo(const std::string& text);
 
 } // namespace zq

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ZQCore/foundation/Export.h"
+
 #include <string>
 
 namespace zq {
@@ -7,7 +9,7 @@ namespace zq {
 /// The reverse-DNS identifier of the application that hosts the framework. Named exceptions
 /// such as "<identifier>.FileReadError" carry it as their prefix. Settable once at start-up;
 /// the default names the framework itself.
-const std::string& applicationIdentifier();
-void setApplicationIdentifier(std::string identifier);
+ZQ_EXPORT const std::string& applicationIdentifier();
+ZQ_EXPORT void setApplicationIdentifier(std::string identifier);
 
 } // namespace zq

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ZQCore/foundation/Export.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -15,7 +17,7 @@ namespace zq {
 /// copies the bytes), so a reader, a blob taken out of a database and the library object that
 /// read the file can all hold the same bytes. "No data" (nil) is spelled std::optional<Data>;
 /// an empty Data is a value of its own.
-class Data {
+class ZQ_EXPORT Data {
 public:
     Data() = default;
     explicit Data(std::vector<std::uint8_t> bytes);
@@ -37,7 +39,7 @@ public:
     /// A copy of [offset, offset + length), clamped to the bytes that exist.
     Data subdata(std::size_t offset, std::size_t length) const;
 
-    friend bool operator==(const Data& a, const Data& b) noexcept;
+    friend ZQ_EXPORT bool operator==(const Data& a, const Data& b) noexcept;
 
 private:
     Data(std::shared_ptr<std::uint8_t[]> bytes, std::size_t length)

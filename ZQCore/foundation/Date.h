@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ZQCore/foundation/Export.h"
+
 #include <cstdint>
 #include <string>
 
@@ -7,7 +9,7 @@ namespace zq {
 
 /// A point in time: seconds since the reference date 2001-01-01 00:00:00 UTC, as a double.
 /// "No date" is spelled std::optional<Date>.
-class Date {
+class ZQ_EXPORT Date {
 public:
     /// Seconds between the Unix epoch and the reference date.
     static constexpr double kReferenceDateUnixTime = 978307200.0;
@@ -42,7 +44,7 @@ private:
 /// Converts many 1904-based local dates in a row (a database walk has hundreds of thousands):
 /// it reads the local zone once when made, and remembers the zone's offset per day.
 /// Same results as Date::from1904LocalSeconds. Not for use across a change of TZ.
-class LocalDateConverter {
+class ZQ_EXPORT LocalDateConverter {
 public:
     LocalDateConverter();
     Date dateFrom1904Seconds(std::uint32_t value);

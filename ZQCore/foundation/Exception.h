@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ZQCore/foundation/Export.h"
+
 #include <exception>
 #include <string>
 
@@ -8,7 +10,7 @@ namespace zq {
 /// The framework's named exception: a name that callers match on and a reason for people.
 /// Every exception the framework raises on purpose is a zq::Exception (or derives from it);
 /// anything else thrown from below passes through untouched.
-class Exception : public std::exception {
+class ZQ_EXPORT Exception : public std::exception {
 public:
     Exception(std::string name, std::string reason);
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZQCore/foundation/Data.h"
+#include "ZQCore/foundation/Export.h"
 
 #include <cstdint>
 #include <functional>
@@ -11,10 +12,10 @@ namespace zq {
 
 /// Whether anything (file, folder, device node) exists at the path, as a file manager's
 /// existence test answers it: a dangling symbolic link does not exist.
-bool fileExists(const std::string& path);
+ZQ_EXPORT bool fileExists(const std::string& path);
 
 /// A file opened for reading; closed when the object goes.
-class File {
+class ZQ_EXPORT File {
 public:
     /// No value when the file cannot be opened.
     static std::optional<File> openForReading(const std::string& path);
@@ -49,10 +50,10 @@ struct FileCopyResult {
 /// open file descriptors, left open), inside the kernel where it can (copy_file_range, which
 /// shares blocks on file systems that can; else sendfile), else through a buffer. `progress`,
 /// when given, is called after every piece of a few megabytes.
-FileCopyResult copyFileContents(int source, int destination, const FileCopyProgress& progress = {});
+ZQ_EXPORT FileCopyResult copyFileContents(int source, int destination, const FileCopyProgress& progress = {});
 
 /// Writes all `length` bytes to the descriptor, going on after short writes and interruptions.
 /// 0 when all were written, else the errno of the failure (EIO for a write that wrote nothing).
-int writeAll(int destination, const std::uint8_t* bytes, std::size_t length);
+ZQ_EXPORT int writeAll(int destination, const std::uint8_t* bytes, std::size_t length);
 
 } // namespace zq

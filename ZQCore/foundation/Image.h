@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZQCore/foundation/Data.h"
+#include "ZQCore/foundation/Export.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -17,7 +18,7 @@ namespace zq {
 /// This is the form every producer in the framework fills: the PNG decoder, and the thumbnail
 /// converters that expand a device's 16-bit pixels into the same byte order, which is why the
 /// buffer can be adopted whole (the adopting constructor) or written in place (mutableBytes()).
-class Image {
+class ZQ_EXPORT Image {
 public:
     /// One pixel, in the order its bytes are stored.
     struct Pixel {

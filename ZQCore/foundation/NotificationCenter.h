@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ZQCore/foundation/Export.h"
+
 #include <any>
 #include <cstdint>
 #include <functional>
@@ -11,7 +13,7 @@ namespace zq {
 
 /// The process's in-process notification centre: a name is posted with an object, and every
 /// observer registered for that name is called synchronously, in registration order.
-class NotificationCenter {
+class ZQ_EXPORT NotificationCenter {
 public:
     using Callback = std::function<void(const std::string& name, const std::any& object)>;
     using Token = std::uint64_t;

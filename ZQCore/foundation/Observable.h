@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ZQCore/foundation/Export.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -11,7 +13,7 @@ namespace zq {
 /// Will-change / did-change notices of named keys ("tracks", "playlists", "connectediPods"...).
 /// Observers are called synchronously on the thread that makes the change, once before it
 /// (Phase::WillChange) and once after (Phase::DidChange), with the key that changed.
-class Observable {
+class ZQ_EXPORT Observable {
 public:
     enum class Phase { WillChange, DidChange };
     using Callback = std::function<void(const std::string& key, Phase phase)>;
@@ -43,7 +45,7 @@ private:
 };
 
 /// Brackets a change: will-change now, did-change when the scope ends.
-class ChangeScope {
+class ZQ_EXPORT ChangeScope {
 public:
     ChangeScope(Observable& object, std::string key) : object_(object), key_(std::move(key))
     {

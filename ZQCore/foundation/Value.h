@@ -2,6 +2,7 @@
 
 #include "ZQCore/foundation/Data.h"
 #include "ZQCore/foundation/Date.h"
+#include "ZQCore/foundation/Export.h"
 
 #include <cstdint>
 #include <map>
@@ -16,7 +17,7 @@ namespace zq {
 /// A property-list value: null, boolean, integer, real, string, data, date, array or
 /// string-keyed dictionary. Integers keep 64 bits; an unsigned value above INT64_MAX keeps its
 /// bits and reads back exactly through unsignedValue().
-class Value {
+class ZQ_EXPORT Value {
 public:
     using Array = std::vector<Value>;
     using Dictionary = std::map<std::string, Value>;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZQCore/foundation/Date.h"
+#include "ZQCore/foundation/Export.h"
 #include "ZQCore/foundation/Observable.h"
 #include "ZQCore/foundation/Value.h"
 
@@ -24,7 +25,7 @@ class ZQCoreiPod;
 ///
 /// Observable keys: "tracks" (addTrack, removeTrack) and, on the kinds that have them,
 /// "podcasts" and "playlists".
-class Playlist : public Observable {
+class ZQ_EXPORT Playlist : public Observable {
 public:
     using Tracks = std::vector<std::shared_ptr<iPodTrack>>;
 

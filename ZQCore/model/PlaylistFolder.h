@@ -1,12 +1,13 @@
 #pragma once
 
+#include "ZQCore/foundation/Export.h"
 #include "ZQCore/model/Playlist.h"
 
 namespace zq {
 
 /// A folder of playlists (of any kind, folders included). Its tracks are its children's
 /// tracks, child after child. Observable key "playlists" (addPlaylist, removePlaylist).
-class PlaylistFolder : public Playlist {
+class ZQ_EXPORT PlaylistFolder : public Playlist {
 public:
     static std::shared_ptr<PlaylistFolder> initWithName(const std::optional<std::string>& name);
     /// A folder (still empty) from a container row of the SQLite library.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ZQCore/foundation/Export.h"
 #include "ZQCore/model/Playlist.h"
 
 namespace zq {
@@ -7,7 +8,7 @@ namespace zq {
 /// The podcast playlist: one child playlist per show, named after the show and holding that
 /// show's episodes. Its tracks are the shows' tracks, show after show.
 /// Observable key "podcasts" (addPodcast, removePodcast).
-class Podcasts : public Playlist {
+class ZQ_EXPORT Podcasts : public Playlist {
 public:
     static std::shared_ptr<Podcasts> init();
     static std::shared_ptr<Podcasts> initWithMHYP(std::span<const std::uint8_t> header, const std::optional<std::string>& name);

@@ -1,12 +1,13 @@
 #pragma once
 
+#include "ZQCore/foundation/Export.h"
 #include "ZQCore/model/Playlist.h"
 
 namespace zq {
 
 /// The list of purchased items. Never the master or the podcast playlist, whatever its record
 /// says.
-class PurchasedPlaylist : public Playlist {
+class ZQ_EXPORT PurchasedPlaylist : public Playlist {
 public:
     static std::shared_ptr<PurchasedPlaylist> initWithName(const std::optional<std::string>& name);
     /// The purchased list from a container row of the SQLite library.

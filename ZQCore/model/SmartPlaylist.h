@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ZQCore/foundation/Export.h"
 #include "ZQCore/model/Playlist.h"
 #include "ZQCore/model/SmartPlaylistRule.h"
 
@@ -7,7 +8,7 @@ namespace zq {
 
 /// A playlist whose content the device derived from rules and a limit. The framework keeps
 /// the stored rules, limit and track list, and says them in words; it does not evaluate them.
-class SmartPlaylist : public Playlist {
+class ZQ_EXPORT SmartPlaylist : public Playlist {
 public:
     /// A smart playlist from a binary-database record and its options dictionary
     /// ("liveUpdating", "enableRules", "enableLimits", "matchChecked", "reverseLimitSort",

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ZQCore/foundation/Export.h"
 #include "ZQCore/foundation/Value.h"
 
 #include <cstdint>
@@ -11,7 +12,7 @@ namespace zq {
 
 /// One rule of a smart playlist: a track property (field), a comparison (action) and a text
 /// or a numeric range. The framework keeps and prints rules; it does not evaluate them.
-class SmartPlaylistRule {
+class ZQ_EXPORT SmartPlaylistRule {
 public:
     /// A rule from a rule dictionary ("fieldType", "actionType", and "ruleValue" or the range
     /// keys "fromValue", "toValue", "fromUnits", "toUnits", "fromDate", "toDate"). The field's

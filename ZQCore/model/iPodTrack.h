@@ -2,6 +2,7 @@
 
 #include "ZQCore/foundation/Data.h"
 #include "ZQCore/foundation/Date.h"
+#include "ZQCore/foundation/Export.h"
 #include "ZQCore/foundation/File.h"
 #include "ZQCore/foundation/Range.h"
 #include "ZQCore/foundation/Value.h"
@@ -28,7 +29,7 @@ class ZQCoreiPod;
 ///
 /// A track refers to the library object that loaded it (its parent) without owning it: the
 /// library owns its tracks, and a track whose library has gone answers no file contents.
-class iPodTrack {
+class ZQ_EXPORT iPodTrack {
     struct Key;
 
 public:
