@@ -148,7 +148,12 @@ std::string AFCDevice::describe() const
 void AFCDevice::raiseFailure(const std::string& path, std::uint64_t offset) const
 {
     const int error = deviceInterface_->lastError();
-    const std::string where = path + (offset ? " at byte " + std::to_string(offset) : "");
+    // Library paths join "/" and an absolute path: one slash is shown.
+    std::string where;
+    for (const char c : path)
+        if (c != '/' || where.empty() || where.back() != '/')
+            where += c;
+    where += offset ? " at byte " + std::to_string(offset) : "";
     switch (error) {
     case kAFCDeviceDeparted:
         throw Exception("AFCDeviceDeparted", "Lost " + describe() + " while reading " + where +

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <filesystem>
 
@@ -60,6 +61,7 @@ void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
     iPodBasePath_ = "/";
 
     bool fromSQLite = false;
+    std::optional<Exception> sqliteFailure;
     try {
         fromSQLite = loadFromSQLiteDatabases();
     } catch (const Exception& error) {
@@ -69,14 +71,18 @@ void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
             throw;
         tracks_.clear();
         playlists_.clear();
+        sqliteFailure = error;
         log("Could not load the SQLite library databases with the error: " + error.reason() +
             " - reading iTunesDB instead.");
     }
     if (!fromSQLite) {
         log("AFCiPod initWithiPodReference: Didn't load from SQLite");
         // A device without any library database loads as an empty library; one whose database
-        // cannot be read stops here with the reason (the read throws).
+        // cannot be read stops here with the reason (the read throws), and so does one whose
+        // SQLite library is damaged when there is no iTunesDB to go by.
         const auto database = contentsOfFileAtPath((fs::path("/iTunes_Control") / "iTunes" / "iTunesDB").string());
+        if (!database && sqliteFailure)
+            throw *sqliteFailure;
         parseiTunesDBWithData(database.value_or(Data()));
     }
 
@@ -94,6 +100,7 @@ void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
     // Loaders may have left notes here; the library starts without them.
     additionalData_ = {};
     setIsConnected(true);
+    loaded_ = true;
     ZQCore::sharedInstance()->iPodWasCreated(shared_from_this());
 }
 
@@ -129,15 +136,14 @@ bool AFCiPod::loadFromSQLiteDatabases()
     bool copied = true;
     for (std::size_t i = 0; i < local.size(); ++i) {
         local[i] = (folder / kDatabaseNames[i]).string();
-        if (!copied)
-            continue;
         const int out = ::open(local[i].c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
         if (out < 0) {
             copied = false;
             continue;
         }
         const FileCopyResult result = device_->copyFileAtPath(remote[i], out);
-        copied = ::close(out) == 0 && result.completed;
+        if (::close(out) != 0 || !result.completed)
+            copied = false;
     }
     return copied && loadFromLocalSQLiteDatabase(local[0], local[1], local[2], local[3]);
 }
@@ -158,14 +164,18 @@ Value::Dictionary AFCiPod::deviceInfo() const
     return info;
 }
 
+// A library whose device is known to have left answers at once, as a disk-mode library whose
+// volume has gone does; a device that fails during a read throws (see AFCDevice).
 std::optional<Data> AFCiPod::contentsOfFileAtPath(const std::string& path) const
 {
+    if (!isConnected() && loaded_)
+        return std::nullopt;
     return device_->contentsOfFileAtPath(path);
 }
 
 std::optional<Data> AFCiPod::chunkOfFileAtPath(const std::string& path, Range range) const
 {
-    if (!device_->fileExistsAtPath(path))
+    if ((!isConnected() && loaded_) || !device_->fileExistsAtPath(path))
         return std::nullopt;
     return device_->chunkOfFileAtPath(path, range);
 }
@@ -192,6 +202,8 @@ std::optional<std::uint64_t> AFCiPod::sizeOfFileAtPath(const std::string& path) 
 
 FileCopyResult AFCiPod::copyFileAtPath(const std::string& path, int destination, const FileCopyProgress& progress) const
 {
+    if (!isConnected() && loaded_)
+        return {.error = ENODEV};
     return device_->copyFileAtPath(path, destination, progress);
 }
 

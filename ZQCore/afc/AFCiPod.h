@@ -61,6 +61,7 @@ private:
     void loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference);
 
     std::shared_ptr<AFCDevice> device_;
+    bool loaded_ = false;  // until then the library is read while not yet marked connected
 };
 
 } // namespace zq

@@ -331,6 +331,8 @@ private:
 /// away), so that no further track is tried.
 bool deviceHasGone(const zq::ZQCoreiPod& library, int error)
 {
+    if (error == ENODEV)
+        return true;
     if (library.readsFilesThroughDevice())
         return false;  // a session says so by its exceptions
     struct stat info {};
