@@ -104,7 +104,7 @@ TEST(TrackVolume, TheVolumeAdjustmentIsSigned)
         writeVolume(device.path(), threeAlbums(format, static_cast<std::uint32_t>(-61)));
         const auto run = zqpod({"library", device.path(), "--json"});
         EXPECT_EQ(run.status, 0) << run.err;
-        EXPECT_THAT(run.out, HasSubstr("\"volume\":-61")) << "format " << static_cast<int>(format);
+        EXPECT_THAT(run.out, HasSubstr("\"volume\": -61,")) << "format " << static_cast<int>(format);
     }
 }
 

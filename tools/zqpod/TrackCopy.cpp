@@ -354,6 +354,11 @@ std::string copyOne(const zq::ZQCoreiPod& library, const PlannedTrack& item, con
     if (file.fd() < 0)
         return nameFailure("cannot write", target, file.error());
     zq::FileCopyResult result;
+    const auto goneMessage = [&](int why) {
+        gone = true;
+        return "cannot copy " + devicePath(library, *item.track) + ": " + errorText(why) + "; the device's volume " +
+               library.path() + " is gone (unmounted or disconnected). Connect it again and run the same command to finish.";
+    };
     try {
         result = item.track->copyTrackFileTo(file.fd(), [&](std::uint64_t bytes) {
             progress.advance(bytes);
@@ -368,16 +373,14 @@ std::string copyOne(const zq::ZQCoreiPod& library, const PlannedTrack& item, con
     if (!result.completed) {
         if (result.error == 0)
             return "interrupted";
-        if (deviceHasGone(library, result.error)) {
-            gone = true;
-            return "cannot copy " + devicePath(library, *item.track) + ": " + errorText(result.error) +
-                   "; the device's volume " + library.path() +
-                   " is gone (unmounted or disconnected). Connect it again and run the same command to finish.";
-        }
+        if (deviceHasGone(library, result.error))
+            return goneMessage(result.error);
         if (result.error == ENOENT)
             return "file missing on the device (" + devicePath(library, *item.track) + ")";
         return "cannot copy " + devicePath(library, *item.track) + ": " + errorText(result.error);
     }
+    if (result.bytesCopied != item.size && deviceHasGone(library, 0))
+        return goneMessage(EIO);
     if (result.bytesCopied != item.size)
         return "the device reports " + std::to_string(item.size) + " bytes for " + devicePath(library, *item.track) +
                " but " + std::to_string(result.bytesCopied) + " were copied";

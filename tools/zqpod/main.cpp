@@ -97,7 +97,8 @@ const std::vector<Command>& commands()
          "is already there with the same size is skipped: running the same command again resumes\n"
          "an interrupted copy. A different file of that name is kept, and the new copy is named\n"
          "beside it (\"Title (2).mp3\"). Two tracks never get the same name. A track whose file\n"
-         "is missing or unreadable is reported and the copy goes on.\n"
+         "is missing or unreadable is reported and the copy goes on. A device that leaves or stops\n"
+         "answering stops the copy; run the same command again when it is back to finish.\n"
          "\n"
          "On a terminal a bar shows files, bytes, speed and time left; otherwise each file is a\n"
          "line (\"copied\", \"skipped\", \"failed\"). Ctrl-C stops cleanly, removing the file being\n"
@@ -141,7 +142,9 @@ const std::vector<Command>& commands()
          runWatch},
         {"get", "zqpod get DEVICE TRACK-ID OUTFILE", "copy one track's file off a device",
          "Copies the file of the track with TRACK-ID (as 'zqpod library --json' lists it) off the\n"
-         "device to OUTFILE ('-' for standard output), as it is, without naming or checking.\n"
+         "device to OUTFILE ('-' for standard output), as it is, without naming. The file streams\n"
+         "in pieces and OUTFILE appears only once all of it has come: a read that fails leaves no\n"
+         "OUTFILE (exit status 1), Ctrl-C none either (130).\n"
          "\n" ZQPOD_DEVICE_HELP,
          runGet},
     };

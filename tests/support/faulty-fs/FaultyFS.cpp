@@ -58,13 +58,12 @@ int open(const char* path, fuse_file_info* file)
 
 int read(const char* path, char* buffer, size_t size, off_t offset, fuse_file_info* file)
 {
-    if (path == faultyPath) {
-        if (offset >= faultOffset) {
-            if (vanish)
-                fuse_exit(fuse_get_context()->fuse);
-            return -EIO;
-        }
-        size = std::min<size_t>(size, static_cast<size_t>(faultOffset - offset));
+    // The whole request that reaches the byte fails, as a bad sector fails its block: a short
+    // answer would read as the end of the file to the kernel, which takes it as the new size.
+    if (path == faultyPath && offset + static_cast<off_t>(size) > faultOffset) {
+        if (vanish)
+            fuse_exit(fuse_get_context()->fuse);
+        return -EIO;
     }
     const ssize_t got = ::pread(static_cast<int>(file->fh), buffer, size, offset);
     return got < 0 ? -errno : static_cast<int>(got);
