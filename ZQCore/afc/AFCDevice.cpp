@@ -158,12 +158,15 @@ void AFCDevice::raiseFailure(const std::string& path, std::uint64_t offset) cons
     case kAFCDeviceDeparted:
         throw Exception("AFCDeviceDeparted", "Lost " + describe() + " while reading " + where +
                                                  ": it was disconnected. Connect it again and run the command again.");
-    case kAFCDeviceNotAnswering:
+    case kAFCDeviceNotAnswering: {
+        std::string who = describe();
+        who[0] = 'T';  // it opens the sentence
         throw Exception("AFCDeviceNotAnswering",
-                        "The device " + describe().substr(11) + " did not answer within " + seconds(requestTimeout()) +
+                        who + " did not answer within " + seconds(requestTimeout()) +
                             " while reading " + where +
                             ". Unlock it, or disconnect and connect it again, then run the command again "
                             "(ZQ_DEVICE_TIMEOUT sets how many seconds to wait).");
+    }
     case kAFCRequestCancelled:
         throw Exception("AFCDeviceCancelled", "Reading " + where + " from " + describe() + " was stopped.");
     default:
