@@ -50,30 +50,34 @@ TEST(FailingVolume, ATrackThatFailsPartWayIsReportedAndNeverKept)
         GTEST_SKIP() << "no /dev/fuse here, so no file system can be made to fail";
     struct Case {
         const char* mode;
+        std::string file, command;
         std::vector<std::string> said;
         std::set<std::string> files;
     };
+    const std::string track = "iPod_Control/Music/F02/T2.mp3";
     const std::vector<Case> cases = {
-        {"eio", {"failed   " + copied(2) + ": cannot copy iPod_Control/Music/F02/T2.mp3: Input/output error", "failed 1"},
+        {"eio", track, "copy", {"failed   " + copied(2) + ": cannot copy " + track + ": Input/output error", "failed 1"},
          {copied(1), copied(3)}},
-        {"vanish", {"is gone (unmounted or disconnected)", "Stopped: the device cannot be read any more", "1 not copied"},
+        {"vanish", track, "copy", {"is gone (unmounted or disconnected)", "Stopped: the device cannot be read any more", "1 not copied"},
          {copied(1)}},
+        {"eio", "iPod_Control/iTunes/iTunesDB", "library",
+         {"iPod_Control/iTunes/iTunesDB at byte 0: Input/output error. The device may have been disconnected"}, {}},
     };
     for (const Case& row : cases) {
-        SCOPED_TRACE(row.mode);
+        SCOPED_TRACE(row.mode + (" " + row.file));
         TempDir source, mountPoint, out;
         writeVolume(source.path(), threeAlbums(LibraryFormat::Binary));
         const pid_t daemon = ::fork();
         if (daemon == 0) {
             ::execl(ZQ_FAULTY_FS_PATH, ZQ_FAULTY_FS_PATH, source.path().c_str(), mountPoint.path().c_str(),
-                    "iPod_Control/Music/F02/T2.mp3", "300000", row.mode, static_cast<char*>(nullptr));
+                    row.file.c_str(), row.file == track ? "300000" : "100", row.mode, static_cast<char*>(nullptr));
             ::_exit(127);
         }
         for (int i = 0; i < 100 && !fs::exists(mountPoint.path() + "/iPod_Control"); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         ASSERT_TRUE(fs::exists(mountPoint.path() + "/iPod_Control")) << "the FUSE file system did not come up";
 
-        const auto run = zqpod({"copy", mountPoint.path(), out.path()});
+        const auto run = row.command == "copy" ? zqpod({"copy", mountPoint.path(), out.path()}) : zqpod({"library", mountPoint.path()});
         ::umount2(mountPoint.path().c_str(), MNT_DETACH);
         ::kill(daemon, SIGTERM);
         ::waitpid(daemon, nullptr, 0);
