@@ -92,6 +92,8 @@ std::vector<FaultCase> cases()
          {"Could not read /iTunes_Control/iTunes/iTunesDB at byte 100 from the device \"Fault Phone\""}, {}},
         {"library: unplugged during the load", std::string("departAt=") + kITunesDB + "@100", {"library", "DEV"}, 1,
          {"while reading /iTunes_Control/iTunes/iTunesDB"}, {}},
+        {"library: stops answering during the load", std::string("freezeAt=") + kITunesDB + "@100", {"library", "DEV"}, 1,
+         {"did not answer within 1 s while reading /iTunes_Control/iTunes/iTunesDB at byte 100"}, {}},
         {"library: damaged SQLite falls back to iTunesDB", "", {"library", "DEV"}, 0, {"Tracks:        3"}, {},
          LibraryFormat::Both, [](const std::string& root) {
              std::ofstream(root + "/iTunes_Control/iTunes/iTunes Library.itlp/Library.itdb") << std::string(5000, 'x');
