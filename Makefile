@@ -14,7 +14,8 @@ PREFIX     ?= /usr/local
 PACKAGES      := build-essential cmake pkg-config libplist-dev libpng-dev nlohmann-json3-dev \
                  libglib2.0-dev libudev-dev libsqlite3-dev libgtest-dev libgmock-dev libbenchmark-dev \
                  dosfstools fusefat util-linux mount libimobiledevice-dev libusbmuxd-dev tree \
-                 pybind11-dev python3-dev python3-pytest doxygen dpkg-dev file lintian
+                 pybind11-dev python3-dev python3-pytest doxygen dpkg-dev file lintian \
+                 libfuse3-dev fuse3
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 
 .PHONY: all deps build demo test test-release test-asan test-deb install deb docs bench fuzz fuzz-deps clean

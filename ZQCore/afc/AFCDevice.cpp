@@ -2,6 +2,9 @@
 
 #include "ZQCore/afc/AFCDeviceRef.h"
 #include "ZQCore/foundation/Exception.h"
+#include "ZQCore/foundation/File.h"
+
+#include <cerrno>
 
 #include <algorithm>
 #include <cstdlib>
@@ -36,6 +39,15 @@ std::optional<std::uint64_t> regularFileSize(AFCInterface& afc, const std::strin
         bytes = std::strtoull(size->second.c_str(), nullptr, 10);
     constexpr std::uint64_t kLargestReservation = 1ULL << 28;
     return std::min(bytes, kLargestReservation);
+}
+
+/// "1 s", "2.5 s".
+std::string seconds(std::chrono::milliseconds time)
+{
+    std::string text = std::to_string(time.count() / 1000);
+    if (const auto tenths = time.count() % 1000 / 100)
+        text += "." + std::to_string(tenths);
+    return text + " s";
 }
 
 std::string joinPath(const std::string& folder, const std::string& name)
@@ -124,59 +136,146 @@ void AFCDevice::disconnected(std::uint32_t deviceID)
 
 // ---- files ----------------------------------------------------------------------------------
 
+std::string AFCDevice::describe() const
+{
+    std::optional<std::string> name;
+    if (device_ && device_->device())
+        name = device_->device()->copyValue(std::nullopt, "DeviceName");
+    const std::optional<std::string> serial = device_ ? device_->serialNumber() : std::nullopt;
+    return "the device \"" + name.value_or("iPod") + "\" (serial " + serial.value_or("unknown") + ")";
+}
+
+void AFCDevice::raiseFailure(const std::string& path, std::uint64_t offset) const
+{
+    const int error = deviceInterface_->lastError();
+    // Library paths join "/" and an absolute path: one slash is shown.
+    std::string where;
+    for (const char c : path)
+        if (c != '/' || where.empty() || where.back() != '/')
+            where += c;
+    where += offset ? " at byte " + std::to_string(offset) : "";
+    switch (error) {
+    case kAFCDeviceDeparted:
+        throw Exception("AFCDeviceDeparted", "Lost " + describe() + " while reading " + where +
+                                                 ": it was disconnected. Connect it again and run the command again.");
+    case kAFCDeviceNotAnswering: {
+        std::string who = describe();
+        who[0] = 'T';  // it opens the sentence
+        throw Exception("AFCDeviceNotAnswering",
+                        who + " did not answer within " + seconds(requestTimeout()) +
+                            " while reading " + where +
+                            ". Unlock it, or disconnect and connect it again, then run the command again "
+                            "(ZQ_DEVICE_TIMEOUT sets how many seconds to wait).");
+    }
+    case kAFCRequestCancelled:
+        throw Exception("AFCDeviceCancelled", "Reading " + where + " from " + describe() + " was stopped.");
+    default:
+        throw Exception("AFCDeviceReadError", "Could not read " + where + " from " + describe() + " (AFC error " +
+                                                  std::to_string(error) +
+                                                  "). Try again; if it fails again, the file is damaged on the device.");
+    }
+}
+
+bool AFCDevice::hasGone() const
+{
+    const int error = deviceInterface_->lastError();
+    return error == kAFCDeviceDeparted || error == kAFCDeviceNotAnswering || error == kAFCRequestCancelled;
+}
+
+std::optional<std::uint64_t> AFCDevice::regularFile(const std::string& path)
+{
+    const auto size = regularFileSize(*deviceInterface_, path);
+    if (!size && hasGone())
+        raiseFailure(path, 0);
+    return size;
+}
+
+std::uint64_t AFCDevice::openForReading(const std::string& path)
+{
+    const std::uint64_t file = deviceInterface_->openFileAtPath(path, AFCInterface::kModeRead);
+    if (file == 0)
+        raiseFailure(path, 0);
+    return file;
+}
+
 std::optional<Data> AFCDevice::contentsOfFileAtPath(const std::string& path)
 {
     // The regular-file test, which also tells the size to reserve.
-    const auto size = regularFileSize(*deviceInterface_, path);
+    const auto size = regularFile(path);
     if (!size)
         return std::nullopt;
     std::vector<std::uint8_t> contents;
-    const std::uint64_t file = deviceInterface_->openFileAtPath(path, AFCInterface::kModeRead);
-    if (file == 0)
-        return Data();
     contents.reserve(static_cast<std::size_t>(*size));
-    // Each request asks for what the last one got: after a short read the requests stay at
-    // that size.
-    std::uint32_t count = kChunkSize;
-    std::uint64_t offset = 0;
-    // Sizes on these devices are 32-bit: a device that never ends a file stops there.
-    constexpr std::uint64_t kLargestFile = 0xFFFFFFFFULL;
-    auto chunk = deviceInterface_->readFromFile(file, count, offset);
-    while (count != 0) {
-        contents.insert(contents.end(), chunk->bytes(), chunk->bytes() + chunk->size());
-        offset += count;
-        if (offset >= kLargestFile)
-            break;
-        chunk = deviceInterface_->readFromFile(file, count, offset);
-    }
-    deviceInterface_->closeFile(file);
+    readFile(path, 0, UINT64_MAX, [&](const Data& chunk) {
+        contents.insert(contents.end(), chunk.bytes(), chunk.bytes() + chunk.size());
+        return 0;
+    });
     return Data(std::move(contents));
 }
 
 std::optional<Data> AFCDevice::chunkOfFileAtPath(const std::string& path, Range range)
 {
-    const auto size = regularFileSize(*deviceInterface_, path);
+    const auto size = regularFile(path);
     if (!size)
         return std::nullopt;
     std::vector<std::uint8_t> contents;
-    const std::uint64_t file = deviceInterface_->openFileAtPath(path, AFCInterface::kModeRead);
-    if (file == 0)
-        return Data();
     if (*size > range.location)
         contents.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(range.length, *size - range.location)));
-    std::uint32_t remaining = range.length;
-    std::uint64_t offset = range.location;
-    std::uint32_t count = std::min(remaining, kChunkSize);
-    auto chunk = deviceInterface_->readFromFile(file, count, offset);
-    while (count != 0) {
-        remaining -= count;  // never more than asked for: the interface refuses a longer answer
-        contents.insert(contents.end(), chunk->bytes(), chunk->bytes() + chunk->size());
-        offset += count;
-        count = std::min(remaining, count);
-        chunk = deviceInterface_->readFromFile(file, count, offset);
-    }
-    deviceInterface_->closeFile(file);
+    readFile(path, range.location, range.length, [&](const Data& chunk) {
+        contents.insert(contents.end(), chunk.bytes(), chunk.bytes() + chunk.size());
+        return 0;
+    });
     return Data(std::move(contents));
+}
+
+FileCopyResult AFCDevice::copyFileAtPath(const std::string& path, int destination, const FileCopyProgress& progress)
+{
+    if (!regularFile(path))
+        return {.error = ENOENT};
+    return readFile(path, 0, UINT64_MAX, [&](const Data& chunk) { return writeAll(destination, chunk.bytes(), chunk.size()); },
+                    progress);
+}
+
+FileCopyResult AFCDevice::readFile(const std::string& path, std::uint64_t location, std::uint64_t length,
+                                   const std::function<int(const Data&)>& take, const FileCopyProgress& progress)
+{
+    const std::uint64_t file = openForReading(path);
+    // The file is closed on every way out, the thrown ones included.
+    struct Closer {
+        AFCInterface& afc;
+        std::uint64_t file;
+        ~Closer() { afc.closeFile(file); }
+    } closer{*deviceInterface_, file};
+
+    FileCopyResult result;
+    std::uint64_t remaining = length;
+    std::uint64_t offset = location;
+    // Each request asks for what the last one got: after a short read the requests stay at
+    // that size. A failed read is an error, never the end of the file.
+    std::uint32_t count = static_cast<std::uint32_t>(std::min<std::uint64_t>(remaining, kChunkSize));
+    // Sizes on these devices are 32-bit: a device that never ends a file stops there.
+    constexpr std::uint64_t kLargestFile = 0xFFFFFFFFULL;
+    for (;;) {
+        const auto chunk = deviceInterface_->readFromFile(file, count, offset);
+        if (!chunk)
+            raiseFailure(path, offset);
+        if (count == 0)
+            break;
+        if (const int error = take(*chunk)) {
+            result.error = error;
+            return result;
+        }
+        remaining -= count;  // never more than asked for: the interface refuses a longer answer
+        offset += count;
+        result.bytesCopied += count;
+        if (progress && !progress(result.bytesCopied))
+            return result;
+        if (offset >= kLargestFile)
+            break;
+        count = static_cast<std::uint32_t>(std::min<std::uint64_t>(remaining, count));
+    }
+    result.completed = true;
+    return result;
 }
 
 bool AFCDevice::createFileAtPath(const std::string& path, const Data& data)
@@ -225,6 +324,13 @@ std::vector<std::string> AFCDevice::listOfFoldersAtPath(const std::string& path)
     return folders;
 }
 
-bool AFCDevice::fileExistsAtPath(const std::string& path) { return deviceInterface_->isFileAtPath(path); }
+bool AFCDevice::fileExistsAtPath(const std::string& path)
+{
+    if (deviceInterface_->isFileAtPath(path))
+        return true;
+    if (hasGone())
+        raiseFailure(path, 0);
+    return false;
+}
 
 } // namespace zq

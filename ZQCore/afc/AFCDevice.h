@@ -3,10 +3,12 @@
 #include "ZQCore/afc/AFCInterface.h"
 #include "ZQCore/foundation/Data.h"
 #include "ZQCore/foundation/Export.h"
+#include "ZQCore/foundation/File.h"
 #include "ZQCore/foundation/NotificationCenter.h"
 #include "ZQCore/foundation/Range.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -56,11 +58,24 @@ public:
     const std::shared_ptr<AFCInterface>& deviceInterface() const { return deviceInterface_; }
 
     // ---- files ----
-    /// The whole file; empty data when it cannot be opened; no value when no regular file is there.
+    // A read that fails is an error, never a short file: the reads below throw a zq::Exception
+    // that names the device and the failure: "AFCDeviceDeparted" (it was disconnected),
+    // "AFCDeviceNotAnswering" (no answer within requestTimeout()), "AFCDeviceCancelled"
+    // (cancelDeviceRequests) or "AFCDeviceReadError" (the device could not read the file).
+    // A device that has gone also throws from the existence tests, rather than answering that
+    // the file is missing.
+
+    /// The whole file; no value when no regular file is there.
     std::optional<Data> contentsOfFileAtPath(const std::string& path);
-    /// Up to `range.length` bytes from `range.location` (what exists of them); empty data when
-    /// the file cannot be opened; no value when no regular file is there.
+    /// Up to `range.length` bytes from `range.location` (what exists of them); no value when no
+    /// regular file is there.
     std::optional<Data> chunkOfFileAtPath(const std::string& path, Range range);
+    /// Streams the whole file into `destination` in pieces of kChunkSize, one file opened once,
+    /// in constant memory. ENOENT when no regular file is there, a write's errno when the
+    /// destination fails; `progress` may stop the copy.
+    FileCopyResult copyFileAtPath(const std::string& path, int destination, const FileCopyProgress& progress = {});
+    /// "the device "NAME" (serial SERIAL)", for messages.
+    std::string describe() const;
     /// True when the file was written and closed; false when its folder does not exist.
     bool createFileAtPath(const std::string& path, const Data& data);
     /// True when a regular file was removed; folders are left alone.
@@ -74,6 +89,15 @@ public:
 
 private:
     AFCDevice() = default;
+
+    [[noreturn]] void raiseFailure(const std::string& path, std::uint64_t offset) const;
+    bool hasGone() const;
+    std::optional<std::uint64_t> regularFile(const std::string& path);
+    std::uint64_t openForReading(const std::string& path);
+    /// Reads up to `length` bytes from `location` to the end of the file, handing each piece to
+    /// `take` (which answers 0, or an errno that ends the read).
+    FileCopyResult readFile(const std::string& path, std::uint64_t location, std::uint64_t length,
+                            const std::function<int(const Data&)>& take, const FileCopyProgress& progress = {});
 
     std::shared_ptr<AFCInterface> deviceInterface_;
     std::shared_ptr<AFCDeviceRef> device_;

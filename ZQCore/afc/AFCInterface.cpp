@@ -26,7 +26,7 @@ bool AFCInterface::createDirectory(const std::string& path) { return afc_handle_
 std::vector<std::string> AFCInterface::listFilesInPath(const std::string& path)
 {
     AFCDirectory directory;
-    if (afc_handle_->directoryOpen(path, directory) != 0)
+    if (track(afc_handle_->directoryOpen(path, directory)) != 0)
         throw Exception("", "");
     std::vector<std::string> names;
     while (auto name = directory.read())
@@ -55,7 +55,7 @@ bool AFCInterface::isFileAtPath(const std::string& path)
 std::optional<AFCInterface::Attributes> AFCInterface::getAttributesAtPath(const std::string& path)
 {
     AFCKeyValue information;
-    if (afc_handle_->fileInfoOpen(path, information) != 0)
+    if (track(afc_handle_->fileInfoOpen(path, information)) != 0)
         return std::nullopt;
     return createDictionaryForAFCDictionary(information);
 }
@@ -63,7 +63,7 @@ std::optional<AFCInterface::Attributes> AFCInterface::getAttributesAtPath(const 
 std::optional<AFCInterface::Attributes> AFCInterface::getDeviceAttributes()
 {
     AFCKeyValue information;
-    if (afc_handle_->deviceInfoOpen(information) != 0)
+    if (track(afc_handle_->deviceInfoOpen(information)) != 0)
         return std::nullopt;
     return createDictionaryForAFCDictionary(information);
 }
@@ -79,7 +79,7 @@ AFCInterface::Attributes AFCInterface::createDictionaryForAFCDictionary(AFCKeyVa
 std::uint64_t AFCInterface::openFileAtPath(const std::string& path, std::uint64_t mode)
 {
     std::uint64_t file = 0;
-    const int error = afc_handle_->fileRefOpen(path, mode, file);
+    const int error = track(afc_handle_->fileRefOpen(path, mode, file));
     if (error != 0) {
         log("AFCFileRefOpen(" + std::to_string(static_cast<std::int32_t>(mode)) + "): " + std::to_string(error));
         return 0;
@@ -87,18 +87,18 @@ std::uint64_t AFCInterface::openFileAtPath(const std::string& path, std::uint64_
     return file;
 }
 
-bool AFCInterface::closeFile(std::uint64_t file) { return afc_handle_->fileRefClose(file) == 0; }
+bool AFCInterface::closeFile(std::uint64_t file) { return track(afc_handle_->fileRefClose(file)) == 0; }
 
 std::optional<Data> AFCInterface::readFromFile(std::uint64_t file, std::uint32_t& size, std::uint64_t offset)
 {
-    if (afc_handle_->fileRefSeek(file, static_cast<std::int64_t>(offset), 0) != 0) {
+    if (track(afc_handle_->fileRefSeek(file, static_cast<std::int64_t>(offset), 0)) != 0) {
         size = 0;
         return std::nullopt;
     }
     // Sized by the request, which the callers bound to one chunk.
     std::unique_ptr<std::uint8_t[]> buffer(new std::uint8_t[size == 0 ? 1 : size]);
     std::uint32_t count = size;
-    if (afc_handle_->fileRefRead(file, buffer.get(), count) != 0 || count > size) {
+    if (track(afc_handle_->fileRefRead(file, buffer.get(), count)) != 0 || count > size) {
         size = 0;
         return std::nullopt;
     }

@@ -45,10 +45,16 @@ public:
     bool setSizeOfFile(const std::string& path, std::uint64_t size);
     static Attributes createDictionaryForAFCDictionary(AFCKeyValue& information);
 
+    /// The error number of the last failed call of the conduit (0 after a success), so that a
+    /// caller can tell a missing file from a device that has gone (kAFCDeviceDeparted, ...).
+    int lastError() const { return lastError_; }
+
 private:
     AFCInterface() = default;
+    int track(int error) { return lastError_ = error; }
 
     std::shared_ptr<AFCConnection> afc_handle_;
+    int lastError_ = 0;
 };
 
 } // namespace zq

@@ -7,12 +7,14 @@
 #include "ZQCore/foundation/Log.h"
 #include "ZQCore/reader/XRDataReader.h"
 
+#include <fcntl.h>
 #include <glib.h>
+#include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <filesystem>
-#include <fstream>
 
 namespace zq {
 
@@ -23,16 +25,6 @@ namespace {
 constexpr const char* kLibraryFolder = "/iTunes_Control/iTunes/iTunes Library.itlp";
 constexpr std::array<const char*, 4> kDatabaseNames = {"Library.itdb", "Extras.itdb", "Locations.itdb", "Dynamic.itdb"};
 constexpr const char* kArtworkDatabase = "/iTunes_Control/Artwork/ArtworkDB";
-
-bool writeFile(const fs::path& path, const Data& data)
-{
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (!out)
-        return false;
-    out.write(reinterpret_cast<const char*>(data.bytes()), static_cast<std::streamsize>(data.size()));
-    out.close();
-    return static_cast<bool>(out);
-}
 
 } // namespace
 
@@ -68,24 +60,47 @@ void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
     }
     iPodBasePath_ = "/";
 
-    if (!loadFromSQLiteDatabases()) {
+    bool fromSQLite = false;
+    std::optional<Exception> sqliteFailure;
+    try {
+        fromSQLite = loadFromSQLiteDatabases();
+    } catch (const Exception& error) {
+        // Damaged SQLite databases leave the binary database to go by, as on a disk-mode
+        // device; a device that has gone ends the load.
+        if (isDeviceGone(error))
+            throw;
+        tracks_.clear();
+        playlists_.clear();
+        sqliteFailure = error;
+        log("Could not load the SQLite library databases with the error: " + error.reason() +
+            " - reading iTunesDB instead.");
+    }
+    if (!fromSQLite) {
         log("AFCiPod initWithiPodReference: Didn't load from SQLite");
-        // A device without any library database loads as an empty library.
+        // A device without any library database loads as an empty library; one whose database
+        // cannot be read stops here with the reason (the read throws), and so does one whose
+        // SQLite library is damaged when there is no iTunesDB to go by.
         const auto database = contentsOfFileAtPath((fs::path("/iTunes_Control") / "iTunes" / "iTunesDB").string());
+        if (!database && sqliteFailure)
+            throw *sqliteFailure;
         parseiTunesDBWithData(database.value_or(Data()));
     }
 
     // The artwork comes over the session too. A fault in its database costs the artwork, never
-    // the library.
+    // the library; a device that has gone stops the load like any other read.
     try {
         parseArtworkDBAtPath(kArtworkDatabase, tracks_);
     } catch (const Exception& error) {
+        if (isDeviceGone(error))
+            throw;
+        artworkLoadError_ = error.reason();
         log("Could not load device artwork database with the error: " + error.reason() + " - skipping.");
     }
 
     // Loaders may have left notes here; the library starts without them.
     additionalData_ = {};
     setIsConnected(true);
+    loaded_ = true;
     ZQCore::sharedInstance()->iPodWasCreated(shared_from_this());
 }
 
@@ -100,28 +115,37 @@ bool AFCiPod::loadFromSQLiteDatabases()
             return false;
     }
 
-    // SQLite opens files, not streams: the databases are copied to a folder of their own.
+    // SQLite opens files, not streams: the databases are copied to a folder of their own,
+    // which goes again on every way out (a failed copy, a damaged database, a device that left).
     gchar* uuid = g_uuid_string_random();
     const fs::path folder = fs::path(g_get_tmp_dir()) / uuid;
     g_free(uuid);
     std::error_code ignored;
-    fs::create_directory(folder, ignored);
+    if (!fs::create_directory(folder, ignored))
+        return false;
+    struct Remover {
+        fs::path folder;
+        ~Remover()
+        {
+            std::error_code ignored;
+            fs::remove_all(folder, ignored);
+        }
+    } remover{folder};
 
     std::array<std::string, 4> local;
     bool copied = true;
     for (std::size_t i = 0; i < local.size(); ++i) {
         local[i] = (folder / kDatabaseNames[i]).string();
-        const auto contents = device_->contentsOfFileAtPath(remote[i]);
-        if (!contents || !writeFile(local[i], *contents))
+        const int out = ::open(local[i].c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        if (out < 0) {
+            copied = false;
+            continue;
+        }
+        const FileCopyResult result = device_->copyFileAtPath(remote[i], out);
+        if (::close(out) != 0 || !result.completed)
             copied = false;
     }
-    // An exception of the loader leaves here with the copies still on disk.
-    const bool loaded = copied && loadFromLocalSQLiteDatabase(local[0], local[1], local[2], local[3]);
-
-    for (const auto& path : local)
-        fs::remove(path, ignored);
-    fs::remove(folder, ignored);
-    return copied && loaded;
+    return copied && loadFromLocalSQLiteDatabase(local[0], local[1], local[2], local[3]);
 }
 
 void AFCiPod::setDevice(const std::shared_ptr<AFCDevice>& device)
@@ -140,14 +164,18 @@ Value::Dictionary AFCiPod::deviceInfo() const
     return info;
 }
 
+// A library whose device is known to have left answers at once, as a disk-mode library whose
+// volume has gone does; a device that fails during a read throws (see AFCDevice).
 std::optional<Data> AFCiPod::contentsOfFileAtPath(const std::string& path) const
 {
+    if (!isConnected() && loaded_)
+        return std::nullopt;
     return device_->contentsOfFileAtPath(path);
 }
 
 std::optional<Data> AFCiPod::chunkOfFileAtPath(const std::string& path, Range range) const
 {
-    if (!device_->fileExistsAtPath(path))
+    if ((!isConnected() && loaded_) || !device_->fileExistsAtPath(path))
         return std::nullopt;
     return device_->chunkOfFileAtPath(path, range);
 }
@@ -170,6 +198,19 @@ std::optional<std::uint64_t> AFCiPod::sizeOfFileAtPath(const std::string& path) 
     if (error != std::errc() || stop != end || size->second.empty())
         return std::nullopt;
     return value;
+}
+
+FileCopyResult AFCiPod::copyFileAtPath(const std::string& path, int destination, const FileCopyProgress& progress) const
+{
+    if (!isConnected() && loaded_)
+        return {.error = ENODEV};
+    return device_->copyFileAtPath(path, destination, progress);
+}
+
+bool AFCiPod::isDeviceGone(const Exception& error)
+{
+    return error.name() == "AFCDeviceDeparted" || error.name() == "AFCDeviceNotAnswering" ||
+           error.name() == "AFCDeviceCancelled";
 }
 
 std::shared_ptr<XRDataReader> AFCiPod::readerForFileAtPath(const std::string& path) const

@@ -2,6 +2,7 @@
 
 #include "ZQCore/afc/AFCDevice.h"
 #include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/Export.h"
 
 #include <memory>
@@ -45,13 +46,23 @@ public:
     /// regular file there or the device is gone.
     std::optional<std::uint64_t> sizeOfFileAtPath(const std::string& path) const override;
 
+    /// Streams the file over the session in constant memory; throws when the device fails
+    /// (see AFCDevice's reads).
+    FileCopyResult copyFileAtPath(const std::string& path, int destination,
+                                  const FileCopyProgress& progress = {}) const override;
+
     void deviceWasDisconnected(const std::shared_ptr<AFCDevice>& device) override;
+
+    /// True for the failures after which nothing more can be read from the device: it left,
+    /// stopped answering, or the reading was cancelled.
+    static bool isDeviceGone(const Exception& error);
 
 private:
     AFCiPod() = default;
     void loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference);
 
     std::shared_ptr<AFCDevice> device_;
+    bool loaded_ = false;  // until then the library is read while not yet marked connected
 };
 
 } // namespace zq

@@ -12,9 +12,19 @@
 #include <plist/plist.h>
 #include <usbmuxd.h>
 
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
+#include <mutex>
+#include <set>
+#include <thread>
 
 namespace zq {
 
@@ -47,22 +57,117 @@ std::vector<std::pair<std::string, std::string>> pairsOf(char** list)
     return pairs;
 }
 
+std::atomic<bool> gCancelled{false};
+std::atomic<long long> gTimeoutMilliseconds{-1};  // -1: not settled yet
+
+/// Cuts requests short that take too long (or are cancelled) by shutting down their socket, the
+/// one thing that wakes a client blocked in a receive. One thread for the process, started on
+/// first use; it looks every 100 ms while a request is under way and sleeps otherwise.
+class Watchdog {
+public:
+    struct Watch {
+        int fd = -1;
+        std::chrono::steady_clock::time_point deadline;
+        int fired = 0;  // kAFCDeviceNotAnswering or kAFCRequestCancelled once it has cut the socket
+    };
+
+    static Watchdog& shared()
+    {
+        static Watchdog* watchdog = [] {
+            auto* created = new Watchdog;  // lives as long as the process, like its thread
+            std::thread([created] { created->run(); }).detach();
+            return created;
+        }();
+        return *watchdog;
+    }
+
+    void arm(Watch& watch)
+    {
+        std::lock_guard lock(mutex_);
+        armed_.insert(&watch);
+        wake_.notify_one();
+    }
+    void disarm(Watch& watch)
+    {
+        std::lock_guard lock(mutex_);
+        armed_.erase(&watch);
+    }
+
+private:
+    void run()
+    {
+        std::unique_lock lock(mutex_);
+        for (;;) {
+            if (armed_.empty())
+                wake_.wait(lock, [this] { return !armed_.empty(); });
+            else
+                wake_.wait_for(lock, std::chrono::milliseconds(100));
+            const auto now = std::chrono::steady_clock::now();
+            for (auto it = armed_.begin(); it != armed_.end();) {
+                Watch& watch = **it;
+                watch.fired = gCancelled ? kAFCRequestCancelled : now >= watch.deadline ? kAFCDeviceNotAnswering : 0;
+                if (!watch.fired) {
+                    ++it;
+                    continue;
+                }
+                ::shutdown(watch.fd, SHUT_RDWR);
+                it = armed_.erase(it);
+            }
+        }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    std::set<Watch*> armed_;
+};
+
+/// The sockets open in this process now.
+std::set<int> openSockets()
+{
+    std::set<int> sockets;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
+        struct stat info {};
+        const int fd = std::atoi(entry.path().filename().c_str());
+        if (::fstat(fd, &info) == 0 && S_ISSOCK(info.st_mode))
+            sockets.insert(fd);
+    }
+    return sockets;
+}
+
+/// Whether an error of the client library means the connection itself failed (the device or
+/// its link went), rather than the device refusing one request.
+bool isTransportError(int error)
+{
+    return error == AFC_E_MUX_ERROR || error == AFC_E_NOT_ENOUGH_DATA || error == AFC_E_SERVICE_NOT_CONNECTED ||
+           error == AFC_E_OP_HEADER_INVALID || error == AFC_E_NO_MEM;
+}
+
 class Conduit final : public AFCConnection {
 public:
-    Conduit(DeviceHandle device, afc_client_t client) : device_(std::move(device)), client_(client) {}
+    /// `socket` is the connection's descriptor as far as it could be told (-1 when not: then
+    /// requests wait as long as the client library does).
+    Conduit(DeviceHandle device, afc_client_t client, int socket)
+        : device_(std::move(device)), client_(client), socket_(socket) {}
     ~Conduit() override { afc_client_free(client_); }
 
-    int removePath(const std::string& path) override { return afc_remove_path(client_, path.c_str()); }
+    int removePath(const std::string& path) override
+    {
+        return guarded([&] { return afc_remove_path(client_, path.c_str()); });
+    }
     int renamePath(const std::string& from, const std::string& to) override
     {
-        return afc_rename_path(client_, from.c_str(), to.c_str());
+        return guarded([&] { return afc_rename_path(client_, from.c_str(), to.c_str()); });
     }
-    int directoryCreate(const std::string& path) override { return afc_make_directory(client_, path.c_str()); }
+    int directoryCreate(const std::string& path) override
+    {
+        return guarded([&] { return afc_make_directory(client_, path.c_str()); });
+    }
 
     int directoryOpen(const std::string& path, AFCDirectory& directory) override
     {
         char** list = nullptr;
-        const afc_error_t error = afc_read_directory(client_, path.c_str(), &list);
+        const int error = guarded([&] { return afc_read_directory(client_, path.c_str(), &list); });
         if (error == AFC_E_SUCCESS)
             for (std::size_t i = 0; list && list[i]; ++i)
                 directory.names.emplace_back(list[i]);
@@ -74,7 +179,7 @@ public:
     int fileInfoOpen(const std::string& path, AFCKeyValue& information) override
     {
         char** list = nullptr;
-        const afc_error_t error = afc_get_file_info(client_, path.c_str(), &list);
+        const int error = guarded([&] { return afc_get_file_info(client_, path.c_str(), &list); });
         if (error == AFC_E_SUCCESS)
             information.pairs = pairsOf(list);
         if (list)
@@ -86,7 +191,7 @@ public:
     int deviceInfoOpen(AFCKeyValue& information) override
     {
         char** list = nullptr;
-        const afc_error_t error = afc_get_device_info(client_, &list);
+        const int error = guarded([&] { return afc_get_device_info(client_, &list); });
         if (error == AFC_E_SUCCESS)
             information.pairs = pairsOf(list);
         if (list)
@@ -96,36 +201,67 @@ public:
 
     int fileRefOpen(const std::string& path, std::uint64_t mode, std::uint64_t& file) override
     {
-        return afc_file_open(client_, path.c_str(), static_cast<afc_file_mode_t>(mode), &file);
+        return guarded([&] { return afc_file_open(client_, path.c_str(), static_cast<afc_file_mode_t>(mode), &file); });
     }
     int fileRefSeek(std::uint64_t file, std::int64_t offset, int whence) override
     {
-        return afc_file_seek(client_, file, offset, whence);
+        return guarded([&] { return afc_file_seek(client_, file, offset, whence); });
     }
     int fileRefRead(std::uint64_t file, std::uint8_t* buffer, std::uint32_t& count) override
     {
         std::uint32_t got = 0;
-        const afc_error_t error = afc_file_read(client_, file, reinterpret_cast<char*>(buffer), count, &got);
+        const int error = guarded([&] { return afc_file_read(client_, file, reinterpret_cast<char*>(buffer), count, &got); });
         count = error == AFC_E_SUCCESS ? got : 0;
         return error;
     }
     int fileRefWrite(std::uint64_t file, const std::uint8_t* bytes, std::uint32_t count) override
     {
         std::uint32_t written = 0;
-        const afc_error_t error = afc_file_write(client_, file, reinterpret_cast<const char*>(bytes), count, &written);
+        const int error = guarded(
+            [&] { return afc_file_write(client_, file, reinterpret_cast<const char*>(bytes), count, &written); });
         if (error != AFC_E_SUCCESS)
             return error;
         return written == count ? AFC_E_SUCCESS : AFC_E_WRITE_ERROR;
     }
     int fileRefSetFileSize(std::uint64_t file, std::uint64_t size) override
     {
-        return afc_file_truncate(client_, file, size);
+        return guarded([&] { return afc_file_truncate(client_, file, size); });
     }
-    int fileRefClose(std::uint64_t file) override { return afc_file_close(client_, file); }
+    int fileRefClose(std::uint64_t file) override
+    {
+        return guarded([&] { return afc_file_close(client_, file); });
+    }
 
 private:
+    /// One request under the watchdog. The first failure of the connection itself is kept and
+    /// answered from then on without asking the device again.
+    template <typename Call>
+    int guarded(Call call)
+    {
+        if (broken_)
+            return broken_;
+        if (gCancelled)
+            return kAFCRequestCancelled;
+        Watchdog::Watch watch;
+        if (socket_ >= 0) {
+            watch.fd = socket_;
+            watch.deadline = std::chrono::steady_clock::now() + requestTimeout();
+            Watchdog::shared().arm(watch);
+        }
+        const int error = call();
+        if (socket_ >= 0)
+            Watchdog::shared().disarm(watch);
+        if (watch.fired)
+            broken_ = watch.fired;
+        else if (error != AFC_E_SUCCESS && isTransportError(error))
+            broken_ = kAFCDeviceDeparted;
+        return broken_ ? broken_ : error;
+    }
+
     DeviceHandle device_;  // the conduit's stream runs over this device handle
     afc_client_t client_;
+    int socket_;
+    int broken_ = 0;
 };
 
 class Service final : public AMService {
@@ -136,10 +272,18 @@ public:
 
     int afcConnectionOpen(std::shared_ptr<AFCConnection>& connection) override
     {
+        // The client library keeps the connection's socket to itself; it is the one that the
+        // connect opened, found by looking at the process's sockets before and after.
+        const std::set<int> before = openSockets();
         afc_client_t client = nullptr;
         const afc_error_t error = afc_client_new(device_.get(), descriptor_, &client);
-        if (error == AFC_E_SUCCESS)
-            connection = std::make_shared<Conduit>(device_, client);
+        if (error == AFC_E_SUCCESS) {
+            std::set<int> added;
+            for (const int fd : openSockets())
+                if (!before.count(fd))
+                    added.insert(fd);
+            connection = std::make_shared<Conduit>(device_, client, added.size() == 1 ? *added.begin() : -1);
+        }
         return error;
     }
 
@@ -384,6 +528,17 @@ public:
     }
 };
 
+std::chrono::milliseconds timeoutFromEnvironment()
+{
+    if (const char* text = std::getenv("ZQ_DEVICE_TIMEOUT")) {
+        char* end = nullptr;
+        const double seconds = std::strtod(text, &end);
+        if (end != text && *end == '\0' && seconds > 0 && seconds < 1e6)
+            return std::chrono::milliseconds(static_cast<long long>(seconds * 1000 + 0.5));
+    }
+    return std::chrono::seconds(10);
+}
+
 std::shared_ptr<MobileDevicePlatform>& sharedSlot()
 {
     static std::shared_ptr<MobileDevicePlatform> platform;
@@ -403,5 +558,19 @@ void MobileDevicePlatform::setShared(std::shared_ptr<MobileDevicePlatform> platf
 {
     sharedSlot() = std::move(platform);
 }
+
+std::chrono::milliseconds requestTimeout()
+{
+    long long milliseconds = gTimeoutMilliseconds;
+    if (milliseconds < 0) {
+        milliseconds = timeoutFromEnvironment().count();
+        gTimeoutMilliseconds = milliseconds;
+    }
+    return std::chrono::milliseconds(milliseconds);
+}
+
+void setRequestTimeout(std::chrono::milliseconds timeout) { gTimeoutMilliseconds = std::max<long long>(1, timeout.count()); }
+
+void cancelDeviceRequests() noexcept { gCancelled = true; }
 
 } // namespace zq

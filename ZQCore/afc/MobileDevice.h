@@ -2,6 +2,7 @@
 
 #include "ZQCore/foundation/Export.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -46,6 +47,24 @@ struct AFCKeyValue {
         return pairs[next++];
     }
 };
+
+/// Results of the conduit's calls beside the service's own error numbers (which are positive):
+/// the connection to the device broke (it left, or its cable did), the device did not answer
+/// within requestTimeout(), or cancelDeviceRequests() stopped the request. After the first of
+/// these the conduit is dead: every later call answers the same at once, so a device that has
+/// gone costs one timeout, not one per file.
+constexpr int kAFCDeviceDeparted = -1001;
+constexpr int kAFCDeviceNotAnswering = -1002;
+constexpr int kAFCRequestCancelled = -1003;
+
+/// How long one request to a mobile device may take before the device counts as not answering.
+/// From the environment variable ZQ_DEVICE_TIMEOUT (seconds, fractions allowed) when set to a
+/// positive number, else 10 seconds; setRequestTimeout replaces it for the process.
+ZQ_EXPORT std::chrono::milliseconds requestTimeout();
+ZQ_EXPORT void setRequestTimeout(std::chrono::milliseconds timeout);
+/// Makes every request to a mobile device that is in progress, or starts later, give up at once
+/// with kAFCRequestCancelled. Only sets a flag, so a signal handler (Ctrl-C) may call it.
+ZQ_EXPORT void cancelDeviceRequests() noexcept;
 
 /// One open file conduit of a device session. Not thread-safe: one thread at a time.
 class ZQ_EXPORT AFCConnection {

@@ -72,6 +72,7 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
         try {
             parseArtworkDBAtPath(artworkDB, tracks_);
         } catch (const Exception& error) {
+            artworkLoadError_ = error.reason();
             log("Could not load device artwork database with the error: " + error.reason() + " - skipping.");
         }
     }

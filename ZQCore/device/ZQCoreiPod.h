@@ -114,6 +114,10 @@ public:
     /// reader over contentsOfFileAtPath.
     virtual std::shared_ptr<XRDataReader> readerForFileAtPath(const std::string& path) const;
 
+    /// Why the artwork database could not be loaded (the library loads without artwork then);
+    /// no value when it loaded or the device has none.
+    const std::optional<std::string>& artworkLoadError() const { return artworkLoadError_; }
+
     bool isConnected() const { return connected_; }
     void setIsConnected(bool connected) { connected_ = connected; }
 
@@ -207,6 +211,7 @@ protected:
     Value properties_;
     std::int32_t autodetectedType_ = 0;
     bool connected_ = false;
+    std::optional<std::string> artworkLoadError_;
 
 private:
     void readIdentityProperties();

@@ -95,7 +95,8 @@ public:
     std::uint32_t year() const { return year_; }
     std::uint32_t bitrate() const { return bitrate_; }
     std::uint32_t sampleRate() const { return sampleRate_; }
-    std::uint32_t volume() const { return volume_; }
+    /// The volume adjustment, signed: -255 (quieter) to 255 (louder).
+    std::int32_t volume() const { return volume_; }
     std::uint32_t startTime() const { return startTime_; }
     std::uint32_t endTime() const { return endTime_; }
     std::uint32_t soundcheckValue() const { return soundcheckValue_; }
@@ -194,7 +195,7 @@ private:
     std::uint32_t year_ = 0;
     std::uint32_t bitrate_ = 0;
     std::uint32_t sampleRate_ = 0;
-    std::uint32_t volume_ = 0;
+    std::int32_t volume_ = 0;
     std::uint32_t startTime_ = 0;
     std::uint32_t endTime_ = 0;
     std::uint32_t soundcheckValue_ = 0;

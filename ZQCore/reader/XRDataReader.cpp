@@ -1,5 +1,6 @@
 #include "ZQCore/reader/XRDataReader.h"
 
+#include "ZQCore/foundation/Application.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/UTF16.h"
 
@@ -65,7 +66,10 @@ bool validUTF8(const unsigned char* s, std::size_t n)
 // they have just read, which the window still holds.
 class XRDataReader::FileWindow {
 public:
-    FileWindow(int fd, std::size_t windowSize) : fd_(fd), windowSize_(windowSize ? windowSize : 1) {}
+    FileWindow(int fd, std::size_t windowSize, std::string path)
+        : fd_(fd), windowSize_(windowSize ? windowSize : 1), path_(std::move(path))
+    {
+    }
     ~FileWindow() { ::close(fd_); }
     FileWindow(const FileWindow&) = delete;
     FileWindow& operator=(const FileWindow&) = delete;
@@ -88,7 +92,13 @@ public:
             ssize_t got = ::pread(fd_, buffer_.data() + filled_, want - filled_, static_cast<off_t>(offset) + static_cast<off_t>(filled_));
             if (got < 0 && errno == EINTR)
                 continue;
-            if (got <= 0)
+            // A failed read is the device's fault, not the file's: it is said so, never taken
+            // for a file that ends early.
+            if (got < 0)
+                throw Exception(applicationIdentifier() + ".FileReadError",
+                                "Could not read " + path_ + " at byte " + std::to_string(offset + static_cast<std::int64_t>(filled_)) +
+                                    ": " + std::strerror(errno) + ". The device may have been disconnected, or its volume is damaged.");
+            if (got == 0)
                 break;
             filled_ += static_cast<std::size_t>(got);
         }
@@ -98,6 +108,7 @@ public:
 private:
     int fd_;
     std::size_t windowSize_;
+    std::string path_;
     std::vector<std::uint8_t> buffer_;
     std::int64_t start_ = 0;
     std::size_t filled_ = 0;
@@ -116,7 +127,7 @@ std::shared_ptr<XRDataReader> XRDataReader::dataReaderWithFile(const std::string
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0)
         return nullptr;
-    auto window = std::make_unique<FileWindow>(fd, windowSize);
+    auto window = std::make_unique<FileWindow>(fd, windowSize, path);
     struct stat info {};
     if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode))
         return nullptr;

@@ -35,7 +35,7 @@ std::shared_ptr<iPodTrack> iPodTrack::initWithMHIT(std::span<const std::uint8_t>
     t.year_ = le32(header, H::year);
     t.bitrate_ = le32(header, H::bitrate);
     t.sampleRate_ = le16(header, H::sampleRate);
-    t.volume_ = le32(header, H::volume);
+    t.volume_ = static_cast<std::int32_t>(le32(header, H::volume));
     t.startTime_ = le32(header, H::startTime);
     t.endTime_ = le32(header, H::stopTime);
     t.soundcheckValue_ = le32(header, H::soundcheck);

@@ -101,7 +101,7 @@ std::shared_ptr<iPodTrack> iPodTrack::initWithSQLiteRow(sqlite3_stmt* row, sqlit
     t.BPM_ = static_cast<std::uint16_t>(sqlite3_column_int(row, Bpm));
     t.discNumber_ = unsignedInt(row, DiscNumber);
     t.discTotal_ = unsignedInt(row, DiscCount);
-    t.volume_ = unsignedInt(row, RelativeVolume);
+    t.volume_ = sqlite3_column_int(row, RelativeVolume);
     t.mediaType_ = unsignedInt(row, MediaKind);
     t.albumID_ = static_cast<std::uint64_t>(sqlite3_column_int64(row, AlbumPid));
 

@@ -19,6 +19,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 constexpr std::uint32_t kChunk = 262144;
@@ -139,21 +140,22 @@ TEST_F(AFCFiles, ReadsOfAFolderOrAMissingPathAnswerNoData)
     EXPECT_THAT(conduit().requestsOf("open"), IsEmpty());
 }
 
-TEST_F(AFCFiles, AFileThatCannotBeOpenedReadsAsEmptyDataAndIsLogged)
+TEST_F(AFCFiles, AFileThatCannotBeOpenedIsAReadErrorAndIsLogged)
 {
     conduit().files["/Music/locked.mp3"] = "secret";
     conduit().unopenable.insert("/Music/locked.mp3");
     std::vector<std::string> lines;
     auto previous = setLogHandler([&](const std::string& line) { lines.push_back(line); });
 
-    const auto whole = session->contentsOfFileAtPath("/Music/locked.mp3");
-    const auto part = session->chunkOfFileAtPath("/Music/locked.mp3", {0, 3});
+    for (int read = 0; read < 2; ++read)
+        try {
+            read ? session->chunkOfFileAtPath("/Music/locked.mp3", {0, 3}) : session->contentsOfFileAtPath("/Music/locked.mp3");
+            ADD_FAILURE() << "a file that cannot be opened read as data";
+        } catch (const Exception& error) {
+            EXPECT_EQ(error.name(), "AFCDeviceReadError");
+            EXPECT_THAT(error.reason(), HasSubstr("Could not read /Music/locked.mp3 from the device"));
+        }
     setLogHandler(previous);
-
-    ASSERT_TRUE(whole.has_value());
-    EXPECT_TRUE(whole->empty());
-    ASSERT_TRUE(part.has_value());
-    EXPECT_TRUE(part->empty());
     EXPECT_THAT(lines, ElementsAre("AFCFileRefOpen(2): 10", "AFCFileRefOpen(2): 10"));
 }
 

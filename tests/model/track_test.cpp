@@ -40,7 +40,7 @@ TEST(ModelTrack, GettersAnswerWhatTheRecordHolds)
     const iPodTrack& t = *library->allTracks()[0];
     // A comment present but empty is not absent; the album artist is.
     EXPECT_EQ(trackFields(t), "4294967294 81985529216486895 1 80 4000000000 224000 1500 200000 3/12 2/3 2011 320 48000 "
-                              "4294967246 1234 31 128 -2147483647 48879 4294967295|Harbour Song|Northern Lights|"
+                              "-50 1234 31 128 -2147483647 48879 4294967295|Harbour Song|Northern Lights|"
                               "The Hollow Pines|-|Indie Rock|MPEG audio file|#!#104#!#||Music|Ada Lindqvist|Sea|"
                               "Słońce|" + dir.path() + "/iPod_Control/Music/F03/HBSG.mp3");
     EXPECT_EQ(t.description(), "Track ID: -2 Title: Harbour Song");

@@ -170,7 +170,8 @@ void SimulatedUsbmuxd::attach(const SimulatedDeviceSpec& device)
 {
     command("attach " + quoted(device.udid) + " " + quoted(device.root) + " " + quoted("name=" + device.deviceName) +
             " " + quoted("productType=" + device.productType) + " " + quoted("serial=" + device.serialNumber) + " " +
-            quoted("deviceClass=" + device.deviceClass) + " paired=" + (device.paired ? "1" : "0"));
+            quoted("deviceClass=" + device.deviceClass) + " paired=" + (device.paired ? "1" : "0") +
+            (device.faults.empty() ? "" : " " + device.faults));
 }
 
 void SimulatedUsbmuxd::detach(const std::string& udid)

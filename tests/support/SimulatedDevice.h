@@ -21,6 +21,9 @@ struct SimulatedDeviceSpec {
     std::string serialNumber = "F2LZK0ABCDEF";
     std::string deviceClass = "iPhone";
     bool paired = true;  ///< false: the device does not trust this computer and refuses sessions
+    /// Injected faults, as zq-device-sim's attach keys ("readError=PATH@OFFSET",
+    /// "departAfter=BYTES", "freezeAfter=BYTES"), each word already quoted where needed.
+    std::string faults;
 };
 
 class SimulatedUsbmuxd {

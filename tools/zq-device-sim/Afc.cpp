@@ -274,6 +274,10 @@ public:
             arguments.resize(std::size_t(entireLength - kHeaderSize));
             if (!readExact(socket_, arguments.data(), arguments.size()))
                 return;
+            if (device_.frozen) {
+                hang();
+                return;
+            }
             if (!root_.valid()) {
                 if (!status(kObjectNotFound))
                     return;
@@ -482,17 +486,54 @@ private:
         // Handle 0 means "no file" to clients, so handles start at 1.
         std::uint64_t handle = nextHandle_++;
         files_[handle] = file.fd;
+        for (const auto& fault : device_.faults) {
+            const auto faultParts = DeviceRoot::components(fault.path);
+            if (faultParts == parts)
+                faults_[handle].push_back(&fault);
+        }
         file.fd = -1;
         return word(kFileOpenResult, handle);
     }
 
+    /// A frozen device: nothing more is answered; the connection ends when the client gives up.
+    bool hang()
+    {
+        std::uint8_t sink[4096];
+        while (::read(socket_, sink, sizeof sink) > 0 || errno == EINTR) {
+        }
+        return false;
+    }
+
     bool fileRead(Arguments& args)
     {
-        int fd = fileOf(args.word());
+        auto handle = args.word();
+        int fd = fileOf(handle);
         auto size = args.word();
         if (fd < 0 || !size)
             return status(kInvalidArgument);
         std::size_t wanted = std::size_t(std::min(*size, kLargestRead));
+        // Injected faults strike once the read reaches their byte; the read before stops there.
+        const off_t at = ::lseek(fd, 0, SEEK_CUR);
+        const auto faults = faults_.find(*handle);
+        for (const Device::Fault* fault : faults == faults_.end() ? std::vector<const Device::Fault*>() : faults->second) {
+            if (at < 0)
+                break;
+            if (std::uint64_t(at) < fault->offset) {
+                wanted = std::size_t(std::min<std::uint64_t>(wanted, fault->offset - std::uint64_t(at)));
+                continue;
+            }
+            switch (fault->kind) {
+            case Device::Fault::ReadError:
+                return status(kIOError);
+            case Device::Fault::Freeze:
+                device_.frozen = true;
+                return hang();
+            case Device::Fault::Depart:
+                if (device_.depart)
+                    device_.depart();
+                return false;
+            }
+        }
         std::vector<std::uint8_t> packet(kHeaderSize + wanted);
         std::size_t got = 0;
         while (got < wanted) {
@@ -558,6 +599,7 @@ private:
         if (fd < 0)
             return status(kInvalidArgument);
         files_.erase(*handle);
+        faults_.erase(*handle);
         return statusOfResult(::close(fd));
     }
 
@@ -719,6 +761,7 @@ private:
     DeviceRoot root_;
     std::uint64_t packetNumber_ = 0;
     std::map<std::uint64_t, int> files_;
+    std::map<std::uint64_t, std::vector<const Device::Fault*>> faults_;  // of the open files, by handle
     std::uint64_t nextHandle_ = 1;
 };
 

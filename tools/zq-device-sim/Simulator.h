@@ -9,11 +9,13 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace zq::sim {
 
@@ -29,6 +31,17 @@ struct Device {
     std::string deviceClass = "iPhone";
     std::string modelNumber = "MWLT2";
     bool paired = true;
+
+    /// A fault that strikes when a read of one file reaches a byte; what comes before it is
+    /// served as usual.
+    struct Fault {
+        enum Kind { ReadError, Depart, Freeze } kind;  ///< an I/O error; the device leaves; it stops answering
+        std::string path;
+        std::uint64_t offset = 0;
+    };
+    std::vector<Fault> faults;     ///< for trying how clients meet a failing device
+    std::atomic<bool> frozen{false};
+    std::function<void()> depart;  ///< detaches the device (set by whoever attaches it)
 
     std::mutex servicesMutex;
     std::set<std::uint16_t> servicePorts;  ///< ports handed out by StartService, open for Connect

@@ -7,7 +7,8 @@
 // command per line from standard input and answers each with one line, "ok" or "error <why>":
 //
 //   attach UDID ROOT [key=value ...]   keys: name, productType, productVersion, serial,
-//                                      deviceClass, modelNumber, paired=0|1
+//                                      deviceClass, modelNumber, paired=0|1, and faults:
+//                                      readErrorAt=PATH@OFFSET, departAt=PATH@OFFSET, freezeAt=PATH@OFFSET
 //   detach UDID
 //   restart                            drop every client connection, keep listening
 //   quit                               (also at the end of standard input)
@@ -17,6 +18,7 @@
 
 #include "tools/zq-device-sim/Simulator.h"
 
+#include <charconv>
 #include <csignal>
 #include <filesystem>
 #include <iostream>
@@ -57,6 +59,12 @@ std::optional<std::vector<std::string>> splitWords(const std::string& line)
     return words;
 }
 
+bool byteCount(const std::string& text, std::uint64_t& value)
+{
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size() && !text.empty() && value < (1ULL << 62);
+}
+
 std::string attach(zq::sim::Simulator& simulator, const std::vector<std::string>& words)
 {
     if (words.size() < 3)
@@ -84,12 +92,23 @@ std::string attach(zq::sim::Simulator& simulator, const std::vector<std::string>
             device->modelNumber = value;
         else if (key == "paired" && (value == "0" || value == "1"))
             device->paired = value == "1";
+        else if (key == "readErrorAt" || key == "departAt" || key == "freezeAt") {
+            using Fault = zq::sim::Device::Fault;
+            Fault fault{key == "readErrorAt" ? Fault::ReadError : key == "departAt" ? Fault::Depart : Fault::Freeze, {}, 0};
+            const auto at = value.rfind('@');
+            if (at == std::string::npos || at == 0 || !byteCount(value.substr(at + 1), fault.offset))
+                return "expected " + key + "=PATH@OFFSET, got " + words[i];
+            fault.path = value.substr(0, at);
+            device->faults.push_back(fault);
+        }
         else
             return "unknown setting " + words[i];
     }
     std::error_code ec;
     if (!std::filesystem::is_directory(device->root, ec))
         return "no folder " + device->root;
+    // Called from the connection that used up the budget; the detach drops that connection too.
+    device->depart = [&simulator, udid = device->udid] { simulator.detach(udid); };
     return simulator.attach(device);
 }
 
@@ -105,6 +124,13 @@ const char* const kHelp =
     "\n"
     "  attach UDID ROOT [key=value ...]  a phone arrives; keys: name, productType, productVersion,\n"
     "                                    serial, deviceClass, modelNumber, paired=0|1\n"
+    "                                    faults (for trying failing devices):\n"
+    "                                    and faults, each striking when a read of the file PATH on\n"
+    "                                    the phone reaches byte OFFSET (bytes before it are served):\n"
+    "                                      readErrorAt=PATH@OFFSET  the read fails with an I/O error\n"
+    "                                      departAt=PATH@OFFSET     the phone leaves, as if unplugged\n"
+    "                                      freezeAt=PATH@OFFSET     the phone stops answering its file\n"
+    "                                                               service (connections stay open)\n"
     "  detach UDID                       the phone leaves; its connections drop\n"
     "  restart                           every client connection drops, as when usbmuxd restarts\n"
     "  quit                              ends the simulator (so does the end of the input)\n"

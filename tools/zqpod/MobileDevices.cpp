@@ -16,10 +16,20 @@
 #include "ZQCore/foundation/File.h"
 #include "ZQCore/foundation/Log.h"
 
+#include "TrackCopy.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <chrono>
-#include <fstream>
+#include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <string_view>
+#include <utility>
 
 namespace zqpod {
 
@@ -84,25 +94,70 @@ int copyTrack(const std::vector<std::string>& args, std::ostream& out, std::ostr
         err << "zqpod get: no track with ID " << trackID << " on " << library->name().value_or("the device") << '\n';
         return 1;
     }
-    const auto contents = track->contentsOfTrackFile();
-    if (!contents) {
-        err << "zqpod get: the file of track " << trackID << " (" << track->filePath().value_or("no path")
-            << ") cannot be read\n";
+    const std::string devicePath = track->filePath().value_or("no path");
+    const bool toStandardOutput = args[2] == "-";
+    // The file streams in pieces, never whole in memory, into a temporary file beside OUTFILE
+    // that takes its name only once every byte has come: a failed copy leaves nothing behind.
+    std::string temporary;
+    int fd = STDOUT_FILENO;
+    if (!toStandardOutput) {
+        const std::filesystem::path target(args[2]);
+        const std::filesystem::path folder = target.has_parent_path() ? target.parent_path() : ".";
+        temporary = (folder / ("." + target.filename().string() + ".zqpod-XXXXXX")).string();
+        fd = ::mkostemp(temporary.data(), O_CLOEXEC);
+        if (fd < 0) {
+            err << "zqpod get: cannot write " << args[2] << ": " << std::strerror(errno) << '\n';
+            return 1;
+        }
+        const mode_t mask = ::umask(0);
+        ::umask(mask);
+        ::fchmod(fd, 0666 & ~mask);
+    }
+    struct Cleanup {
+        std::string path;
+        int fd;
+        ~Cleanup()
+        {
+            if (!path.empty()) {
+                ::close(fd);
+                ::unlink(path.c_str());
+            }
+        }
+    } cleanup{temporary, fd};
+
+    zq::FileCopyResult result;
+    std::string failure;
+    try {
+        result = track->copyTrackFileTo(fd, [](std::uint64_t) { return !interruptRequested(); });
+    } catch (const zq::Exception& error) {
+        failure = error.reason();
+    }
+    if (interruptRequested()) {
+        err << "zqpod get: interrupted; nothing was written to " << args[2] << '\n';
+        return 130;
+    }
+    const auto expected = track->sizeOfTrackFile();
+    if (failure.empty() && !result.completed)
+        failure = "cannot read " + devicePath + " on " + library->name().value_or("the device") + ": " +
+                  std::strerror(result.error ? result.error : EIO);
+    else if (failure.empty() && expected && *expected != result.bytesCopied)
+        failure = "the device reports " + std::to_string(*expected) + " bytes for " + devicePath + " but " +
+                  std::to_string(result.bytesCopied) + " were read";
+    if (!failure.empty()) {
+        err << "zqpod get: track " << trackID << " was not copied: " << failure << '\n';
+        if (toStandardOutput)
+            err << "zqpod get: what went to standard output is incomplete\n";
         return 1;
     }
-    if (args[2] == "-") {
-        out.write(reinterpret_cast<const char*>(contents->bytes()), static_cast<std::streamsize>(contents->size()));
-        out.flush();
+    if (toStandardOutput)
         return 0;
-    }
-    std::ofstream file(args[2], std::ios::binary | std::ios::trunc);
-    file.write(reinterpret_cast<const char*>(contents->bytes()), static_cast<std::streamsize>(contents->size()));
-    file.close();
-    if (!file) {
-        err << "zqpod get: cannot write " << args[2] << '\n';
+    const int closed = ::close(std::exchange(cleanup.fd, -1));
+    if (closed != 0 || ::rename(temporary.c_str(), args[2].c_str()) != 0) {
+        err << "zqpod get: cannot write " << args[2] << ": " << std::strerror(errno) << '\n';
         return 1;
     }
-    out << "copied " << contents->size() << " bytes of \"" << track->title().value_or("") << "\" to " << args[2] << '\n';
+    cleanup.path.clear();
+    out << "copied " << result.bytesCopied << " bytes of \"" << track->title().value_or("") << "\" to " << args[2] << '\n';
     return 0;
 }
 

@@ -4,8 +4,10 @@
 #include "CopyProgress.h"
 #include "FileNames.h"
 
+#include "ZQCore/afc/AFCiPod.h"
 #include "ZQCore/artwork/AlbumArt.h"
 #include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/Image.h"
 #include "ZQCore/model/Playlist.h"
 
@@ -21,6 +23,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <ostream>
 #include <set>
@@ -300,43 +303,102 @@ bool writeAll(int fd, const zq::Data& bytes)
     return true;
 }
 
-/// Copies one track; "" on success, else why not.
-std::string copyOne(const zq::ZQCoreiPod& library, const PlannedTrack& item, const fs::path& root, CopyProgress& progress)
+/// The folders that creating `folder` below `root` makes, removed again (when still empty)
+/// unless kept: a failed copy leaves no empty album folder behind.
+class NewFolders {
+public:
+    NewFolders(const fs::path& root, const fs::path& folder)
+    {
+        std::error_code error;
+        for (fs::path at = folder; at != root && at.has_relative_path() && !fs::exists(at, error); at = at.parent_path())
+            made_.push_back(at);
+    }
+    ~NewFolders()
+    {
+        std::error_code ignored;
+        if (!kept_)
+            for (const fs::path& folder : made_)
+                fs::remove(folder, ignored);  // only an empty folder goes
+    }
+    void keep() { kept_ = true; }
+
+private:
+    std::vector<fs::path> made_;  // deepest first
+    bool kept_ = false;
+};
+
+/// Whether the device can no longer be read at all (it left, stopped answering, its volume went
+/// away), so that no further track is tried.
+bool deviceHasGone(const zq::ZQCoreiPod& library, int error)
+{
+    if (error == ENODEV)
+        return true;
+    if (library.readsFilesThroughDevice())
+        return false;  // a session says so by its exceptions
+    struct stat info {};
+    return error == ENODEV || error == ENOTCONN || ::stat((fs::path(library.path()) / "iPod_Control").c_str(), &info) != 0;
+}
+
+/// Copies one track; "" on success, else why not. `gone` is set when the device cannot be read
+/// any more.
+std::string copyOne(const zq::ZQCoreiPod& library, const PlannedTrack& item, const fs::path& root, CopyProgress& progress,
+                    bool& gone)
 {
     const fs::path target = root / item.target;
     std::error_code error;
+    NewFolders folders(root, target.parent_path());
     fs::create_directories(target.parent_path(), error);
     if (error)
         return nameFailure("cannot create the folder", target.parent_path(), error.value());
     PendingFile file(target.parent_path(), target.filename().string());
     if (file.fd() < 0)
         return nameFailure("cannot write", target, file.error());
-    const zq::FileCopyResult result = item.track->copyTrackFileTo(file.fd(), [&](std::uint64_t bytes) {
-        progress.advance(bytes);
-        return !interruptRequested();
-    });
+    zq::FileCopyResult result;
+    const auto goneMessage = [&](int why) {
+        gone = true;
+        return "cannot copy " + devicePath(library, *item.track) + ": " + errorText(why) + "; the device's volume " +
+               library.path() + " is gone (unmounted or disconnected). Connect it again and run the same command to finish.";
+    };
+    try {
+        result = item.track->copyTrackFileTo(file.fd(), [&](std::uint64_t bytes) {
+            progress.advance(bytes);
+            return !interruptRequested();
+        });
+    } catch (const zq::Exception& failure) {
+        if (interruptRequested())
+            return "interrupted";
+        gone = zq::AFCiPod::isDeviceGone(failure);
+        return failure.reason();
+    }
     if (!result.completed) {
         if (result.error == 0)
             return "interrupted";
+        if (deviceHasGone(library, result.error))
+            return goneMessage(result.error);
         if (result.error == ENOENT)
             return "file missing on the device (" + devicePath(library, *item.track) + ")";
         return "cannot copy " + devicePath(library, *item.track) + ": " + errorText(result.error);
     }
+    if (result.bytesCopied != item.size && deviceHasGone(library, 0))
+        return goneMessage(EIO);
     if (result.bytesCopied != item.size)
         return "the device reports " + std::to_string(item.size) + " bytes for " + devicePath(library, *item.track) +
                " but " + std::to_string(result.bytesCopied) + " were copied";
     if (const int placed = file.putInPlace(target, item.action == Action::Replace); placed != 0)
         return placed == EEXIST ? "a file appeared at that name during the copy; it was left alone"
                                 : nameFailure("cannot name the copy", target, placed);
+    folders.keep();
     return "";
 }
 
 enum class SmallFileOutcome { Written, Unchanged, Failed };
 
 /// Writes a small generated file (a playlist, a cover) by the same rules as a track: an equal
-/// file is left, a different one kept and the new file numbered beside it unless `overwrite`.
+/// file is left, a different one kept and the new file numbered beside it unless `overwrite`
+/// or `supersedes` says the file there is an earlier, shorter edition of this one.
 SmallFileOutcome writeSmallFile(const fs::path& root, const std::string& wanted, const zq::Data& bytes,
-                                const CopyOptions& options, std::string& target, std::set<std::string>& taken)
+                                const CopyOptions& options, std::string& target, std::set<std::string>& taken,
+                                const std::function<bool(const zq::Data&)>& supersedes = {})
 {
     for (int n = 1; n < 1000; ++n) {
         const std::string candidate = n == 1 ? wanted : numberedPath(wanted, n);
@@ -348,13 +410,14 @@ SmallFileOutcome writeSmallFile(const fs::path& root, const std::string& wanted,
         if (exists) {
             if (!size)
                 continue;
-            auto current = *size == bytes.size() ? zq::Data::contentsOfFile((root / candidate).string()) : std::nullopt;
+            const bool small = *size == bytes.size() || (supersedes && *size < bytes.size());
+            auto current = small ? zq::Data::contentsOfFile((root / candidate).string()) : std::nullopt;
             if (current && *current == bytes && !options.overwrite) {
                 target = candidate;
                 taken.insert(nameKey(candidate));
                 return SmallFileOutcome::Unchanged;
             }
-            if (!(options.overwrite && n == 1))
+            if (!(options.overwrite && n == 1) && !(current && supersedes && supersedes(*current)))
                 continue;
             replace = true;
         }
@@ -392,6 +455,34 @@ std::string m3u8For(const zq::Playlist& playlist, const std::unordered_map<const
         ++entries;
     }
     return text;
+}
+
+/// Whether `earlier` is a playlist this copy wrote on a run that did not get every track: its
+/// entries, in order, are some of the entries of `text`. A resumed copy then replaces it rather
+/// than writing a second playlist beside it.
+bool isEarlierEdition(const zq::Data& earlier, const std::string& text)
+{
+    const std::string old(reinterpret_cast<const char*>(earlier.bytes()), earlier.size());
+    const std::string header = "#EXTM3U\n";
+    if (!old.starts_with(header) || !text.starts_with(header))
+        return false;
+    // Each entry is two lines (#EXTINF and the path); they must appear in `text` in order.
+    std::size_t at = header.size(), from = header.size();
+    while (at < old.size()) {
+        const std::size_t first = old.find('\n', at);
+        const std::size_t second = first == std::string::npos ? first : old.find('\n', first + 1);
+        if (second == std::string::npos)
+            return false;
+        const std::string entry = old.substr(at, second + 1 - at);
+        std::size_t found = from;
+        while ((found = text.find(entry, found)) != std::string::npos && text[found - 1] != '\n')
+            ++found;
+        if (found == std::string::npos)
+            return false;
+        from = found + entry.size();
+        at = second + 1;
+    }
+    return true;
 }
 
 std::string plural(std::size_t count, const char* one, const char* many)
@@ -491,7 +582,8 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
             if (item.target != item.wanted)
                 progress.note("kept     " + item.wanted + " (a different file); this copy is " + item.target, false);
             progress.startFile(item.target);
-            const std::string why = copyOne(library, item, root, progress);
+            bool gone = false;
+            const std::string why = copyOne(library, item, root, progress, gone);
             progress.finishFile(item.size);
             if (why == "interrupted") {
                 summary.interrupted = true;
@@ -501,6 +593,11 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
                 progress.note("failed   " + item.target + ": " + why, false);
                 ++summary.failed;
                 ++copyFailures;
+                if (gone) {
+                    // Every further track would fail the same way, each after its own wait.
+                    summary.deviceGone = true;
+                    break;
+                }
                 continue;
             }
             progress.note((item.action == Action::Replace ? "replaced " : "copied   ") + item.target, true);
@@ -514,7 +611,7 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
 
     // Playlists and covers describe what is in the destination, so they follow a whole run.
     std::size_t playlistsWritten = 0, coversWritten = 0;
-    if (!summary.interrupted && (options.playlists || options.art)) {
+    if (!summary.interrupted && !summary.deviceGone && (options.playlists || options.art)) {
         std::set<std::string> taken;
         for (const auto& item : planned)
             if (!item.target.empty())
@@ -535,7 +632,8 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
                     continue;
                 std::string target;
                 const std::string wanted = safeName(playlist->name().value_or("Playlist") + ".m3u8", true);
-                switch (writeSmallFile(root, wanted, zq::Data(text), options, target, taken)) {
+                switch (writeSmallFile(root, wanted, zq::Data(text), options, target, taken,
+                                       [&](const zq::Data& earlier) { return isEarlierEdition(earlier, text); })) {
                 case SmallFileOutcome::Written:
                     out << verb << target << " (" << plural(entries, "track", "tracks") << ")\n";
                     ++playlistsWritten;
@@ -550,7 +648,11 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
                 }
             }
         }
-        if (options.art) {
+        if (options.art && library.artworkLoadError()) {
+            out << "failed   covers: the device's artwork database could not be read: " << *library.artworkLoadError()
+                << '\n';
+            ++summary.failed;
+        } else if (options.art) {
             // One cover per folder, from the first track there whose artwork can be read.
             std::map<std::string, const zq::iPodTrack*> firstWithArt;
             std::vector<std::string> folders;
@@ -601,6 +703,11 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
         out << "Dry run, nothing written: would copy " << plural(summary.copied, "file", "files") << " ("
             << formatBytes(summary.bytesCopied) << "), skip " << summary.skipped << ", fail " << summary.failed
             << extras << ".\n";
+    else if (summary.deviceGone)
+        out << "Stopped: the device cannot be read any more. Copied " << plural(summary.copied, "file", "files") << " ("
+            << formatBytes(summary.bytesCopied) << "), skipped " << summary.skipped << ", failed " << summary.failed
+            << "; " << notCopied << " not copied. No partial file was left; connect the device again and run the same "
+            << "command to finish.\n";
     else if (summary.interrupted)
         out << "Interrupted: copied " << plural(summary.copied, "file", "files") << " ("
             << formatBytes(summary.bytesCopied) << "), skipped " << summary.skipped << ", failed " << summary.failed

@@ -38,6 +38,7 @@ struct CopySummary {
     std::size_t failed = 0;
     std::uint64_t bytesCopied = 0;
     bool interrupted = false;
+    bool deviceGone = false;  ///< the copy stopped because the device could not be read any more
 };
 
 /// A request that cannot be carried out at all (unknown playlist, destination inside the device

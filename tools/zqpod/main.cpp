@@ -9,6 +9,7 @@
 #include "TrackCopy.h"
 #include "MobileDevices.h"
 
+#include "ZQCore/afc/MobileDevice.h"
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "ZQCore/foundation/Exception.h"
@@ -17,7 +18,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <iostream>
@@ -57,7 +60,11 @@ int runGet(const std::vector<std::string>& args);
     "DEVICE is the mount path of a disk-mode iPod's volume (the folder that holds iPod_Control),\n" \
     "or the serial number, name or UDID of a connected device (iPhones and iPod touches too), as\n" \
     "'zqpod devices' lists them. Without it, the one device connected is used; when there are\n"  \
-    "several or none, zqpod says so and lists them.\n"
+    "several or none, zqpod says so and lists them.\n"                                             \
+    "\n"                                                                                            \
+    "A phone that stops answering is given up after --timeout SECONDS per request (default 10,\n"  \
+    "or the environment variable ZQ_DEVICE_TIMEOUT); after a device has left or stopped\n"         \
+    "answering, zqpod tries it no more, says so and exits with status 1.\n"
 
 const std::vector<Command>& commands()
 {
@@ -90,7 +97,8 @@ const std::vector<Command>& commands()
          "is already there with the same size is skipped: running the same command again resumes\n"
          "an interrupted copy. A different file of that name is kept, and the new copy is named\n"
          "beside it (\"Title (2).mp3\"). Two tracks never get the same name. A track whose file\n"
-         "is missing or unreadable is reported and the copy goes on.\n"
+         "is missing or unreadable is reported and the copy goes on. A device that leaves or stops\n"
+         "answering stops the copy; run the same command again when it is back to finish.\n"
          "\n"
          "On a terminal a bar shows files, bytes, speed and time left; otherwise each file is a\n"
          "line (\"copied\", \"skipped\", \"failed\"). Ctrl-C stops cleanly, removing the file being\n"
@@ -134,7 +142,9 @@ const std::vector<Command>& commands()
          runWatch},
         {"get", "zqpod get DEVICE TRACK-ID OUTFILE", "copy one track's file off a device",
          "Copies the file of the track with TRACK-ID (as 'zqpod library --json' lists it) off the\n"
-         "device to OUTFILE ('-' for standard output), as it is, without naming or checking.\n"
+         "device to OUTFILE ('-' for standard output), as it is, without naming. The file streams\n"
+         "in pieces and OUTFILE appears only once all of it has come: a read that fails leaves no\n"
+         "OUTFILE (exit status 1), Ctrl-C none either (130).\n"
          "\n" ZQPOD_DEVICE_HELP,
          runGet},
     };
@@ -146,7 +156,10 @@ void printUsage(std::ostream& out)
     out << "usage: zqpod COMMAND [ARGS]\n\nCommands:\n";
     for (const auto& command : commands())
         out << "  " << command.name << std::string(10 - std::strlen(command.name), ' ') << command.summary << '\n';
-    out << "\nRun 'zqpod COMMAND --help' for the details of one command.\n";
+    out << "\nOption of the commands that read a device:\n"
+           "  --timeout SECONDS  give up on a phone that does not answer a request within this time\n"
+           "                     (default 10, or the environment variable ZQ_DEVICE_TIMEOUT)\n"
+        << "\nRun 'zqpod COMMAND --help' for the details of one command.\n";
 }
 
 void printCommandHelp(std::ostream& out, const Command& command)
@@ -212,6 +225,32 @@ ParsedArgs parseArgs(const std::string& command, const std::vector<std::string>&
 
 const Command& commandNamed(const std::string& name);
 
+/// --timeout SECONDS (or =SECONDS), taken out of any command's arguments before "--": the
+/// longest a phone may take to answer one request.
+void takeTimeoutOption(std::vector<std::string>& args)
+{
+    for (std::size_t i = 0; i < args.size() && args[i] != "--"; ++i) {
+        if (args[i] != "--timeout" && !args[i].starts_with("--timeout="))
+            continue;
+        std::string value;
+        std::size_t count = 1;
+        if (args[i] == "--timeout") {
+            if (i + 1 >= args.size())
+                throw UsageError{"zqpod: --timeout needs a number of seconds"};
+            value = args[i + 1];
+            count = 2;
+        } else
+            value = args[i].substr(10);
+        char* end = nullptr;
+        const double seconds = std::strtod(value.c_str(), &end);
+        if (value.empty() || *end != '\0' || !(seconds > 0) || seconds > 1e6)
+            throw UsageError{"zqpod: --timeout wants a number of seconds above 0, not '" + value + "'"};
+        zq::setRequestTimeout(std::chrono::milliseconds(static_cast<long long>(seconds * 1000 + 0.5)));
+        args.erase(args.begin() + static_cast<long>(i), args.begin() + static_cast<long>(i + count));
+        --i;
+    }
+}
+
 /// The device and the other positional arguments of a command taking [DEVICE] then `after`.
 std::optional<std::string> deviceArgument(const std::string& command, std::vector<std::string>& positional,
                                           std::size_t after)
@@ -247,10 +286,32 @@ int runArt(const std::vector<std::string>& args)
     auto library = zqpod::openSelectedDevice(device);
     const std::size_t written = zqpod::exportAlbumArt(std::cout, *library, parsed.positional[0]);
     std::cout << written << (written == 1 ? " file" : " files") << " written\n";
+    if (const auto& why = library->artworkLoadError()) {
+        std::cerr << "zqpod art: the device's artwork database could not be read, so its covers are missing: " << *why
+                  << '\n';
+        return kExitFailure;
+    }
     return kExitOK;
 }
 
-extern "C" void stopCopy(int) { zqpod::requestInterrupt(); }
+/// Ctrl-C and SIGTERM ask the work to stop cleanly: the copy finishes between pieces of a file,
+/// and a request to a phone in progress gives up at once. A second one ends the process.
+extern "C" void stopCopy(int signal)
+{
+    zqpod::requestInterrupt();
+    zq::cancelDeviceRequests();
+    ::signal(signal, SIG_DFL);
+}
+
+void stopOnInterrupt()
+{
+    struct sigaction action {};
+    action.sa_handler = stopCopy;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+}
 
 int runCopy(const std::vector<std::string>& args)
 {
@@ -280,16 +341,8 @@ int runCopy(const std::vector<std::string>& args)
     if (winsize size{}; options.live && ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
         options.columns = size.ws_col;
 
+    stopOnInterrupt();
     auto library = zqpod::openSelectedDevice(device);
-
-    // Ctrl-C and SIGTERM only ask the copy to stop; it finishes cleanly between pieces of a file.
-    struct sigaction action {};
-    action.sa_handler = stopCopy;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = SA_RESTART;
-    ::sigaction(SIGINT, &action, nullptr);
-    ::sigaction(SIGTERM, &action, nullptr);
-
     const zqpod::CopySummary summary = zqpod::copyTracks(*library, options, std::cout);
     if (summary.interrupted)
         return kExitInterrupted;
@@ -307,7 +360,9 @@ int runDevices(const std::vector<std::string>& args)
 
 int runGet(const std::vector<std::string>& args)
 {
-    return zqpod::copyTrack(args, std::cout, std::cerr);
+    ParsedArgs parsed = parseArgs("get", args, {}, {});
+    stopOnInterrupt();
+    return zqpod::copyTrack(parsed.positional, std::cout, std::cerr);
 }
 
 int runWatch(const std::vector<std::string>& args)
@@ -367,6 +422,7 @@ int main(int argc, char** argv)
             return kExitOK;
         }
         try {
+            takeTimeoutOption(rest);
             return command.run(rest);
         } catch (const UsageError& error) {
             std::cerr << error.message << '\n';
@@ -378,6 +434,10 @@ int main(int argc, char** argv)
             std::cerr << "zqpod " << command.name << ": " << error.what() << '\n';
             return kExitFailure;
         } catch (const zq::Exception& error) {
+            if (zqpod::interruptRequested()) {
+                std::cerr << "zqpod " << command.name << ": interrupted\n";
+                return kExitInterrupted;
+            }
             std::cerr << "zqpod " << command.name << ": " << error.reason() << " (" << error.name() << ")\n";
             return kExitFailure;
         }
