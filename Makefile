@@ -14,7 +14,7 @@ PACKAGES      := build-essential cmake pkg-config libplist-dev libpng-dev nlohma
                  dosfstools fusefat util-linux mount libimobiledevice-dev libusbmuxd-dev tree
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 
-.PHONY: all deps build demo test test-release test-asan bench fuzz fuzz-deps clean
+.PHONY: all deps build demo test test-release test-asan mutate bench fuzz fuzz-deps clean
 
 all: build
 
@@ -44,6 +44,11 @@ test-asan: deps
 	cmake --build $(ASAN_BUILD) -j$(JOBS) --target zqcore_tests zqcore_afc_tests zqpod zq-make-sample
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 		ctest --output-on-failure -j$(JOBS)
+
+# How many deliberate faults the tests catch (scripts/mutate.py lists them); MUTATIONS picks some
+# by number or label word, e.g. `make mutate MUTATIONS="3 sqlite"`. Long: one rebuild per fault.
+mutate: deps
+	scripts/mutate.sh --jobs $(JOBS) $(MUTATIONS)
 
 bench: build
 	@for b in $(BUILD)/bench_*; do echo "== $$b"; $$b; done
