@@ -116,23 +116,6 @@ TEST(DeviceFileCopy, StopsWhenProgressSaysSo)
     }
 }
 
-TEST(DeviceFileCopy, SizesAndFilesThatAreNotThere)
-{
-    TempDir dir;
-    writeFile(dir.file("track.mp3"), pattern(12345));
-    fs::create_directories(dir.file("folder.mp3"));
-    DiskLibrary library(dir.path());
-    SessionLibrary session(dir.path());
-    Sink sink(dir);
-    EXPECT_EQ(library.copyFileAtPath(dir.file("missing.mp3"), sink.fd).error, ENOENT);
-    EXPECT_EQ(library.copyFileAtPath(dir.file("folder.mp3"), sink.fd).error, EISDIR);
-    EXPECT_EQ(session.copyFileAtPath(dir.file("missing.mp3"), sink.fd).error, ENOENT);
-    EXPECT_EQ(library.sizeOfFileAtPath(dir.file("track.mp3")), 12345u);
-    EXPECT_EQ(library.sizeOfFileAtPath(dir.file("missing.mp3")), std::nullopt);
-    EXPECT_EQ(library.sizeOfFileAtPath(dir.file("folder.mp3")), std::nullopt);
-    EXPECT_EQ(session.sizeOfFileAtPath(dir.file("track.mp3")), std::nullopt);  // unknown through a session
-}
-
 TEST(DeviceFileCopy, TakesTheBufferWhenTheKernelCannotCopy)
 {
     // A pipe is neither a copy_file_range nor a sendfile source.
@@ -148,31 +131,6 @@ TEST(DeviceFileCopy, TakesTheBufferWhenTheKernelCannotCopy)
     EXPECT_TRUE(result.completed);
     EXPECT_EQ(result.bytesCopied, bytes.size());
     EXPECT_TRUE(readBack(sink.fd) == bytes);
-}
-
-TEST(TrackFileCopy, GoesThroughTheParentAndNoticesAVanishedVolume)
-{
-    TempDir dir;
-    const std::string volume = dir.file("volume");
-    fs::create_directories(volume);
-    writeFile(volume + "/track.mp3", "the music");
-    auto library = std::make_shared<DiskLibrary>(volume);
-    library->setIsConnected(true);
-    auto track = iPodTrack::initWithParent(library);
-    track->setFilePath(volume + "/track.mp3");
-    EXPECT_EQ(track->sizeOfTrackFile(), 9u);
-    Sink sink(dir);
-    EXPECT_TRUE(track->copyTrackFileTo(sink.fd).completed);
-    EXPECT_EQ(readBack(sink.fd), "the music");
-
-    fs::remove_all(volume);
-    EXPECT_EQ(track->copyTrackFileTo(sink.fd).error, ENODEV);
-    EXPECT_FALSE(library->isConnected());
-
-    auto orphan = iPodTrack::initWithParent(nullptr);
-    orphan->setFilePath(volume + "/track.mp3");
-    EXPECT_EQ(orphan->copyTrackFileTo(sink.fd).error, ENOENT);
-    EXPECT_EQ(orphan->sizeOfTrackFile(), std::nullopt);
 }
 
 } // namespace

@@ -17,28 +17,6 @@ namespace {
 using zq::Image;
 using zq::Resources;
 
-// The playlist pictures and the stand-in are checked where they are used (icons, album art).
-TEST(FoundationResources, NamedPicturesDecodeAndOtherNamesGiveNone)
-{
-    auto touch = Resources::imageForResource("Touch", "png");
-    ASSERT_NE(touch, nullptr);
-    EXPECT_FALSE(touch->empty());
-    // The icon container holds 16, 32 and 128 pixel entries; the largest is used.
-    EXPECT_EQ(Resources::imageForResource("iPod", "icns")->width(), 128u);
-    EXPECT_EQ(Resources::imageForResource("iPod", "png"), nullptr);
-    EXPECT_EQ(Resources::imageForResource("Missing", "png"), nullptr);
-    EXPECT_EQ(Resources::imageForResource("iPodTypes", "plist"), nullptr);
-    EXPECT_FALSE(Resources::dataForResource("NoImage", "icns"));
-}
-
-TEST(FoundationResources, IPodTypesMapsSerialSuffixesToModelTypes)
-{
-    auto types = zq::Value::fromPropertyList(*Resources::dataForResource("iPodTypes", "plist"));
-    ASSERT_TRUE(types && types->dictionary());
-    EXPECT_EQ(types->find("LG6")->integerValue(), 1);
-    EXPECT_EQ(types->find("PS9")->integerValue(), 4);
-}
-
 void putBigEndian32(std::vector<std::uint8_t>& bytes, std::size_t at, std::uint32_t value)
 {
     for (std::size_t i = 0; i < 4; ++i)
@@ -114,25 +92,6 @@ zq::Data icnsOf(const std::vector<std::pair<std::string, zq::Data>>& entries, st
     }
     put32(4, declared ? *declared : static_cast<std::uint32_t>(out.size()));
     return zq::Data(out);
-}
-
-TEST(FoundationImage, IconContainerGivesItsLargestPNGEntry)
-{
-    const auto small = *Image(2, 2).pngData();
-    const auto large = *Image(5, 4).pngData();
-    auto image = Image::imageWithICNSData(icnsOf({{"ic04", small}, {"ic07", large}, {"ic05", small}}));
-    ASSERT_NE(image, nullptr);
-    EXPECT_EQ(std::pair(image->width(), image->height()), std::pair(5u, 4u));
-
-    // Entries in the old raw formats are passed over; nothing decodable is no image.
-    EXPECT_EQ(Image::imageWithICNSData(icnsOf({{"is32", zq::Data(std::string_view("raw pixels"))}})), nullptr);
-    EXPECT_EQ(Image::imageWithICNSData(zq::Data(std::string_view("icns"))), nullptr);
-    // The container's own length is believed only as far as the bytes present, and a length
-    // too short for any entry means no entries: nothing is read past either end.
-    for (std::uint32_t declared : {0u, 4u, 7u})
-        EXPECT_EQ(Image::imageWithICNSData(icnsOf({{"ic07", large}}, declared)), nullptr) << declared;
-    EXPECT_NE(Image::imageWithICNSData(icnsOf({{"ic07", large}}, 1000000)), nullptr);
-    EXPECT_EQ(Image::imageWithICNSData(icnsOf({}, 0)), nullptr);
 }
 
 } // namespace
