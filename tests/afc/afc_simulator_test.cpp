@@ -36,9 +36,7 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
 
 constexpr std::uint32_t kChunk = 262144;
 
@@ -54,12 +52,6 @@ void writeFile(const fs::path& path, const std::string& contents)
 {
     fs::create_directories(path.parent_path());
     std::ofstream(path, std::ios::binary) << contents;
-}
-
-std::string readFile(const fs::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 /// Names no other test of this process uses (devices and library objects outlive a test).
@@ -179,7 +171,6 @@ TEST_F(MobileDevices, AnUntrustedDeviceIsRefusedWithAReasonAndNotListed)
                                    " could not be opened: AFCDevice: Device pairing failed"));
     EXPECT_EQ(listed(spec.serialNumber), nullptr);
 }
-
 
 // ---- files over the real conduit -------------------------------------------------------------
 

@@ -31,14 +31,6 @@ std::shared_ptr<AlbumArt> artOfFirstTrack(const std::string& root, const Artwork
     return track->hasAlbumArt() ? track->albumArt() : nullptr;
 }
 
-std::string fieldsOf(const AlbumArtRep& rep)
-{
-    return std::to_string(rep.width()) + "x" + std::to_string(rep.height()) + " pad " +
-           std::to_string(rep.horizontalPadding()) + "," + std::to_string(rep.verticalPadding()) + " at " +
-           std::to_string(rep.fileOffset()) + " len " + std::to_string(rep.dataLength()) + " " +
-           rep.path().value_or("<none>");
-}
-
 TEST(ArtworkDatabase, FileNamesLoseOneLeadingColonAndStayOneComponent)
 {
     struct Case {
@@ -91,8 +83,6 @@ TEST(ArtworkDatabase, TruncatedDatabaseKeepsTheLinksOfFinishedListsAndTheLoadGoe
                                                   "requested is greater than the remaining data. - skipping."});
     expectThrown([&] { library->parseArtworkDBWithData(cut, tracks, dir.path()); });
 }
-
-// ---- linking ------------------------------------------------------------------------------------
 
 /// The linking exactly as the database's readers describe it: for each list in turn, a scan of
 /// all its artwork for every track, then the album pass.
@@ -155,8 +145,6 @@ TEST(ArtworkLinking, ResolutionEqualsTheLiteralScanOnRandomLibraries)
         ASSERT_EQ(actual, expected) << "round " << round;
     }
 }
-
-// ---- through a whole load --------------------------------------------------------------------
 
 } // namespace
 } // namespace zq

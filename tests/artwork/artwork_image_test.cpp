@@ -132,8 +132,6 @@ TEST(ArtworkImages, ByteCountsMustMatchTheStoredSizeExactly)
     EXPECT_EQ(orphan->image(), nullptr);
 }
 
-// ---- pixel conversion -----------------------------------------------------------------------
-
 std::vector<std::uint8_t> allWords()
 {
     std::vector<std::uint8_t> bytes(65536 * 2);
@@ -142,18 +140,6 @@ std::vector<std::uint8_t> allWords()
         bytes[2 * w + 1] = static_cast<std::uint8_t>(w >> 8);
     }
     return bytes;
-}
-
-// What every widened channel must satisfy, whatever the arithmetic: its top n bits are the
-// stored value (so narrowing gives the value back), 0 stays 0 and the maximum becomes 255, and
-// it is within one step of the exact scaling value × 255 / maximum.
-void expectWidened(unsigned value, unsigned bits, std::uint8_t widened, std::uint32_t word, const char* channel)
-{
-    const unsigned maximum = (1u << bits) - 1;
-    EXPECT_EQ(widened >> (8 - bits), value) << channel << " of word " << word;
-    const double exact = value * 255.0 / maximum;
-    EXPECT_LE(std::abs(widened - exact), 1.0) << channel << " of word " << word;
-    EXPECT_TRUE((value != 0 || widened == 0) && (value != maximum || widened == 255)) << channel << " of " << word;
 }
 
 // Every vector path this processor has must give exactly the plain loop's bytes: for every

@@ -116,22 +116,5 @@ TEST(DeviceFileCopy, StopsWhenProgressSaysSo)
     }
 }
 
-TEST(DeviceFileCopy, TakesTheBufferWhenTheKernelCannotCopy)
-{
-    // A pipe is neither a copy_file_range nor a sendfile source.
-    TempDir dir;
-    int ends[2];
-    ASSERT_EQ(::pipe(ends), 0);
-    const std::string bytes = pattern(50000);
-    ASSERT_EQ(::write(ends[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-    ::close(ends[1]);
-    Sink sink(dir);
-    const FileCopyResult result = copyFileContents(ends[0], sink.fd);
-    ::close(ends[0]);
-    EXPECT_TRUE(result.completed);
-    EXPECT_EQ(result.bytesCopied, bytes.size());
-    EXPECT_TRUE(readBack(sink.fd) == bytes);
-}
-
 } // namespace
 } // namespace zq

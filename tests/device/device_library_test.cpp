@@ -75,8 +75,6 @@ INSTANTIATE_TEST_SUITE_P(
                    std::nullopt},
         SerialCase{"neither file", std::nullopt, std::nullopt, std::nullopt}));
 
-// ---- the library object ---------------------------------------------------------------------
-
 TEST(DeviceLibrary, EmptyVolumeGetsTheDeviceFolderAndNothingElse)
 {
     TempDir dir;

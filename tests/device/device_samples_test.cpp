@@ -6,7 +6,7 @@
 // title, so that the expectation stays small; the smaller ones keep the whole JSON.
 //
 // Regenerate after an intended change (then review the diff):
-//   ZQ_WRITE_EXPECTED=1 build/zqcore_tests --gtest_filter='RealSamples*'
+//   ZQ_WRITE_EXPECTED=1 build/zqcore_tests --gtest_filter='*RealSamples*'
 
 #include "LibraryReport.h"
 #include "ZQCore/device/ZQCoreiPod.h"

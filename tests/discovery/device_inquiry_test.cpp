@@ -131,8 +131,6 @@ INSTANTIATE_TEST_SUITE_P(
                  "", {}, "xxxxxxxx CreateSCSITask returned NULL.\n"}),
     [](const testing::TestParamInfo<WalkCase>& param) { return "case" + std::to_string(param.index); });
 
-// ---- the load step ------------------------------------------------------------------------------
-
 std::string newSerial()
 {
     static int counter = 0;
@@ -156,13 +154,30 @@ protected:
         before_ = snapshot(root_);
     }
     std::shared_ptr<test::ScriptediPod> load() { return test::ScriptediPod::load(ZQCoreiPodRef::initWithPath(root_), script_); }
-    std::string answerOnVolume() { return snapshot(root_)["iPod_Control/Device/SysInfoExtended"].first; }
 
     TempDir dir_;
     const std::string root_ = dir_.file("IPOD");
     std::shared_ptr<SCSIScript> script_;
     decltype(snapshot("")) before_;
 };
+
+TEST_F(DiscoveryInquiryLoad, AnswerIsKeptAsSysInfoExtendedAndNothingElseOnTheVolumeChanges)
+{
+    const std::string serial = newSerial(), xml = test::sysInfoExtendedXML(serial, {{"ModelNumStr", "xB029"}});
+    make(newSerial(), xml);
+    testing::internal::CaptureStderr();
+    auto library = load();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    // The device's own answer wins over SysInfo's serial, and is on the volume word for word.
+    EXPECT_EQ(serialOf(*library), serial);
+    ASSERT_NE(library->properties().find("ModelNumStr"), nullptr);
+    auto after = snapshot(root_);
+    EXPECT_EQ(after["iPod_Control/Device/SysInfoExtended"].first, xml);
+    after.erase("iPod_Control/Device/SysInfoExtended");
+    EXPECT_EQ(after, before_) << "nothing else added (no temporary file left over), changed or touched";
+    EXPECT_EQ(script_->obtainCalls, 1);
+    EXPECT_EQ(script_->releaseCalls, 1);
+}
 
 } // namespace
 } // namespace zq

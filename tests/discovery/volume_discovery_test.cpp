@@ -1,6 +1,6 @@
 // Finding devices as volumes mount and unmount: which mounts count as removable media, and the
-// connected-device list, its notices (through the GLib main loop) and zqpod's devices and watch
-// commands against real FAT volumes in a private mount namespace.
+// connected-device list and its notices (through the GLib main loop) against real FAT volumes in
+// a private mount namespace.
 
 #include "ZQCore/device/VolumeMonitor.h"
 #include "ZQCore/device/ZQCore.h"
@@ -188,8 +188,6 @@ TEST(DiscoveryMounts, DeviceArrivesDepartsAndReturnsToItsLibrary)
     EXPECT_EQ(ZQCoreiPod::initWithiPodReference(second), library);
     EXPECT_EQ(core->iPodInstances().size(), 1u);
 }
-
-// ---- zqpod devices and zqpod watch ---------------------------------------------------------------
 
 } // namespace
 } // namespace zq

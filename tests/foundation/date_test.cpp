@@ -48,13 +48,6 @@ private:
 constexpr const char* kCentralEurope = "CET-1CEST,M3.5.0,M10.5.0/3";
 constexpr const char* kUSEastern = "EST5EDT,M3.2.0,M11.1.0";
 
-TEST_F(FoundationDate1904, InUTCStoredValuesCountFromMidnight1904)
-{
-    EXPECT_EQ(Date::from1904LocalSeconds(0).timeIntervalSinceReferenceDate(), k1904ToReference);
-    EXPECT_EQ(Date::from1904LocalSeconds(3600).iso8601(), "1904-01-01T01:00:00Z");
-    EXPECT_EQ(Date::from1904LocalSeconds(stored(1971, 6, 1, 12, 34, 56)).iso8601(), "1971-06-01T12:34:56Z");
-}
-
 TEST_F(FoundationDate1904, SecondsPartOfLargeValuesIsTakenAsSigned)
 {
     // hours = v / 3600, minutes = (v / 60) % 60, seconds = int32(v) % 60 truncated: from 2^31

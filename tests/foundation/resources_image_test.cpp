@@ -79,19 +79,4 @@ TEST(FoundationImage, BadPNGBytesGiveNoImage)
     }
 }
 
-zq::Data icnsOf(const std::vector<std::pair<std::string, zq::Data>>& entries, std::optional<std::uint32_t> declared = {})
-{
-    std::vector<std::uint8_t> out = {'i', 'c', 'n', 's', 0, 0, 0, 0};
-    auto put32 = [&](std::size_t at, std::uint32_t v) { putBigEndian32(out, at, v); };
-    for (const auto& [type, payload] : entries) {
-        const std::size_t at = out.size();
-        out.insert(out.end(), type.begin(), type.end());
-        out.resize(at + 8);
-        put32(at + 4, static_cast<std::uint32_t>(8 + payload.size()));
-        out.insert(out.end(), payload.bytes(), payload.bytes() + payload.size());
-    }
-    put32(4, declared ? *declared : static_cast<std::uint32_t>(out.size()));
-    return zq::Data(out);
-}
-
 } // namespace

@@ -15,25 +15,6 @@ using namespace test;
 
 constexpr double kUnixTimeOf1904 = -2082844800.0;
 
-TrackSpec everyField()
-{
-    return TrackSpec{
-        .trackID = 0xFFFFFFFE, .compilation = 1, .rating = 80, .lastModified = 3600, .fileSize = 4'000'000'000u,
-        .trackLength = 224'000, .trackNumber = 3, .trackTotal = 12, .year = 2011, .bitrate = 320,
-        .sampleRate = 48000, .volume = 0xFFFFFFCE, .startTime = 1500, .endTime = 200'000, .soundcheckValue = 1234,
-        .playCount = 31, .lastPlayedTime = 3771057600u, .discNumber = 2, .discTotal = 3,
-        .dateAdded = 3771057616u, .dbid = 0x0123456789ABCDEFULL, .checked = 1, .BPM = 128, .artworkCount = 1,
-        .dateReleased = 0, .skipCount = 4, .lastSkippedTime = 86400, .mediaType = 0x80000001u,
-        .seasonNumber = 2, .episodeNumber = 9, .albumID = 0xBEEF, .artworkLink = 0xFFFFFFFF,
-        .title = "Harbour Song", .location = ":iPod_Control:Music:F03:HBSG.mp3", .album = "Northern Lights",
-        .artist = "The Hollow Pines", .genre = "Indie Rock", .fileType = "MPEG audio file", .EQSetting = "#!#104#!#",
-        .comment = "", .podcastCategory = "Music", .composer = "Ada Lindqvist", .grouping = "Sea",
-        .description = "Słońce", .albumArtist = std::nullopt,
-    };
-}
-
-// ---- reading the media file ------------------------------------------------------------------
-
 /// A library with one track whose file holds 100 bytes (0, 1, 2, ...) while the database
 /// records a size of 80.
 class ModelTrackFile : public testing::Test {

@@ -1,9 +1,6 @@
-// The walk of the binary library database: data sets, track records, the device name, playlist
-// records (kinds, titles, podcast grouping, track resolution) and smart-playlist rule lists, on
-// databases written by the test image builder into device volumes.
+// The walk of the binary library database where whole-library comparisons do not reach: files
+// cut short, endless or damaged byte by byte, and the smart-playlist rule list's layout.
 
-#include "ZQCore/model/Podcasts.h"
-#include "ZQCore/model/SmartPlaylist.h"
 #include "ZQCore/reader/XRDataReader.h"
 #include "tests/support/TestLibrary.h"
 
@@ -32,8 +29,6 @@ DatabaseSpec smallLibrary()
     db.playlists = {PlaylistSpec{.name = "My iPod", .master = 1, .items = {5, 6}}};
     return db;
 }
-
-// ---- data sets ----------------------------------------------------------------------------------
 
 TEST(ReaderLibraryDatabase, TruncatedAndEndlessFilesFailWithInvalidRead)
 {
@@ -84,58 +79,6 @@ TEST(ReaderLibraryDatabase, DamagedBytesNeverLeadOutsideTheBuffer)
         }
     }
 }
-
-// ---- track records ------------------------------------------------------------------------------
-
-std::shared_ptr<zq::iPodTrack> onlyTrack(const TempDir& dir, const TrackSpec& spec)
-{
-    auto library = load(dir, DatabaseSpec{.tracks = {spec}});
-    EXPECT_EQ(library->allTracks().size(), 1u);
-    return library->allTracks().at(0);
-}
-
-// ---- the device name ------------------------------------------------------------------------------
-
-DatabaseSpec withTracks(const Ids& ids, std::vector<PlaylistSpec> playlists)
-{
-    DatabaseSpec db;
-    for (std::uint32_t id : ids)
-        db.tracks.push_back(TrackSpec{.trackID = id, .title = "Track " + std::to_string(id)});
-    db.playlists = std::move(playlists);
-    return db;
-}
-
-std::uint32_t le32(const zq::Data& data, std::size_t at)
-{
-    const std::uint8_t* p = data.bytes() + at;
-    return p[0] | (p[1] << 8) | (p[2] << 16) | (static_cast<std::uint32_t>(p[3]) << 24);
-}
-
-// Where the playlist list of the grouped (type 3) data set starts, found by the file's lengths.
-std::uint32_t groupedPlaylistListOffset(const zq::Data& database)
-{
-    std::uint32_t at = le32(database, 4);
-    for (std::uint32_t set = 0; set < le32(database, 20); ++set, at += le32(database, at + 8))
-        if (le32(database, at + 12) == 3)
-            return at + le32(database, at + 4);
-    ADD_FAILURE() << "no grouped playlist set";
-    return 0;
-}
-
-// A type-51 object as iTunes writes it: 8 bytes, then the rule blob.
-RawObject rulesObject(const SmartRulesSpec& rules)
-{
-    const zq::Data blob = buildSmartRuleBlob(rules);
-    RawObject object{.type = 51, .body = std::vector<std::uint8_t>(8 + blob.size(), 0)};
-    std::copy(blob.span().begin(), blob.span().end(), object.body.begin() + 8);
-    return object;
-}
-
-// ---- playlist records ---------------------------------------------------------------------------
-
-// ---- smart playlists ----------------------------------------------------------------------------
-
-// ---- the rule blob ------------------------------------------------------------------------------
 
 zq::Value::Dictionary parseRules(const SmartRulesSpec& spec)
 {

@@ -95,8 +95,6 @@ PlaylistSpec list(const char* name, std::uint64_t id, std::uint64_t parent = 0, 
     return spec;
 }
 
-// ---- the class of each container row ---------------------------------------------------------
-
 /// One container row (NULL columns spelled "NULL"), the class it must get ("none", "playlist",
 /// "purchased", "folder" or "smart") and whether it names the device.
 struct ContainerCase {
@@ -159,8 +157,6 @@ INSTANTIATE_TEST_SUITE_P(
         ContainerCase{"UnknownKindIsAnOrdinaryRow", "100", 0, 7, 0, "NULL", "playlist", false}),
     caseName<ContainerCase>);
 
-// ---- playlists -----------------------------------------------------------------------------
-
 TEST_F(SQLiteLoad, FoldersNestInOnePassAndOnlyTopLevelPlaylistsStay)
 {
     DatabaseSpec db;
@@ -203,10 +199,6 @@ TEST_F(SQLiteLoad, FoldersThatWouldHoldThemselvesStayAtTheTopLevel)
     EXPECT_LT(library->allPlaylists().size(), 100u);
 }
 
-// ---- tracks --------------------------------------------------------------------------------
-
-// ---- failures ------------------------------------------------------------------------------
-
 TEST_F(SQLiteLoad, PathsWithURICharactersStillNameTheirFiles)
 {
     // The folder of an AFC copy or a mount point may hold anything a URI would read as syntax.
@@ -216,8 +208,6 @@ TEST_F(SQLiteLoad, PathsWithURICharactersStillNameTheirFiles)
     EXPECT_EQ(std::distance(fs::directory_iterator(dir_.path()), fs::directory_iterator()), 1);
     EXPECT_EQ(std::distance(fs::directory_iterator(folder.path), fs::directory_iterator()), 4);
 }
-
-// ---- through the device's load sequence ------------------------------------------------------
 
 /// Both formats on one volume, from the same description: the binary one has a master
 /// playlist, the SQLite one never has, which tells which database was read.

@@ -163,20 +163,6 @@ TEST_F(CopySample, WritesPlaylistsWithRelativePathsAndACoverPerAlbum)
     EXPECT_TRUE(run.out.ends_with("skipped 0, failed 0; wrote 4 playlists and 7 covers.\n")) << run.out;
 }
 
-TEST_F(CopySample, RunningAgainResumesWithWhatIsMissing)
-{
-    ASSERT_EQ(copy({"--playlists"}).status, 0);
-    fs::remove(destFile(kHarbour));
-    const Outcome again = copy({"--playlists"});
-    EXPECT_EQ(again.status, 0) << again.out;
-    EXPECT_TRUE(hasLine(again.out, "copied   " + kHarbour)) << again.out;
-    EXPECT_TRUE(hasLine(again.out, "skipped  The Hollow Pines/Northern Lights/02 Northern Lights.wav (already there, same size)"))
-        << again.out;
-    EXPECT_TRUE(hasLine(again.out, "kept     Road Trip.m3u8 (unchanged)")) << again.out;
-    EXPECT_TRUE(again.out.ends_with("skipped 12, failed 0; wrote 0 playlists.\n")) << again.out;
-    EXPECT_EQ(tracksBelow(dest()), kSampleNames);
-}
-
 TEST_F(CopySample, ADifferentFileIsKeptAndTheCopyNamedBesideIt)
 {
     plant(kHarbour, "my own recording");

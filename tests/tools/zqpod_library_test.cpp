@@ -18,15 +18,9 @@ namespace zq {
 namespace {
 
 using Json = nlohmann::json;
-using test::DatabaseSpec;
-using test::PlaylistItem;
-using test::SmartPrefsSpec;
-using test::SmartRulesSpec;
 using test::TempDir;
-using test::TrackSpec;
 using test::VolumeSpec;
 
-using test::lines;
 using test::Outcome;
 using test::zqpod;
 
