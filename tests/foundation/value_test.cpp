@@ -44,4 +44,24 @@ TEST(FoundationValue, XMLPropertyListOfEveryType)
     EXPECT_EQ(list->find("Missing"), nullptr);
 }
 
+// A device file nested far deeper than any real list (a hostile SysInfoExtended) converts without
+// exhausting the stack: below the depth limit the nesting is kept, beyond it the value is cut.
+TEST(FoundationValue, NestingDeeperThanAnyRealListIsCut)
+{
+    constexpr int kNesting = 700;
+    std::string text = "<plist version=\"1.0\">";
+    for (int i = 0; i < kNesting; ++i)
+        text += "<array>";
+    text += "<true/>";
+    for (int i = 0; i < kNesting; ++i)
+        text += "</array>";
+    auto list = parse(text + "</plist>");
+    ASSERT_TRUE(list);
+    int depth = 0;
+    for (const Value* level = &*list; level->array() && !level->array()->empty(); level = &level->array()->front())
+        ++depth;
+    EXPECT_GE(depth, 500);
+    EXPECT_LT(depth, kNesting) << "the nesting was not cut";
+}
+
 } // namespace
