@@ -121,6 +121,22 @@ std::vector<std::optional<ArtworkPosition>> resolve(const std::vector<TrackArtwo
 
 // Small key ranges, so that dbids, links, image IDs and albums collide all the time; links
 // above 32 bits whose low half equals an image ID; several lists, some empty.
+// A data set of length 0 and a count of 2^31 - 1 sets once kept the walk going round the same
+// bytes; the read allowance ends it in the reader's exception, and the finished list still links.
+TEST(ArtworkDatabase, ZeroLengthLoopEndsInTheReadersException)
+{
+    TempDir dir;
+    ArtworkDBSpec spec{.images = {{.imageID = 100, .thumbnails = {{.width = 2, .height = 2}}}}, .dataSets = {1},
+                       .dataSetCount = 0x7FFFFFFF};
+    spec.dataSets[0].totalLength = 0;
+    LogCapture log;
+    auto library = loadVolume(dir.path(), {.database = tracksFor(1), .artwork = spec});
+    ASSERT_EQ(log.lines.size(), 1u);
+    EXPECT_NE(log.lines[0].find("Length requested"), std::string::npos);
+    ASSERT_TRUE(library->allTracks()[0]->hasAlbumArt());
+    EXPECT_EQ(library->allTracks()[0]->albumArt()->artworkID(), 100u);
+}
+
 TEST(ArtworkLinking, ResolutionEqualsTheLiteralScanOnRandomLibraries)
 {
     std::mt19937_64 random(20240611);
