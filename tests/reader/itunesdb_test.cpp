@@ -45,6 +45,15 @@ TEST(ReaderLibraryDatabase, TruncatedAndEndlessFilesFailWithInvalidRead)
     endless.dataSets = {DataSet::withTotalLength(1, 0)};
     endless.dataSetCount = 0x7FFFFFFF;
     expectThrown([&] { load(dir, endless); });
+
+    // Cut inside the last string object, after its 16-byte header: the walk ends there with the
+    // track read and its text as "" (a string read past the end is empty text, not no text).
+    DatabaseSpec cutInTitle{.tracks = {TrackSpec{.trackID = 9, .title = "Lost"}}, .dataSets = {1}};
+    const zq::Data whole = buildITunesDB(cutInTitle);
+    TempDir cut;
+    auto library = load(cut, VolumeSpec{.rawITunesDB = whole.subdata(0, whole.size() - 24 - 2 * 4)});
+    ASSERT_EQ(library->allTracks().size(), 1u);
+    EXPECT_EQ(library->allTracks()[0]->title(), "");
 }
 
 TEST(ReaderLibraryDatabase, DamagedBytesNeverLeadOutsideTheBuffer)
