@@ -199,6 +199,38 @@ TEST_F(SQLiteLoad, FoldersThatWouldHoldThemselvesStayAtTheTopLevel)
     EXPECT_LT(library->allPlaylists().size(), 100u);
 }
 
+// One track with every field, from its item row and every sub-row, whole. Plays and skips since
+// the last sync count too; the album's season wins; track dates are the 32-bit column taken
+// unsigned (-2 is 2^32 - 2 seconds after 2001), playlist dates signed; an overlong UTF-8 form is
+// no text.
+TEST_F(SQLiteLoad, TrackTakesEveryFieldFromItsRowAndSubRows)
+{
+    SQLiteSpec sqlite;
+    sqlite.dynamicsStatements = {"UPDATE item_stats SET play_count_recent = 2, skip_count_user = 3, "
+                                 "skip_count_recent = 4, date_played = -1"};
+    sqlite.libraryStatements = {"UPDATE album SET season_number = 6", "UPDATE container SET date_created = -1",
+                                "UPDATE item SET date_modified = -2, comment = CAST(x'C0AF' AS TEXT)"};
+    DatabaseSpec db{.tracks = {TrackSpec{
+        .trackID = 7, .compilation = 1, .rating = 80, .fileSize = 4321, .trackLength = 200000, .trackNumber = 3,
+        .trackTotal = 12, .year = 2011, .bitrate = 256, .sampleRate = 44100, .volume = 5, .startTime = 10,
+        .endTime = 190000, .soundcheckValue = 1234, .playCount = 9, .discNumber = 1, .discTotal = 2,
+        .dbid = 0x1122334455667788ULL, .checked = 1, .BPM = 128, .isMovie = 1, .hasBeenPlayed = 1,
+        .mediaType = 2, .seasonNumber = 4, .albumID = 55, .artworkLink = 0xABC,
+        .title = "Title", .location = ":iPod_Control:Music:F07:ABCD.m4v", .album = "Album", .artist = "Artist",
+        .genre = "Genre", .EQSetting = "Rock", .comment = "Comment", .composer = "Composer",
+        .grouping = "Grouping", .description = "Description", .albumArtist = "Album Artist"}},
+                    .playlists = {list("List", 3, 0, false, {7})}};
+    auto library = load(db, sqlite);
+    const iPodTrack& track = *onlyTrack(*library);
+    EXPECT_EQ(trackFields(track), "1432778632 1234605616436508552 1 80 4321 200000 10 190000 3/12 1/2 2011 256 "
+                                  "44100 5 1234 11 128 2 55 2748|Title|Album|Artist|Album Artist|Genre|-|Rock|"
+                                  "-|-|Composer|Grouping|Description|"
+                                  "/Volumes/Device/iPod_Control/Music/F07/ABCD.m4v");
+    EXPECT_EQ(track.lastPlayedTime(), Date(4294967295.0));
+    EXPECT_EQ(track.lastModified(), Date(4294967294.0));
+    EXPECT_EQ(library->allPlaylists().at(0)->creationDate(), Date(-1));
+}
+
 TEST_F(SQLiteLoad, PathsWithURICharactersStillNameTheirFiles)
 {
     // The folder of an AFC copy or a mount point may hold anything a URI would read as syntax.
