@@ -100,6 +100,7 @@ TEST(NumberedNames, GoBeforeTheExtensionOfTheFileOnly)
 {
     EXPECT_EQ(zqpod::numberedPath("A.B/Album/01 Song.mp3", 2), "A.B/Album/01 Song (2).mp3");
     EXPECT_EQ(zqpod::numberedPath("A.B/noextension", 3), "A.B/noextension (3)");
+    EXPECT_EQ(zqpod::numberedPath("Album/.hidden", 4), "Album/.hidden (4)");  // a leading dot is no extension
     EXPECT_EQ(zqpod::nameKey("ABBA/Gold/01 SOS.mp3"), zqpod::nameKey("Abba/Gold/01 sos.MP3"));
 }
 
