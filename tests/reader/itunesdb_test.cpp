@@ -102,6 +102,37 @@ std::vector<std::string> keysOf(const zq::Value& rule)
     return keys;
 }
 
+// Playlist header fields (creation milliseconds, identifier, sort order), members that name no
+// track, and titles: absent, empty, unreadable, not text, or given twice.
+TEST(ReaderPlaylistRecords, HeaderFieldsAndTitles)
+{
+    TempDir dir;
+    DatabaseSpec db{.tracks = {TrackSpec{.trackID = 1}, TrackSpec{.trackID = 2}}};
+    db.playlists = {
+        {.name = "My iPod", .master = 1, .creationTimestamp = 1999, .playlistID = 0x0123456789ABCDEF, .sortOrder = 5,
+         .items = {1, 2}},
+        {.master = 2, .creationTimestamp = 0xFFFFFFFF, .items = {2, 99, 1}}, // no title; 99 names no track
+        {.name = ""},
+        {.extraObjects = {RawObject::string(1, "lost", 0x7FFFFFF0)}},  // unreadable title: empty name
+        {.extraObjects = {RawObject::stringBytes(1, {'x', 0, 'y'})}}, // title that is no text: no name
+        {.name = "Early", .extraObjects = {RawObject::string(1, "Later")}},
+    };
+    auto library = load(dir, db);
+    const auto& playlists = library->allPlaylists();
+    ASSERT_EQ(playlists.size(), 6u);
+    EXPECT_EQ(library->masterPlaylist(), playlists[0]);
+    EXPECT_EQ(playlists[0]->creationDate(), zq::Date(1)); // milliseconds, whole seconds kept
+    EXPECT_EQ(std::tuple(playlists[0]->playlistID(), playlists[0]->sortOrder(), idsOf(playlists[0]->tracks())),
+              std::tuple(0x0123456789ABCDEFu, 5, Ids{1, 2}));
+    EXPECT_FALSE(playlists[1]->isMaster());
+    EXPECT_EQ(playlists[1]->creationDate(), zq::Date(4294967));
+    EXPECT_EQ(idsOf(playlists[1]->tracks()), (Ids{2, 1}));
+    std::vector<std::optional<std::string>> names;
+    for (const auto& playlist : playlists)
+        names.push_back(playlist->name());
+    EXPECT_EQ(names, (std::vector<std::optional<std::string>>{"My iPod", std::nullopt, "", "", std::nullopt, "Later"}));
+}
+
 TEST(ReaderSmartRuleBlob, OnlyTheLowByteOfTheConjunctionCounts)
 {
     for (auto [conjunction, anyRule] : {std::pair{0u, false}, std::pair{1u, true}, std::pair{0x100u, false},
