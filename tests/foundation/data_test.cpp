@@ -1,14 +1,8 @@
-// Byte buffers: slicing and reading whole files (including files whose size the
-// file system does not know in advance).
-
-#include "tests/support/SampleDevice.h"
+// Byte buffers: slices are clamped to the bytes that exist.
 
 #include "ZQCore/foundation/Data.h"
 
 #include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
 
 namespace {
 

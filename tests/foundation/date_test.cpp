@@ -1,5 +1,5 @@
-// Calendar dates: the 2001 reference date, ISO 8601 text, and the library database's
-// 1904-based local dates, which depend on the zone in force and on its daylight-saving rules.
+// The library database's 1904-based local dates, which depend on the zone in force and on its
+// daylight-saving rules.
 
 #include "ZQCore/foundation/Date.h"
 #include "tests/support/TestLibrary.h"
@@ -7,9 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <ctime>
-#include <optional>
 #include <string>
 
 namespace {
