@@ -18,7 +18,7 @@ PACKAGES      := build-essential cmake pkg-config libplist-dev libpng-dev nlohma
                  libfuse3-dev fuse3
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 
-.PHONY: all deps build demo test test-release test-asan test-deb install deb docs bench fuzz fuzz-deps clean
+.PHONY: all deps build demo test test-release test-asan test-deb mutate install deb docs bench fuzz fuzz-deps clean
 
 all: build
 
@@ -81,6 +81,11 @@ docs: deps
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
 	cmake --build $(BUILD) --target docs
 	@echo "API reference: $(BUILD)/docs/html/index.html"
+
+# How many deliberate faults the tests catch (scripts/mutate.py lists them); MUTATIONS picks some
+# by number or label word, e.g. `make mutate MUTATIONS="3 sqlite"`. Long: one rebuild per fault.
+mutate: deps
+	scripts/mutate.sh --jobs $(JOBS) $(MUTATIONS)
 
 bench: build
 	@for b in $(BUILD)/bench_*; do echo "== $$b"; $$b; done

@@ -42,6 +42,32 @@ ArtworkDBSpec oddArtwork()
     return spec;
 }
 
+// Inputs that once made the walks loop, read past a record or take a count at its word; kept
+// as seeds so that the fuzzers start from them.
+void writeHostileSeeds(const fs::path& out, const fs::path& artOut)
+{
+    // A data set of total length 0 with a count of 2^31 - 1 sets: the walk must end in the
+    // reader's exception, not go round the same bytes for ever.
+    ArtworkDBSpec loop{.images = {{.imageID = 100, .thumbnails = {{.width = 2, .height = 2}}}}, .dataSets = {1},
+                       .dataSetCount = 0x7FFFFFFF};
+    loop.dataSets[0].totalLength = 0;
+    write(artOut / "zero-length-loop", buildArtwork(loop).artworkDB);
+
+    // A short track header of an early database, a record claiming fewer objects than it has,
+    // and a short header as the last record with fewer than a full header's bytes left.
+    DatabaseSpec early;
+    early.tracks = {TrackSpec{.trackID = 1, .year = 1999, .title = "Early", .artist = "A", .headerLength = 0x9C},
+                    TrackSpec{.trackID = 2, .title = "Counted", .artist = "Not counted", .objectCount = 1},
+                    TrackSpec{.trackID = 3, .title = "Last", .headerLength = 0x9C}};
+    write(out / "short-headers", buildITunesDB(early));
+
+    // Smart-rule objects too short for the rule list they hold.
+    DatabaseSpec rules;
+    rules.playlists = {{.name = "Broken", .smartPrefs = SmartPrefsSpec{},
+                        .extraObjects = {RawObject{.type = 51, .body = std::vector<std::uint8_t>(8 + 100, 0)}}}};
+    write(out / "short-rule-object", buildITunesDB(rules));
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -65,6 +91,7 @@ int main(int argc, char** argv)
                                      .conjunction = 1,
                                      .rules = {SmartRuleSpec{.field = 4, .action = 0x01000002, .text = "Pines"},
                                                SmartRuleSpec{.field = 7, .action = 0x100, .fromValue = 1990, .toValue = 1999}}}));
+        writeHostileSeeds(out, artOut);
         if (argc > 2 && fs::is_directory(argv[2])) {
             for (const auto& entry : fs::recursive_directory_iterator(argv[2])) {
                 const auto name = entry.path().filename();

@@ -36,9 +36,7 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
 
 constexpr std::uint32_t kChunk = 262144;
 
@@ -54,12 +52,6 @@ void writeFile(const fs::path& path, const std::string& contents)
 {
     fs::create_directories(path.parent_path());
     std::ofstream(path, std::ios::binary) << contents;
-}
-
-std::string readFile(const fs::path& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 /// Names no other test of this process uses (devices and library objects outlive a test).
@@ -167,39 +159,6 @@ TEST_F(MobileDevices, AnArrivingDeviceIsListedUntilItDeparts)
     EXPECT_THAT(notices, ElementsAre("will", "did", "will", "did"));
 }
 
-TEST_F(MobileDevices, ADepartureReachesOnlyTheLibraryOfThatDevice)
-{
-    TempDir otherRoot;
-    const auto first = device(root.path());
-    const auto second = device(otherRoot.path());
-    auto firstReference = attach(first);
-    auto secondReference = attach(second);
-    auto firstLibrary = open(firstReference);
-    auto secondLibrary = open(secondReference);
-    ASSERT_NE(firstLibrary, nullptr);
-    ASSERT_NE(secondLibrary, nullptr);
-    ASSERT_NE(firstLibrary, secondLibrary);
-    // Sessions of our own on both devices hear the broadcast directly.
-    struct Recorder : AFCDeviceDelegate {
-        int departures = 0;
-        void deviceWasDisconnected(const std::shared_ptr<AFCDevice>&) override { ++departures; }
-    };
-    auto firstSession = AFCDevice::initWithRef(firstReference->device()->device());
-    auto secondSession = AFCDevice::initWithRef(secondReference->device()->device());
-    auto firstRecorder = std::make_shared<Recorder>();
-    auto secondRecorder = std::make_shared<Recorder>();
-    firstSession->setDelegate(firstRecorder);
-    secondSession->setDelegate(secondRecorder);
-
-    detach(first);
-
-    EXPECT_EQ(firstRecorder->departures, 1);
-    EXPECT_EQ(secondRecorder->departures, 0);
-    EXPECT_FALSE(firstLibrary->isConnected());
-    EXPECT_TRUE(secondLibrary->isConnected());
-    EXPECT_NE(listed(second.serialNumber), nullptr);
-}
-
 TEST_F(MobileDevices, AnUntrustedDeviceIsRefusedWithAReasonAndNotListed)
 {
     auto spec = device(root.path());
@@ -212,7 +171,6 @@ TEST_F(MobileDevices, AnUntrustedDeviceIsRefusedWithAReasonAndNotListed)
                                    " could not be opened: AFCDevice: Device pairing failed"));
     EXPECT_EQ(listed(spec.serialNumber), nullptr);
 }
-
 
 // ---- files over the real conduit -------------------------------------------------------------
 
@@ -255,44 +213,6 @@ INSTANTIATE_TEST_SUITE_P(
                       ReadCase{"RangePastTheEnd", 300000, Range{400000, 10}, 300000, 0},
                       ReadCase{"RangeRunningPastTheEnd", 300000, Range{299990, 100}, 299990, 10}),
     [](const auto& testCase) { return std::string(testCase.param.name); });
-
-TEST_F(MobileDevices, FilesAreCreatedListedRenamedAndDeletedOnTheDevice)
-{
-    fs::create_directories(fs::path(root.path()) / "Music" / "F00");
-    writeFile(fs::path(root.path()) / "Music" / "old.mp3", "old");
-    auto reference = attach(device(root.path()));
-    ASSERT_NE(reference, nullptr);
-    auto& session = *reference->device();
-    auto& afc = *session.deviceInterface();
-    const std::string contents = patterned(600000, 3);
-
-    EXPECT_TRUE(session.createFileAtPath("/Music/new.bin", Data(std::string_view(contents))));
-    EXPECT_TRUE(readFile(fs::path(root.path()) / "Music" / "new.bin") == contents);
-    EXPECT_FALSE(session.createFileAtPath("/Nowhere/new.bin", Data(std::string_view("x"))));
-    EXPECT_FALSE(fs::exists(fs::path(root.path()) / "Nowhere"));
-
-    EXPECT_THAT(session.listOfFilesAtPath("/Music"), UnorderedElementsAre("new.bin", "old.mp3"));
-    EXPECT_THAT(session.listOfFoldersAtPath("/Music"), ElementsAre("F00"));
-
-    EXPECT_TRUE(afc.renamePath("/Music/old.mp3", "/Music/renamed.mp3"));
-    EXPECT_EQ(readFile(fs::path(root.path()) / "Music" / "renamed.mp3"), "old");
-    EXPECT_TRUE(afc.createDirectory("/Music/F01"));
-    EXPECT_TRUE(fs::is_directory(fs::path(root.path()) / "Music" / "F01"));
-    // Mode 3 opens for writing and truncates, so the resized file keeps its size, not its bytes.
-    EXPECT_TRUE(afc.setSizeOfFile("/Music/renamed.mp3", 2));
-    EXPECT_EQ(fs::file_size(fs::path(root.path()) / "Music" / "renamed.mp3"), 2u);
-
-    EXPECT_FALSE(session.deleteFileAtPath("/Music/F00"));
-    EXPECT_TRUE(fs::exists(fs::path(root.path()) / "Music" / "F00"));
-    EXPECT_TRUE(session.deleteFileAtPath("/Music/renamed.mp3"));
-    EXPECT_FALSE(fs::exists(fs::path(root.path()) / "Music" / "renamed.mp3"));
-    EXPECT_FALSE(session.fileExistsAtPath("/Music/renamed.mp3"));
-    EXPECT_THROW(session.listOfFilesAtPath("/Missing"), Exception);
-
-    const auto attributes = afc.getDeviceAttributes();
-    ASSERT_TRUE(attributes.has_value());
-    EXPECT_TRUE(attributes->count("Model"));
-}
 
 // ---- the library -----------------------------------------------------------------------------
 
@@ -362,62 +282,6 @@ TEST_F(MobileDevices, TheSQLiteLibraryIsCopiedLoadedAndItsCopiesRemoved)
     EXPECT_FALSE(library->chunkOfFileAtPath("/iTunes_Control/Music", {0, 10}).has_value());
 }
 
-TEST_F(MobileDevices, WithoutTheSQLiteLibraryTheBinaryDatabaseIsRead)
-{
-    writeMobileDevice(root.path(), twoTrackLibrary("Binary Phone"));
-    const auto before = temporaryEntries();
-
-    auto library = open(attach(device(root.path())));
-
-    ASSERT_NE(library, nullptr);
-    EXPECT_EQ(temporaryEntries(), before);
-    EXPECT_THAT(logLines, Contains("AFCiPod initWithiPodReference: Didn't load from SQLite"));
-    ASSERT_EQ(library->allTracks().size(), 2u);
-    EXPECT_EQ(library->allTracks()[0]->title(), "First Light");
-    const auto whole = library->allTracks()[0]->contentsOfTrackFile();
-    ASSERT_TRUE(whole.has_value());
-    EXPECT_TRUE(whole->stringView() == patterned(300000, 5));
-}
-
-TEST_F(MobileDevices, ThreeOfTheFourDatabasesMakeNoCopiesAndFallBack)
-{
-    auto library = twoTrackLibrary("Fallback Phone", LibraryFormat::Both);
-    library.sqlite.omittedFiles = {"Dynamic.itdb"};
-    writeMobileDevice(root.path(), library);
-    const auto before = temporaryEntries();
-    auto spec = device(root.path());
-    spec.deviceName = "Lockdown Name";
-
-    auto loaded = open(attach(spec));
-
-    ASSERT_NE(loaded, nullptr);
-    EXPECT_EQ(temporaryEntries(), before);
-    EXPECT_THAT(logLines, Contains("AFCiPod initWithiPodReference: Didn't load from SQLite"));
-    ASSERT_EQ(loaded->allTracks().size(), 2u);
-    EXPECT_EQ(loaded->allTracks()[0]->title(), "First Light");
-    // From iTunesDB the library keeps the device's own name.
-    EXPECT_EQ(loaded->name(), "Lockdown Name");
-}
-
-TEST_F(MobileDevices, AFailingSQLiteLoadWithoutITunesDBFailsAndLeavesNoCopies)
-{
-    auto library = twoTrackLibrary("Broken Phone", LibraryFormat::SQLite);
-    library.sqlite.libraryStatements = {"DROP TABLE item"};
-    writeMobileDevice(root.path(), library);
-    const auto before = temporaryEntries();
-    auto reference = attach(device(root.path()));
-    ASSERT_NE(reference, nullptr);
-
-    try {
-        open(reference);
-        FAIL() << "the load succeeded";
-    } catch (const Exception& error) {
-        EXPECT_THAT(error.name(), HasSubstr(".SQLiteFailed"));
-    }
-
-    EXPECT_EQ(temporaryEntries(), before);
-}
-
 TEST_F(MobileDevices, ArtworkOfAMobileDeviceIsDecodedAsARGB1555)
 {
     VolumeSpec spec = twoTrackLibrary("Art Phone");
@@ -444,49 +308,6 @@ TEST_F(MobileDevices, ArtworkOfAMobileDeviceIsDecodedAsARGB1555)
     EXPECT_EQ(picture->pixelAt(1, 0), (Image::Pixel{0, 0, 255, 0}));
     EXPECT_EQ(picture->pixelAt(0, 1), (Image::Pixel{255, 0, 0, 255}));
     EXPECT_EQ(picture->pixelAt(1, 1), (Image::Pixel{0, 255, 255, 255}));
-}
-
-TEST_F(MobileDevices, TheLibraryWaitsForItsDeviceAndGetsTheNewSessionOnReturn)
-{
-    writeMobileDevice(root.path(), twoTrackLibrary("Returning Phone"));
-    const auto spec = device(root.path());
-    auto library = open(attach(spec));
-    ASSERT_NE(library, nullptr);
-    const auto firstSession = library->device();
-
-    detach(spec);
-    EXPECT_FALSE(library->isConnected());
-    EXPECT_FALSE(library->allTracks()[0]->contentsOfTrackFile().has_value());
-
-    auto returned = attach(spec);
-    ASSERT_NE(returned, nullptr);
-    EXPECT_TRUE(library->isConnected());
-    EXPECT_NE(library->device(), firstSession);
-    EXPECT_EQ(ZQCoreiPod::initWithiPodReference(returned), library);
-    const auto whole = library->allTracks()[0]->contentsOfTrackFile();
-    ASSERT_TRUE(whole.has_value());
-    EXPECT_TRUE(whole->stringView() == patterned(300000, 5));
-
-    // And the second departure is heard through the new session.
-    detach(spec);
-    EXPECT_FALSE(library->isConnected());
-}
-
-TEST_F(MobileDevices, AfterUsbmuxdRestartsTheDeviceIsListedAgainWithItsLibrary)
-{
-    writeMobileDevice(root.path(), twoTrackLibrary("Restart Phone"));
-    const auto spec = device(root.path());
-    auto library = open(attach(spec));
-    ASSERT_NE(library, nullptr);
-    const auto firstSession = library->device();
-
-    sharedSimulator().restart();
-    // The client reports the device gone, reconnects, and reports it again.
-    ASSERT_TRUE(runMainLoopUntil([&] { return library->device() != firstSession && library->isConnected(); }));
-    EXPECT_NE(listed(spec.serialNumber), nullptr);
-    const auto whole = library->allTracks()[0]->contentsOfTrackFile();
-    ASSERT_TRUE(whole.has_value());
-    EXPECT_EQ(whole->size(), 300000u);
 }
 
 } // namespace

@@ -106,42 +106,6 @@ TEST(ArtworkImages, ThumbnailsDecodeAtTheirStoredSizeShowingTheStoredPicture)
     EXPECT_EQ(image->pixelAt(50, 20), (P{255, 0, 0, 0}));       // the cross
 }
 
-TEST(ArtworkImages, SessionLibrariesReadTheSameBytesAsOneFiveFiveFive)
-{
-    TempDir dir;
-    const std::string file = dir.file("F1.ithmb");
-    writeBytes(file, words(4, 0x7C00)); // 0 11111 00000 00000
-    auto fromDisk = rep(2, 2, 8, file, std::make_shared<DetachedLibrary>())->image();
-    auto fromSession = rep(2, 2, 8, file, std::make_shared<SessionLibrary>())->image();
-    ASSERT_TRUE(fromDisk && fromSession);
-    EXPECT_EQ(fromDisk->pixelAt(1, 1), (Image::Pixel{255, 123, 130, 0})); // 5-6-5, opaque
-    EXPECT_EQ(fromSession->pixelAt(1, 1), (Image::Pixel{0, 255, 0, 0}));  // 1-5-5-5, alpha bit clear
-}
-
-TEST(ArtworkImages, FailedReadsAnswerNoImageAndAreTriedAgain)
-{
-    TempDir dir;
-    const std::string file = dir.file("F1028_1.ithmb");
-    auto library = std::make_shared<DetachedLibrary>();
-    auto r = rep(4, 4, 4 * 4 * 2, file, library, 6);
-    EXPECT_EQ(r->image(), nullptr) << "no file";
-    EXPECT_EQ(r->image(), nullptr) << "still no file";
-
-    std::vector<std::uint8_t> bytes(6, 0xAA);
-    auto pixels = words(16, 0xFFFF);
-    bytes.insert(bytes.end(), pixels.begin(), pixels.end() - 1);
-    writeBytes(file, bytes);
-    EXPECT_EQ(r->image(), nullptr) << "one byte short of 4 x 4 x 2";
-
-    bytes.push_back(0xFF);
-    writeBytes(file, bytes);
-    auto image = r->image();
-    ASSERT_TRUE(image) << "the next call reads again";
-    EXPECT_EQ(image->pixelAt(3, 3), (Image::Pixel{255, 255, 255, 255}));
-    std::filesystem::remove(file);
-    EXPECT_EQ(r->image(), image) << "a decoded picture is kept";
-}
-
 TEST(ArtworkImages, ByteCountsMustMatchTheStoredSizeExactly)
 {
     TempDir dir;
@@ -168,25 +132,6 @@ TEST(ArtworkImages, ByteCountsMustMatchTheStoredSizeExactly)
     EXPECT_EQ(orphan->image(), nullptr);
 }
 
-TEST(ArtworkImages, SharedStandInShowsTheNoImagePicture)
-{
-    auto standIn = AlbumArt::noAlbumArtInstance();
-    ASSERT_TRUE(standIn);
-    EXPECT_EQ(AlbumArt::noAlbumArtInstance(), standIn);
-    EXPECT_TRUE(standIn->artReps().empty());
-    auto picture = standIn->image();
-    auto resource = Resources::imageForResource("NoImage", "png");
-    ASSERT_TRUE(picture && resource);
-    EXPECT_EQ(std::vector<std::uint8_t>(picture->bytes(), picture->bytes() + picture->byteCount()),
-              std::vector<std::uint8_t>(resource->bytes(), resource->bytes() + resource->byteCount()));
-    EXPECT_EQ(picture->width(), resource->width());
-    EXPECT_EQ(AlbumArt::initWithReps({}, 5, 6)->image(), nullptr) << "only the stand-in has a fixed picture";
-    auto own = std::make_shared<const Image>(3, 3);
-    EXPECT_EQ(AlbumArt::initWithImage(own)->image(), own);
-}
-
-// ---- pixel conversion -----------------------------------------------------------------------
-
 std::vector<std::uint8_t> allWords()
 {
     std::vector<std::uint8_t> bytes(65536 * 2);
@@ -195,40 +140,6 @@ std::vector<std::uint8_t> allWords()
         bytes[2 * w + 1] = static_cast<std::uint8_t>(w >> 8);
     }
     return bytes;
-}
-
-// What every widened channel must satisfy, whatever the arithmetic: its top n bits are the
-// stored value (so narrowing gives the value back), 0 stays 0 and the maximum becomes 255, and
-// it is within one step of the exact scaling value × 255 / maximum.
-void expectWidened(unsigned value, unsigned bits, std::uint8_t widened, std::uint32_t word, const char* channel)
-{
-    const unsigned maximum = (1u << bits) - 1;
-    EXPECT_EQ(widened >> (8 - bits), value) << channel << " of word " << word;
-    const double exact = value * 255.0 / maximum;
-    EXPECT_LE(std::abs(widened - exact), 1.0) << channel << " of word " << word;
-    EXPECT_TRUE((value != 0 || widened == 0) && (value != maximum || widened == 255)) << channel << " of " << word;
-}
-
-TEST(ArtworkPixels, EveryWordOfBothLayoutsWidensAsDocumented)
-{
-    const auto words = allWords();
-    std::vector<std::uint8_t> rgb(65536 * 4), argb(65536 * 4);
-    convertRGB565ToARGB8888(words.data(), 65536, rgb.data(), 0xA5);
-    convertARGB1555ToARGB8888(words.data(), 65536, argb.data());
-    for (std::uint32_t w = 0; w < 65536; ++w) {
-        const std::uint8_t* p = &rgb[4 * w]; // alpha, red, green, blue
-        ASSERT_EQ(p[0], 0xA5) << "alpha of word " << w;
-        expectWidened(w >> 11, 5, p[1], w, "red");
-        expectWidened((w >> 5) & 0x3F, 6, p[2], w, "green");
-        expectWidened(w & 0x1F, 5, p[3], w, "blue");
-        p = &argb[4 * w];
-        ASSERT_EQ(p[0], (w & 0x8000) ? 0xFF : 0x00) << "alpha of word " << w;
-        expectWidened((w >> 10) & 0x1F, 5, p[1], w, "1555 red");
-        expectWidened((w >> 5) & 0x1F, 5, p[2], w, "1555 green");
-        expectWidened(w & 0x1F, 5, p[3], w, "1555 blue");
-        if (::testing::Test::HasFailure())
-            return;
-    }
 }
 
 // Every vector path this processor has must give exactly the plain loop's bytes: for every
@@ -272,36 +183,6 @@ TEST(ArtworkPixels, EveryKernelMatchesThePlainLoop)
             }
         }
     }
-}
-
-TEST(ArtworkPixels, ImageMakerRefusesWrongCountsAndImpossibleSizes)
-{
-    const std::vector<std::uint8_t> sixPixels(12, 0xFF);
-    struct Case {
-        std::size_t bytes;
-        std::int32_t width, height;
-        bool accepted;
-    };
-    const Case cases[] = {
-        {12, 3, 2, true},
-        {12, 2, 3, true},
-        {11, 3, 2, false},  // one byte short
-        {12, 4, 2, false},  // one pixel more than the bytes hold
-        {12, 6, 0, false},
-        {12, -3, -2, false},  // a negative product of the right size is still no image
-        {0, 0, 0, false},
-    };
-    for (const auto& c : cases) {
-        auto image = imageWith16BitPixels(std::span(sixPixels.data(), c.bytes), c.width, c.height, PixelLayout::RGB565);
-        EXPECT_EQ(image != nullptr, c.accepted) << c.bytes << " bytes as " << c.width << " x " << c.height;
-        if (image) {
-            EXPECT_EQ(image->width(), static_cast<std::uint32_t>(c.width));
-            EXPECT_EQ(image->height(), static_cast<std::uint32_t>(c.height));
-        }
-    }
-    // A side beyond what Image allows is refused, not thrown, even when the count matches.
-    const std::vector<std::uint8_t> tall(2 * (Image::kMaxDimension + 1), 0);
-    EXPECT_EQ(imageWith16BitPixels(tall, 1, Image::kMaxDimension + 1, PixelLayout::RGB565), nullptr);
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "ZQCore/foundation/Log.h"
+#include "tests/support/Expectations.h"
 #include "tests/support/SampleDevice.h"
 #include "tests/tools/ToolProcess.h"
 
@@ -28,9 +29,10 @@ class ArtworkRealSample : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        const fs::path sample = fs::path(ZQ_SAMPLES_DIR) / "itunes-art-142";
-        if (!fs::exists(sample / "ArtworkDB"))
-            GTEST_SKIP() << "sample not found at " << sample;
+        const std::string folder = test::sampleFolder("itunes-art-142");
+        if (folder.empty())
+            GTEST_SKIP() << test::samplesMissing("itunes-art-142");
+        const fs::path sample(folder);
         const fs::path root(dir_.path());
         fs::create_directories(root / "iPod_Control" / "iTunes");
         fs::create_directories(root / "iPod_Control" / "Artwork");
@@ -57,35 +59,6 @@ protected:
     std::vector<std::string> log_;
     std::shared_ptr<ZQCoreiPod> library_;
 };
-
-// 120 distinct images, each on the track that names it (by link or dbid; or through its album),
-// each with the 1028 and the wider, preferred 1029 size.
-TEST_F(ArtworkRealSample, AllImagesAreFoundAndLinked)
-{
-    EXPECT_TRUE(log_.empty()) << log_.front();
-    ASSERT_EQ(library_->allTracks().size(), 142u);
-    std::size_t withArt = 0;
-    for (const auto& track : library_->allTracks()) {
-        if (!track->hasAlbumArt())
-            continue;
-        ++withArt;
-        const auto art = track->albumArt();
-        EXPECT_TRUE(track->artworkLink() == art->artworkID() || track->dbid() == art->trackID() || track->albumID())
-            << track->description();
-    }
-    EXPECT_EQ(withArt, 120u);
-    const auto list = artworks();
-    ASSERT_EQ(list.size(), 120u);
-    std::set<std::uint32_t> ids;
-    for (const auto& art : list) {
-        ids.insert(art->artworkID());
-        ASSERT_EQ(art->artReps().size(), 2u) << art->artworkID();
-        EXPECT_EQ(art->artReps()[0]->path(), dir_.path() + "/iPod_Control/Artwork/F1028_1.ithmb");
-        EXPECT_EQ(art->artReps()[1]->path(), dir_.path() + "/iPod_Control/Artwork/F1029_1.ithmb");
-        EXPECT_EQ(art->preferredRep(), art->artReps()[1]);
-    }
-    EXPECT_EQ(ids.size(), 120u);
-}
 
 // Mean absolute difference between neighbouring pixels, over the colour channels. Covers are
 // mostly smooth; the same bytes taken in the wrong byte order are noise. Over this sample the
@@ -122,25 +95,6 @@ TEST_F(ArtworkRealSample, SmallThumbnailsDecodeToPictures)
     EXPECT_LT(roughnesses[60], 12.0) << "the covers look like noise";
 }
 
-TEST_F(ArtworkRealSample, MissingThumbnailFileGivesNoImageAndIsTriedAgain)
-{
-    const auto list = artworks();
-    ASSERT_FALSE(list.empty());
-    const auto& art = list.front();
-    EXPECT_EQ(art->image(), nullptr) << "the preferred 1029 size lies in a file that is not there";
-    // Once the file appears, the same object reads it: the failure was not remembered.
-    const auto& large = *art->artReps()[1];
-    const auto [width, height] = AlbumArtRep::storedSize(static_cast<std::uint16_t>(large.width()),
-                                                         static_cast<std::uint16_t>(large.height()),
-                                                         large.horizontalPadding(), large.verticalPadding());
-    std::vector<std::uint8_t> pixels(std::size_t(large.fileOffset()) + std::size_t(width) * height * 2, 0);
-    test::writeVolume(dir_.path(), test::VolumeSpec{.files = {{"iPod_Control/Artwork/F1029_1.ithmb", Data(pixels)}}});
-    auto image = art->image();
-    ASSERT_TRUE(image);
-    EXPECT_EQ(image->width(), static_cast<std::uint32_t>(width));
-    EXPECT_EQ(image->height(), static_cast<std::uint32_t>(height));
-}
-
 // ---- `zqpod art PATH OUTDIR` and the artwork fields of `zqpod library --json`, run as a separate
 // process on the demo's sample device.
 
@@ -170,62 +124,6 @@ TEST(ArtworkTool, ArtWritesOneDecodablePicturePerAlbum)
     EXPECT_EQ(files, 7u);
     EXPECT_NE(run.out.find("The Hollow Pines - Northern Lights.png"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find("7 files written"), std::string::npos) << run.out;
-}
-
-TEST(ArtworkTool, ArtFallsBackToASizeThatReadsAndNamesAlbumsWithout)
-{
-    TempDir device, out;
-    VolumeSpec volume = test::makeSampleDevice();
-    // Only the "Tokyo Nights" cover keeps a readable large size; the others lose their 200-pixel
-    // thumbnails (as on a device whose larger thumbnail file is gone), and "Summer Hits 2012"
-    // has no cover at all.
-    for (auto& image : volume.artwork->images)
-        if (image.imageID != 103)
-            image.thumbnails[1].fileName = ":F1029_9.ithmb";
-    std::erase_if(volume.artwork->images, [](const auto& image) { return image.imageID == 104; });
-    test::writeVolume(device.path(), volume);
-    fs::remove(device.file("iPod_Control/Artwork/F1029_9.ithmb"));
-
-    const ToolRun run = zqpod({"art", device.path(), out.path()});
-    ASSERT_EQ(run.status, 0) << run.err;
-    for (const char* line : {"DJ Kōji - Tokyo Nights.png (200 x 200", "The Hollow Pines - Northern Lights.png (100 x 100",
-                             "no artwork: Various Artists - Summer Hits 2012", "6 files written"})
-        EXPECT_NE(run.out.find(line), std::string::npos) << line << "\n" << run.out;
-
-    const ToolRun usage = zqpod({"art"});
-    EXPECT_EQ(usage.status, 2);
-    EXPECT_NE(usage.err.find("usage: zqpod art [DEVICE] OUTDIR"), std::string::npos) << usage.err;
-}
-
-TEST(ArtworkTool, LibraryJSONCarriesEachTracksArtwork)
-{
-    TempDir device;
-    const VolumeSpec sample = test::makeSampleDevice();
-    test::writeVolume(device.path(), sample);
-    const ToolRun run = zqpod({"library", "--json", device.path()});
-    ASSERT_EQ(run.status, 0) << run.err;
-    const Json json = Json::parse(run.out);
-    const Json& tracks = json.at("tracks");
-    ASSERT_EQ(tracks.size(), sample.database->tracks.size());
-    for (const auto& track : tracks) {
-        ASSERT_TRUE(track.at("artworkID").is_number()) << track.at("title");
-        EXPECT_EQ(track.at("artworkWidth"), 200);
-        EXPECT_EQ(track.at("artworkHeight"), 200);
-    }
-    // "Cicha noc": the first track is found by its dbid, the second through the album.
-    EXPECT_EQ(tracks[3].at("artworkID"), 101);
-    EXPECT_EQ(tracks[4].at("artworkID"), 101);
-    EXPECT_EQ(tracks[4].at("artworkLink"), 0);
-
-    // A device without artwork says so with nulls.
-    TempDir bare;
-    VolumeSpec plain = sample;
-    plain.artwork.reset();
-    test::writeVolume(bare.path(), plain);
-    const Json without = Json::parse(zqpod({"library", "--json", bare.path()}).out);
-    for (const auto& track : without.at("tracks"))
-        for (const char* key : {"artworkID", "artworkWidth", "artworkHeight"})
-            EXPECT_TRUE(track.at(key).is_null()) << key;
 }
 
 } // namespace

@@ -5,7 +5,7 @@
 #include "ZQCore/device/DeviceInformationInquiry.h"
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
-#include "tests/discovery/ScriptedSCSIDevice.h"
+#include "tests/support/ScriptedSCSIDevice.h"
 #include "tests/support/SampleDevice.h"
 
 #include <gtest/gtest.h>
@@ -34,29 +34,6 @@ std::pair<std::string, std::string> walk(const std::shared_ptr<SCSIScript>& scri
     testing::internal::CaptureStderr();
     std::string result = readiPodXMLThroughInterface(device);
     return {result, testing::internal::GetCapturedStderr()};
-}
-
-TEST(DiscoveryInquiry, ListedPagesAreJoinedInListOrderUnderExclusiveAccess)
-{
-    auto script = std::make_shared<SCSIScript>();
-    script->pages[0xC0] = SCSIScript::answer(0xC0, {0xC5, 0xC2});
-    script->pages[0xC5] = SCSIScript::answer(0xC5, text("<plist>"));
-    script->pages[0xC2] = SCSIScript::answer(0xC2, text("</plist>"));
-    EXPECT_EQ(walk(script), std::make_pair(std::string("<plist></plist>"), std::string()));
-    EXPECT_EQ(script->askedPages(), (Bytes{0xC0, 0xC5, 0xC2}));
-    EXPECT_EQ(script->obtainCalls, 1);
-    EXPECT_EQ(script->releaseCalls, 1);
-    EXPECT_TRUE(script->exclusiveWhileAsking);
-    // Every command is the same 6-byte INQUIRY with EVPD into a zeroed 255-byte buffer.
-    for (const auto& command : script->commands) {
-        const std::uint8_t page = command.cdb.at(2);
-        EXPECT_EQ(command.cdb, (Bytes{0x12, 0x01, page, 0x00, 0xFF, 0x00}));
-        EXPECT_EQ(command.transferCount, 255u);
-        EXPECT_EQ(command.bufferSize, 255u);
-        EXPECT_EQ(command.direction, SCSIDataTransferDirection::FromTargetToInitiator);
-        EXPECT_EQ(command.timeout, 10000u);
-        EXPECT_TRUE(command.bufferWasZeroed) << "page " << int(page);
-    }
 }
 
 struct WalkCase {
@@ -154,52 +131,6 @@ INSTANTIATE_TEST_SUITE_P(
                  "", {}, "xxxxxxxx CreateSCSITask returned NULL.\n"}),
     [](const testing::TestParamInfo<WalkCase>& param) { return "case" + std::to_string(param.index); });
 
-TEST(DiscoveryInquiry, FailingStepsAreReportedWordForWordAndOnlyTheStatusCounts)
-{
-    // Errors while setting a command up do not stop it: the device still answered GOOD.
-    auto script = std::make_shared<SCSIScript>();
-    script->pages[0x80] = SCSIScript::answer(0x80, text("serial"));
-    script->cdbError = 1;
-    script->scatterGatherError = 2;
-    script->timeoutError = 0xE00002BC;
-    test::ScriptedSCSIDevice device(script);
-    VPDBuffer buffer {};
-    testing::internal::CaptureStderr();
-    EXPECT_TRUE(ExecuteVPDInquiryUsingSTUC(&device, 0x80, buffer));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "xxxxxxxx Error setting CDB. (0x00000001)\n"
-              "xxxxxxxx Error setting scatter-gather entries. (0x00000002)\n"
-              "xxxxxxxx Error setting timeout. (0xe00002bc)\n");
-    EXPECT_EQ(buffer[1], 0x80);
-    EXPECT_EQ(buffer[3], 6);
-
-    // A task that cannot run has no status: the inquiry fails.
-    script->cdbError = script->scatterGatherError = script->timeoutError = 0;
-    script->executeError = 5;
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(ExecuteVPDInquiryUsingSTUC(&device, 0x80, buffer));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "xxxxxxxx Error executing task. (0x00000005)\n");
-    EXPECT_TRUE(std::all_of(buffer.begin(), buffer.end(), [](std::uint8_t b) { return b == 0; }))
-        << "the buffer is zeroed before each command, also one that fails";
-}
-
-TEST(DiscoveryInquiry, RealPassThroughRefusalIsAMessageAndNoInterface)
-{
-    TempDir dir;
-    std::ofstream(dir.file("image")) << "not a disk";
-    const std::pair<std::string, std::string> refusals[] = {
-        {dir.file("sdz"), "xxxxxxxx Couldn't create a plugin interface for the io_service_t. (0x00000002)\n"},
-        {"/dev/null", "xxxxxxxx Couldn't create SCSI device interface. (25)\n"},
-        {dir.file("image"), "xxxxxxxx Couldn't create SCSI device interface. (25)\n"}};
-    for (const auto& [node, message] : refusals) {
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(CreateDeviceInterfaceUsingSTUC(node), nullptr) << node;
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), message) << node;
-    }
-}
-
-// ---- the load step ------------------------------------------------------------------------------
-
 std::string newSerial()
 {
     static int counter = 0;
@@ -223,7 +154,6 @@ protected:
         before_ = snapshot(root_);
     }
     std::shared_ptr<test::ScriptediPod> load() { return test::ScriptediPod::load(ZQCoreiPodRef::initWithPath(root_), script_); }
-    std::string answerOnVolume() { return snapshot(root_)["iPod_Control/Device/SysInfoExtended"].first; }
 
     TempDir dir_;
     const std::string root_ = dir_.file("IPOD");
@@ -247,67 +177,6 @@ TEST_F(DiscoveryInquiryLoad, AnswerIsKeptAsSysInfoExtendedAndNothingElseOnTheVol
     EXPECT_EQ(after, before_) << "nothing else added (no temporary file left over), changed or touched";
     EXPECT_EQ(script_->obtainCalls, 1);
     EXPECT_EQ(script_->releaseCalls, 1);
-}
-
-TEST_F(DiscoveryInquiryLoad, DeviceFolderIsMadeForTheAnswerWhenMissing)
-{
-    const std::string serial = newSerial();
-    make("", test::sysInfoExtendedXML(serial));
-    ASSERT_FALSE(fs::exists(root_ + "/iPod_Control/Device"));
-    EXPECT_EQ(serialOf(*load()), serial);
-    EXPECT_EQ(std::distance(fs::directory_iterator(root_ + "/iPod_Control/Device"), fs::directory_iterator()), 1);
-    EXPECT_NE(answerOnVolume(), "");
-}
-
-TEST_F(DiscoveryInquiryLoad, EmptyAnswerWritesNothingAndSysInfoGivesTheSerial)
-{
-    const std::string serial = newSerial();
-    make(serial, test::sysInfoExtendedXML(newSerial()));
-    script_->exclusiveAccessError = 16;
-    testing::internal::CaptureStderr();
-    auto library = load();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "xxxxxxxx ObtainExclusiveAccess failed. (0x00000010)\n");
-    EXPECT_EQ(serialOf(*library), serial);
-    EXPECT_EQ(snapshot(root_), before_);
-}
-
-TEST_F(DiscoveryInquiryLoad, DeviceIsNotAskedWhenSysInfoExtendedIsThere)
-{
-    const std::string serial = newSerial();
-    make(newSerial(), test::sysInfoExtendedXML(newSerial()), test::sysInfoExtendedXML(serial));
-    auto library = load();
-    EXPECT_EQ(serialOf(*library), serial);
-    EXPECT_EQ(library->nubLookups, 0);
-    EXPECT_TRUE(script_->commands.empty());
-}
-
-TEST_F(DiscoveryInquiryLoad, AnswerThatIsNoPropertyListIsKeptButGivesNoProperties)
-{
-    make(newSerial(), "garbled <plist");
-    auto library = load();
-    // SysInfoExtended wins once it exists, even unreadable: SysInfo is not consulted.
-    EXPECT_EQ(library->properties().type(), Value::Type::Null);
-    EXPECT_EQ(library->type(), 0);
-    EXPECT_EQ(answerOnVolume(), "garbled <plist");
-}
-
-TEST_F(DiscoveryInquiryLoad, RealLookupFindsNoDeviceBehindAnOrdinaryFolder)
-{
-    // A folder on the machine's own disk has no Apple USB device above it: nothing is asked or
-    // written, and SysInfo is read.
-    const std::string serial = newSerial();
-    make(serial, "");
-    testing::internal::CaptureStderr();
-    auto library = ZQCoreiPod::initWithiPodReference(ZQCoreiPodRef::initWithPath(root_));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_FALSE(library->informationNubForPath(root_).has_value());
-    EXPECT_EQ(serialOf(*library), serial);
-    EXPECT_EQ(snapshot(root_), before_);
-    EXPECT_FALSE(ZQCoreiPod::bsdNameForPath(dir_.file("missing")).has_value());
-    // Asking a nub whose disk refuses SCSI commands gives nothing, and says why.
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(library->getiPodXML(DeviceInformationNub{"/sys/devices/none", "/dev/null"}), "");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "xxxxxxxx Couldn't create SCSI device interface. (25)\n");
 }
 
 } // namespace

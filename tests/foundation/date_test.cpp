@@ -1,5 +1,5 @@
-// Calendar dates: the 2001 reference date, ISO 8601 text, and the library database's
-// 1904-based local dates, which depend on the zone in force and on its daylight-saving rules.
+// The library database's 1904-based local dates, which depend on the zone in force and on its
+// daylight-saving rules.
 
 #include "ZQCore/foundation/Date.h"
 #include "tests/support/TestLibrary.h"
@@ -7,9 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <ctime>
-#include <optional>
 #include <string>
 
 namespace {
@@ -47,24 +45,6 @@ private:
 // Sunday of March 02:00 to the last Sunday of October 03:00.
 constexpr const char* kCentralEurope = "CET-1CEST,M3.5.0,M10.5.0/3";
 constexpr const char* kUSEastern = "EST5EDT,M3.2.0,M11.1.0";
-
-TEST(FoundationDate, ReferenceDateUnixTimeAndISO8601)
-{
-    EXPECT_EQ(Date::fromUnixTime(0).timeIntervalSinceReferenceDate(), -978307200.0);
-    EXPECT_EQ(Date(86400.0 * 366 + 3723).iso8601(), "2002-01-02T01:02:03Z");
-    // Whole seconds are rounded down, also before the reference date.
-    EXPECT_EQ(Date(59.9).iso8601(), "2001-01-01T00:00:59Z");
-    EXPECT_EQ(Date(-0.5).iso8601(), "2000-12-31T23:59:59Z");
-    EXPECT_EQ(Date(k1904ToReference).iso8601(), "1904-01-01T00:00:00Z");
-    EXPECT_EQ(Date(12.5).unixTime(), 978307212.5);
-}
-
-TEST_F(FoundationDate1904, InUTCStoredValuesCountFromMidnight1904)
-{
-    EXPECT_EQ(Date::from1904LocalSeconds(0).timeIntervalSinceReferenceDate(), k1904ToReference);
-    EXPECT_EQ(Date::from1904LocalSeconds(3600).iso8601(), "1904-01-01T01:00:00Z");
-    EXPECT_EQ(Date::from1904LocalSeconds(stored(1971, 6, 1, 12, 34, 56)).iso8601(), "1971-06-01T12:34:56Z");
-}
 
 TEST_F(FoundationDate1904, SecondsPartOfLargeValuesIsTakenAsSigned)
 {
@@ -122,18 +102,6 @@ TEST_F(FoundationDate1904, LocalWallClockTakesTheOffsetInForceAtThatTime)
             EXPECT_EQ(converter.dateFrom1904Seconds(c.value).iso8601(), c.utc) << zone << " " << c.value;
         }
     }
-}
-
-TEST_F(FoundationDate1904, ChangingTZBetweenConversionsIsNoticed)
-{
-    const std::uint32_t summerNoon = stored(2010, 6, 15, 12, 0, 0);
-    useZone("UTC0");
-    const Date inUTC = Date::from1904LocalSeconds(summerNoon);
-    useZone(kCentralEurope);
-    const Date inBerlin = Date::from1904LocalSeconds(summerNoon);
-    EXPECT_EQ(inUTC.timeIntervalSinceReferenceDate() - inBerlin.timeIntervalSinceReferenceDate(), 7200.0);
-    useZone("UTC0");
-    EXPECT_EQ(Date::from1904LocalSeconds(summerNoon), inUTC);
 }
 
 } // namespace

@@ -1,60 +1,14 @@
-// The framework's compiled-in resources, and images: PNG encoding and decoding, icon
-// containers, and the limits that keep a hostile picture from asking for huge buffers.
+// Images: a PNG written and read back keeps every pixel, alpha and unpremultiplied colour.
 
 #include "ZQCore/foundation/Image.h"
-#include "ZQCore/foundation/Resources.h"
-#include "ZQCore/foundation/Value.h"
 
 #include <gtest/gtest.h>
 
-#include <optional>
-#include <string>
-#include <utility>
 #include <vector>
 
 namespace {
 
 using zq::Image;
-using zq::Resources;
-
-// The playlist pictures and the stand-in are checked where they are used (icons, album art).
-TEST(FoundationResources, NamedPicturesDecodeAndOtherNamesGiveNone)
-{
-    auto touch = Resources::imageForResource("Touch", "png");
-    ASSERT_NE(touch, nullptr);
-    EXPECT_FALSE(touch->empty());
-    // The icon container holds 16, 32 and 128 pixel entries; the largest is used.
-    EXPECT_EQ(Resources::imageForResource("iPod", "icns")->width(), 128u);
-    EXPECT_EQ(Resources::imageForResource("iPod", "png"), nullptr);
-    EXPECT_EQ(Resources::imageForResource("Missing", "png"), nullptr);
-    EXPECT_EQ(Resources::imageForResource("iPodTypes", "plist"), nullptr);
-    EXPECT_FALSE(Resources::dataForResource("NoImage", "icns"));
-}
-
-TEST(FoundationResources, IPodTypesMapsSerialSuffixesToModelTypes)
-{
-    auto types = zq::Value::fromPropertyList(*Resources::dataForResource("iPodTypes", "plist"));
-    ASSERT_TRUE(types && types->dictionary());
-    EXPECT_EQ(types->find("LG6")->integerValue(), 1);
-    EXPECT_EQ(types->find("PS9")->integerValue(), 4);
-}
-
-void putBigEndian32(std::vector<std::uint8_t>& bytes, std::size_t at, std::uint32_t value)
-{
-    for (std::size_t i = 0; i < 4; ++i)
-        bytes[at + i] = static_cast<std::uint8_t>(value >> (24 - 8 * i));
-}
-
-std::uint32_t crc32(const std::uint8_t* bytes, std::size_t length)
-{
-    std::uint32_t crc = 0xFFFFFFFF;
-    for (std::size_t i = 0; i < length; ++i) {
-        crc ^= bytes[i];
-        for (int bit = 0; bit < 8; ++bit)
-            crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
-    }
-    return ~crc;
-}
 
 Image sampleImage()
 {
@@ -79,60 +33,6 @@ TEST(FoundationImage, PNGRoundTripKeepsEveryPixel)
     ASSERT_NE(decoded, nullptr);
     EXPECT_EQ(std::vector<std::uint8_t>(decoded->bytes(), decoded->bytes() + decoded->byteCount()),
               std::vector<std::uint8_t>(original.bytes(), original.bytes() + original.byteCount()));
-}
-
-TEST(FoundationImage, BadPNGBytesGiveNoImage)
-{
-    const auto png = *sampleImage().pngData();
-    EXPECT_EQ(Image::imageWithPNGData(zq::Data()), nullptr);
-    EXPECT_EQ(Image::imageWithPNGData(zq::Data(std::string_view("not a picture at all"))), nullptr);
-    for (std::size_t cut : {8u, 20u, 40u})
-        EXPECT_EQ(Image::imageWithPNGData(png.subdata(0, png.size() - cut)), nullptr) << cut;
-
-    // Headers that claim far more pixels than the data could hold are refused before any
-    // pixel buffer is made: 16384 x 16384 exceeds the pixel limit, 4000 x 4000 the most that
-    // a few bytes of compressed data can inflate to.
-    for (std::uint32_t side : {16384u, 4000u}) {
-        std::vector<std::uint8_t> claim(png.bytes(), png.bytes() + png.size());
-        for (std::size_t at : {16u, 20u})
-            putBigEndian32(claim, at, side);
-        putBigEndian32(claim, 29, crc32(claim.data() + 12, 17)); // the IHDR chunk stays valid
-        EXPECT_EQ(Image::imageWithPNGData(zq::Data(claim)), nullptr) << side;
-    }
-}
-
-zq::Data icnsOf(const std::vector<std::pair<std::string, zq::Data>>& entries, std::optional<std::uint32_t> declared = {})
-{
-    std::vector<std::uint8_t> out = {'i', 'c', 'n', 's', 0, 0, 0, 0};
-    auto put32 = [&](std::size_t at, std::uint32_t v) { putBigEndian32(out, at, v); };
-    for (const auto& [type, payload] : entries) {
-        const std::size_t at = out.size();
-        out.insert(out.end(), type.begin(), type.end());
-        out.resize(at + 8);
-        put32(at + 4, static_cast<std::uint32_t>(8 + payload.size()));
-        out.insert(out.end(), payload.bytes(), payload.bytes() + payload.size());
-    }
-    put32(4, declared ? *declared : static_cast<std::uint32_t>(out.size()));
-    return zq::Data(out);
-}
-
-TEST(FoundationImage, IconContainerGivesItsLargestPNGEntry)
-{
-    const auto small = *Image(2, 2).pngData();
-    const auto large = *Image(5, 4).pngData();
-    auto image = Image::imageWithICNSData(icnsOf({{"ic04", small}, {"ic07", large}, {"ic05", small}}));
-    ASSERT_NE(image, nullptr);
-    EXPECT_EQ(std::pair(image->width(), image->height()), std::pair(5u, 4u));
-
-    // Entries in the old raw formats are passed over; nothing decodable is no image.
-    EXPECT_EQ(Image::imageWithICNSData(icnsOf({{"is32", zq::Data(std::string_view("raw pixels"))}})), nullptr);
-    EXPECT_EQ(Image::imageWithICNSData(zq::Data(std::string_view("icns"))), nullptr);
-    // The container's own length is believed only as far as the bytes present, and a length
-    // too short for any entry means no entries: nothing is read past either end.
-    for (std::uint32_t declared : {0u, 4u, 7u})
-        EXPECT_EQ(Image::imageWithICNSData(icnsOf({{"ic07", large}}, declared)), nullptr) << declared;
-    EXPECT_NE(Image::imageWithICNSData(icnsOf({{"ic07", large}}, 1000000)), nullptr);
-    EXPECT_EQ(Image::imageWithICNSData(icnsOf({}, 0)), nullptr);
 }
 
 } // namespace

@@ -65,35 +65,6 @@ TEST(ReaderFileWindow, WalkSeesTheSameLibraryAsInMemoryForEveryWindowSize)
         EXPECT_EQ(parsedThroughWindow(dir.file("iTunesDB"), window), expected) << "window " << window;
 }
 
-TEST(ReaderFileWindow, RealDatabasesParseTheSameThroughASmallWindow)
-{
-    const std::filesystem::path samples(ZQ_SAMPLES_DIR);
-    for (const char* name : {"itunes-de-23", "itunes-it-1172", "ipod-2005-1855", "itunes45-1"}) {
-        const std::string path = (samples / name / "iTunesDB").string();
-        auto data = zq::Data::contentsOfFile(path);
-        ASSERT_TRUE(data) << path;
-        EXPECT_EQ(parsedThroughWindow(path, 13), parsedInMemory(*data)) << name;
-    }
-}
-
-TEST(ReaderFileWindow, FileReaderKeepsTheReaderRules)
-{
-    TempDir dir;
-    writeFile(dir.file("bytes"), zq::Data(std::string_view("0123456789")));
-    EXPECT_EQ(zq::XRDataReader::dataReaderWithFile(dir.file("missing"), true), nullptr);
-    EXPECT_EQ(zq::XRDataReader::dataReaderWithFile(dir.path(), true), nullptr); // a folder
-    auto reader = zq::XRDataReader::dataReaderWithFile(dir.file("bytes"), true, 3);
-    ASSERT_NE(reader, nullptr);
-    EXPECT_EQ(reader->length(), 10);
-    reader->readRawBytes(4);
-    reader->setPosition(2); // back into bytes the window has already passed
-    auto again = reader->readRawBytes(8);
-    EXPECT_EQ(std::string(again.begin(), again.end()), "23456789");
-    reader->setPosition(100); // clamps to the last byte, as over a buffer
-    EXPECT_EQ(reader->position(), 9u);
-    expectThrown([&] { reader->readRawBytes(2); });
-}
-
 TEST(ReaderFileWindow, FileThatShrinksUnderTheWalkFailsLikeATruncatedOne)
 {
     TempDir dir;

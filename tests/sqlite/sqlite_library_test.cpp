@@ -95,8 +95,6 @@ PlaylistSpec list(const char* name, std::uint64_t id, std::uint64_t parent = 0, 
     return spec;
 }
 
-// ---- the class of each container row ---------------------------------------------------------
-
 /// One container row (NULL columns spelled "NULL"), the class it must get ("none", "playlist",
 /// "purchased", "folder" or "smart") and whether it names the device.
 struct ContainerCase {
@@ -159,8 +157,6 @@ INSTANTIATE_TEST_SUITE_P(
         ContainerCase{"UnknownKindIsAnOrdinaryRow", "100", 0, 7, 0, "NULL", "playlist", false}),
     caseName<ContainerCase>);
 
-// ---- playlists -----------------------------------------------------------------------------
-
 TEST_F(SQLiteLoad, FoldersNestInOnePassAndOnlyTopLevelPlaylistsStay)
 {
     DatabaseSpec db;
@@ -203,122 +199,18 @@ TEST_F(SQLiteLoad, FoldersThatWouldHoldThemselvesStayAtTheTopLevel)
     EXPECT_LT(library->allPlaylists().size(), 100u);
 }
 
-TEST_F(SQLiteLoad, MembershipKeepsDuplicatesAndPodcastsGroupByAlbumSkippingNullAlbums)
-{
-    DatabaseSpec db;
-    db.tracks = {TrackSpec{.trackID = 1, .mediaType = 4, .album = "Garden Talk"},
-                 TrackSpec{.trackID = 2, .mediaType = 4, .album = "The Morning Byte"},
-                 TrackSpec{.trackID = 3, .mediaType = 4}, // no album
-                 TrackSpec{.trackID = 4, .mediaType = 4, .album = "Garden Talk"}, TrackSpec{.trackID = 5}};
-    db.playlists = {list("Mix", 5, 0, false, {2, 1, 2, 404}),
-                    PlaylistSpec{.name = "Podcasts", .podcast = 1, .playlistID = 9, .items = {1, 2, 3, 4}}};
-    SQLiteSpec sqlite;
-    sqlite.libraryStatements.push_back("INSERT INTO podcast_info (item_pid) VALUES (12345)"); // no such item
-    auto library = load(db, sqlite);
-    ASSERT_EQ(library->allPlaylists().size(), 2u);
-    EXPECT_EQ(idsOf(library->allPlaylists()[0]->tracks()), (Ids{2, 1, 2}));
-    auto group = library->podcasts();
-    ASSERT_TRUE(group);
-    EXPECT_EQ(group, library->allPlaylists().back());
-    EXPECT_EQ(namesOf(group->podcasts()), (std::vector<std::string>{"Garden Talk", "The Morning Byte"}));
-    EXPECT_EQ(idsOf(group->podcasts()[0]->tracks()), (Ids{1, 4}));
-    EXPECT_EQ(idsOf(group->tracks()), (Ids{1, 4, 2}));
-    SQLiteStatementCache::forgetCachedStatements();
-    EXPECT_FALSE(load(write(DatabaseSpec{}, {}, "empty"))->podcasts()) << "no podcast group without podcasts";
-}
-
-TEST_F(SQLiteLoad, SmartRowKeepsItsCodesAndOnlyExactOnesAreFlags)
-{
-    DatabaseSpec db;
-    db.playlists = {PlaylistSpec{
-        .name = "Smart", .creationTimestamp = 1000, .playlistID = 7,
-        .smartPrefs = SmartPrefsSpec{.liveUpdating = 1, .enableRules = 2, .enableLimits = 1, .limitType = 9,
-                                     .limitSort = 33, .limitValue = 250, .matchChecked = 1, .reverseLimitSort = 1},
-        .smartRules = SmartRulesSpec{.conjunction = 1,
-                                     .rules = {{.field = 2, .action = 0x01000002, .text = "Pines"},
-                                               {.field = 10, .action = 0x200, .fromValue = 3, .fromDate = -7,
-                                                .fromUnits = 86400, .toValue = 3, .toDate = -7, .toUnits = 1}}},
-    }};
-    auto smart = std::dynamic_pointer_cast<SmartPlaylist>(load(db)->allPlaylists().at(0));
-    ASSERT_TRUE(smart);
-    EXPECT_TRUE(smart->liveUpdating() && smart->limitsEnabled() && smart->onlyMatchCheckedTracks() &&
-                smart->limitSortReversed() && smart->isOr());
-    EXPECT_FALSE(smart->rulesEnabled()); // stored 2
-    EXPECT_EQ(std::tuple(smart->limitType(), smart->limitSortType(), smart->limit()), std::tuple(9, 33, 250));
-    ASSERT_EQ(smart->rules().size(), 2u);
-    EXPECT_EQ(smart->rules()[0]->ruleValue(), "Pines");
-    EXPECT_TRUE(smart->rules()[1]->numericRuleIsDateStamp());
-    EXPECT_EQ(smart->rules()[1]->fromDate(), -7);
-    EXPECT_EQ(smart->rules()[1]->fromUnit(), 86400u);
-}
-
-// A rule blob that is empty, cut short, or promises more rules than it holds: the playlist keeps
-// its limit but gets no rules, and the load goes on.
-TEST_F(SQLiteLoad, UnreadableRuleBlobLeavesTheSmartPlaylistWithoutRules)
-{
-    int n = 0;
-    for (const char* blob : {"x''", "NULL", "x'534C737400010001'", "x'534C7374000100010000000500000001' || zeroblob(120)"}) {
-        DatabaseSpec db;
-        db.playlists = {PlaylistSpec{.name = "Smart", .creationTimestamp = 1000, .playlistID = 7,
-                                     .smartPrefs = SmartPrefsSpec{.enableLimits = 1, .limitValue = 25}}};
-        SQLiteSpec sqlite{.libraryStatements = {std::string("UPDATE container SET smart_criteria = ") + blob}};
-        SQLiteStatementCache::forgetCachedStatements();
-        auto smart = std::dynamic_pointer_cast<SmartPlaylist>(load(write(db, sqlite, "blob" + std::to_string(++n)))->allPlaylists().at(0));
-        ASSERT_TRUE(smart) << blob;
-        EXPECT_TRUE(smart->rules().empty()) << blob;
-        EXPECT_FALSE(smart->isOr()) << blob;
-        EXPECT_EQ(smart->limit(), 25) << blob;
-    }
-}
-
-TEST_F(SQLiteLoad, PlaylistDatesAreSignedAndTrackDatesUnsigned)
-{
-    DatabaseSpec db;
-    db.tracks = {TrackSpec{.trackID = 1, .location = ":iPod_Control:Music:F00:A.mp3"}};
-    db.playlists = {list("List", 3)};
-    SQLiteSpec sqlite;
-    sqlite.libraryStatements = {"UPDATE container SET date_created = -1", "UPDATE item SET date_modified = -2"};
-    sqlite.dynamicsStatements = {"UPDATE item_stats SET date_played = -1, date_skipped = 0"};
-    sqlite.locationsStatements = {"UPDATE location SET date_created = 4294967295"}; // -1 as 32 bits
-    auto library = load(db, sqlite);
-    EXPECT_EQ(library->allPlaylists().at(0)->creationDate(), Date(-1));
-    auto track = onlyTrack(*library);
-    EXPECT_EQ(track->lastPlayedTime(), Date(4294967295.0));
-    EXPECT_EQ(track->lastModified(), Date(4294967294.0));
-    EXPECT_EQ(track->dateAdded(), Date(4294967295.0));
-    EXPECT_EQ(track->lastSkippedTime(), Date(0)); // a stored 0 is the reference date, not "none"
-    EXPECT_EQ(track->dateReleased(), std::nullopt);
-}
-
-// ---- tracks --------------------------------------------------------------------------------
-
-TEST_F(SQLiteLoad, MillisecondColumnsAreClampedTo32Bits)
-{
-    const std::vector<std::pair<const char*, std::uint32_t>> cases = {
-        {"-5", 0}, {"NULL", 0}, {"1234.9", 1234}, {"4294967295", 4294967295u}, {"5000000000.0", 4294967295u},
-        {"'250000'", 250000}};
-    int n = 0;
-    for (const auto& [stored, expected] : cases) {
-        const std::string v = stored;
-        SQLiteStatementCache::forgetCachedStatements();
-        auto library = load(write(DatabaseSpec{.tracks = {{.trackID = 1}}},
-                                  {.libraryStatements = {"UPDATE item SET total_time_ms = " + v + ", start_time_ms = " +
-                                                         v + ", stop_time_ms = " + v}},
-                                  "clamp" + std::to_string(++n)));
-        auto track = onlyTrack(*library);
-        EXPECT_EQ(std::tuple(track->trackLength(), track->startTime(), track->endTime()),
-                  std::tuple(expected, expected, expected)) << stored;
-    }
-}
-
+// One track with every field, from its item row and every sub-row, whole. Plays and skips since
+// the last sync count too; the album's season wins; track dates are the 32-bit column taken
+// unsigned (-2 is 2^32 - 2 seconds after 2001), playlist dates signed; an overlong UTF-8 form is
+// no text.
 TEST_F(SQLiteLoad, TrackTakesEveryFieldFromItsRowAndSubRows)
 {
     SQLiteSpec sqlite;
-    // Plays recorded since the last sync count too; the album's season wins.
     sqlite.dynamicsStatements = {"UPDATE item_stats SET play_count_recent = 2, skip_count_user = 3, "
-                                 "skip_count_recent = 4"};
-    sqlite.libraryStatements = {"UPDATE album SET season_number = 6"};
-    auto track = loadOne(TrackSpec{
+                                 "skip_count_recent = 4, date_played = -1"};
+    sqlite.libraryStatements = {"UPDATE album SET season_number = 6", "UPDATE container SET date_created = -1",
+                                "UPDATE item SET date_modified = -2, comment = CAST(x'C0AF' AS TEXT)"};
+    DatabaseSpec db{.tracks = {TrackSpec{
         .trackID = 7, .compilation = 1, .rating = 80, .fileSize = 4321, .trackLength = 200000, .trackNumber = 3,
         .trackTotal = 12, .year = 2011, .bitrate = 256, .sampleRate = 44100, .volume = 5, .startTime = 10,
         .endTime = 190000, .soundcheckValue = 1234, .playCount = 9, .discNumber = 1, .discTotal = 2,
@@ -326,73 +218,17 @@ TEST_F(SQLiteLoad, TrackTakesEveryFieldFromItsRowAndSubRows)
         .mediaType = 2, .seasonNumber = 4, .albumID = 55, .artworkLink = 0xABC,
         .title = "Title", .location = ":iPod_Control:Music:F07:ABCD.m4v", .album = "Album", .artist = "Artist",
         .genre = "Genre", .EQSetting = "Rock", .comment = "Comment", .composer = "Composer",
-        .grouping = "Grouping", .description = "Description", .albumArtist = "Album Artist"}, sqlite);
-    EXPECT_EQ(trackFields(*track), "1432778632 1234605616436508552 1 80 4321 200000 10 190000 3/12 1/2 2011 256 "
-                                   "44100 5 1234 11 128 2 55 2748|Title|Album|Artist|Album Artist|Genre|-|Rock|"
-                                   "Comment|-|Composer|Grouping|Description|"
-                                   "/Volumes/Device/iPod_Control/Music/F07/ABCD.m4v");
-}
-
-// Only a base folder and a name together make a path.
-TEST_F(SQLiteLoad, FilePathJoinsMountPointBaseFolderAndName)
-{
-    struct Case {
-        const char *basePath, *location;
-        std::optional<std::string> expected;
-    };
-    const Case cases[] = {
-        {"'iTunes_Control/Music/F12'", "'XYZW.mp3'", "/Volumes/Device/iTunes_Control/Music/F12/XYZW.mp3"},
-        {"'/iTunes_Control/Music/F12/'", "'/XYZW.mp3'", "/Volumes/Device/iTunes_Control/Music/F12/XYZW.mp3"},
-        {"''", "'XYZW.mp3'", std::nullopt},
-        {"NULL", "'XYZW.mp3'", std::nullopt},
-        {"'iTunes_Control/Music/F12'", "''", std::nullopt},
-        {"'iTunes_Control/Music/F12'", "CAST(x'FF41' AS TEXT)", std::nullopt}, // not UTF-8
-    };
-    int n = 0;
-    for (const Case& c : cases) {
-        SQLiteStatementCache::forgetCachedStatements();
-        SQLiteSpec sqlite{.locationsStatements = {std::string("UPDATE base_location SET path = ") + c.basePath,
-                                                  std::string("UPDATE location SET location = ") + c.location}};
-        auto library = load(write({.tracks = {{.trackID = 1, .location = ":iPod_Control:Music:F00:A.mp3"}}}, sqlite,
-                                  "path" + std::to_string(++n)));
-        EXPECT_EQ(onlyTrack(*library)->filePath(), c.expected) << c.basePath << " " << c.location;
-    }
-}
-
-TEST_F(SQLiteLoad, MissingSubRowsLeaveDefaultsAndOnlyExactOnesAreFlags)
-{
-    SQLiteSpec sqlite;
-    sqlite.libraryStatements = {"DELETE FROM avformat_info", "UPDATE item SET is_user_disabled = 2, is_movie = 2, "
-                                                             "is_compilation = 2, title = CAST(x'C0AF' AS TEXT)"};
-    sqlite.dynamicsStatements = {"DELETE FROM item_stats"};
-    auto track = loadOne(TrackSpec{.trackID = 1, .title = "Bare"}, sqlite);
-    EXPECT_EQ(track->title(), std::nullopt); // an overlong form is not UTF-8
-    EXPECT_FALSE(track->compilation());
-    EXPECT_EQ(track->bitrate(), 0u);
-    EXPECT_EQ(track->playCount(), 0u);
-    EXPECT_EQ(track->lastPlayedTime(), std::nullopt);
-}
-
-// ---- failures ------------------------------------------------------------------------------
-
-TEST_F(SQLiteLoad, MissingItemStatsTableRaisesWithSQLitesMessage)
-{
-    const Folder folder = write({.tracks = {{.trackID = 1}, {.trackID = 2}}},
-                                {.dynamicsStatements = {"DROP TABLE item_stats"}});
-    auto library = std::make_shared<DetachedLibrary>("/Volumes/Device");
-    expectThrown([&] { folder.loadInto(*library); }, applicationIdentifier() + ".SQLiteFailed",
-                 "Failed to prepare statement with message 'no such table: item_stats'.");
-    EXPECT_TRUE(library->allTracks().empty());
-}
-
-TEST_F(SQLiteLoad, MissingFileLoadsNothingAndStillAnswersYes)
-{
-    const Folder folder = write({.tracks = {{.trackID = 1}}}, {.omittedFiles = {"Extras.itdb"}});
-    auto library = std::make_shared<DetachedLibrary>("/Volumes/Device");
-    library->addTrack(iPodTrack::initWithParent(library));
-    EXPECT_TRUE(folder.loadInto(*library));
-    EXPECT_EQ(idsOf(library->allTracks()), Ids{0}); // the track it had, not the database's
-    EXPECT_FALSE(fs::exists(folder.file("Extras.itdb"))); // and nothing was created in its place
+        .grouping = "Grouping", .description = "Description", .albumArtist = "Album Artist"}},
+                    .playlists = {list("List", 3, 0, false, {7})}};
+    auto library = load(db, sqlite);
+    const iPodTrack& track = *onlyTrack(*library);
+    EXPECT_EQ(trackFields(track), "1432778632 1234605616436508552 1 80 4321 200000 10 190000 3/12 1/2 2011 256 "
+                                  "44100 5 1234 11 128 2 55 2748|Title|Album|Artist|Album Artist|Genre|-|Rock|"
+                                  "-|-|Composer|Grouping|Description|"
+                                  "/Volumes/Device/iPod_Control/Music/F07/ABCD.m4v");
+    EXPECT_EQ(track.lastPlayedTime(), Date(4294967295.0));
+    EXPECT_EQ(track.lastModified(), Date(4294967294.0));
+    EXPECT_EQ(library->allPlaylists().at(0)->creationDate(), Date(-1));
 }
 
 TEST_F(SQLiteLoad, PathsWithURICharactersStillNameTheirFiles)
@@ -404,19 +240,6 @@ TEST_F(SQLiteLoad, PathsWithURICharactersStillNameTheirFiles)
     EXPECT_EQ(std::distance(fs::directory_iterator(dir_.path()), fs::directory_iterator()), 1);
     EXPECT_EQ(std::distance(fs::directory_iterator(folder.path), fs::directory_iterator()), 4);
 }
-
-TEST_F(SQLiteLoad, SubQueriesStayWithTheFilesOfTheFirstLoadOfTheProcess)
-{
-    const Folder first = write({.tracks = {{.trackID = 1, .genre = "First genre"}}}, {}, "first");
-    const Folder second = write({.tracks = {{.trackID = 1, .genre = "Second genre"}}}, {}, "second");
-    EXPECT_EQ(onlyTrack(*load(first))->genre(), "First genre");
-    // The second load reads its own item rows, but its sub-queries run on the first load's connection.
-    EXPECT_EQ(onlyTrack(*load(second))->genre(), "First genre");
-    SQLiteStatementCache::forgetCachedStatements();
-    EXPECT_EQ(onlyTrack(*load(second))->genre(), "Second genre");
-}
-
-// ---- through the device's load sequence ------------------------------------------------------
 
 /// Both formats on one volume, from the same description: the binary one has a master
 /// playlist, the SQLite one never has, which tells which database was read.
@@ -435,35 +258,6 @@ class SQLiteDevice : public SQLiteLoad {
 protected:
     std::shared_ptr<ZQCoreiPod> open(const VolumeSpec& volume) { return loadVolume(dir_.file("volume"), volume); }
 };
-
-TEST_F(SQLiteDevice, AllFourDatabasesAreReadInsteadOfITunesDB)
-{
-    auto library = open(dualDevice());
-    EXPECT_FALSE(library->masterPlaylist());
-    EXPECT_EQ(library->name(), "Dual iPod");
-    ASSERT_EQ(library->allTracks().size(), 2u);
-    EXPECT_EQ(library->allTracks()[1]->filePath(), dir_.file("volume") + "/iPod_Control/Music/F01/TWO.mp3");
-    EXPECT_EQ(namesOf(library->allPlaylists()), std::vector<std::string>{"Mix"});
-}
-
-TEST_F(SQLiteDevice, MissingFourthDatabaseOrFailedLoadFallsBackToITunesDB)
-{
-    VolumeSpec missing = dualDevice();
-    missing.sqlite.omittedFiles = {"Dynamic.itdb"};
-    auto library = open(missing);
-    ASSERT_TRUE(library->masterPlaylist());
-    EXPECT_EQ(library->allPlaylists().size(), 2u);
-
-    VolumeSpec failing = dualDevice();
-    failing.sqlite.libraryStatements = {"DROP TABLE genre_map"};
-    LogCapture log;
-    SQLiteStatementCache::forgetCachedStatements();
-    library = loadVolume(dir_.file("failing"), failing);
-    ASSERT_TRUE(library->masterPlaylist());
-    EXPECT_EQ(library->allPlaylists().size(), 2u);
-    ASSERT_EQ(log.lines.size(), 1u);
-    EXPECT_NE(log.lines[0].find("no such table: genre_map"), std::string::npos) << log.lines[0];
-}
 
 /// A database file that is damaged on the device: garbage, or cut short.
 struct DamageCase {
@@ -510,30 +304,6 @@ INSTANTIATE_TEST_SUITE_P(
         DamageCase{"LocationsCutInHalf", "Locations.itdb", half},
         DamageCase{"DynamicEmpty", "Dynamic.itdb", [](const std::string&) { return std::string(); }}),
     caseName<DamageCase>);
-
-TEST_F(SQLiteDevice, DatabasesAreReadWithoutLeavingAnyFileBesideThem)
-{
-    writeVolume(dir_.file("volume"), dualDevice());
-    const std::string folder = sqliteLibraryFolder(dir_.file("volume"));
-    // A library in WAL mode is where a merely read-only connection would still create its
-    // -shm and -wal files.
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open((folder + "/Library.itdb").c_str(), &db), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(db, "PRAGMA journal_mode=WAL", nullptr, nullptr, nullptr), SQLITE_OK);
-    sqlite3_close(db);
-    auto snapshot = [&] {
-        std::map<std::string, std::string> files;
-        for (const auto& entry : fs::directory_iterator(folder))
-            files[entry.path().filename()] = std::string(Data::contentsOfFile(entry.path())->stringView());
-        return files;
-    };
-    const auto before = snapshot();
-    ASSERT_EQ(before.size(), 4u);
-    auto library = ZQCoreiPod::initWithiPodReference(ZQCoreiPodRef::initWithPath(dir_.file("volume")));
-    EXPECT_EQ(library->allTracks().size(), 2u);
-    EXPECT_FALSE(library->masterPlaylist());
-    EXPECT_EQ(snapshot(), before);
-}
 
 } // namespace
 } // namespace zq

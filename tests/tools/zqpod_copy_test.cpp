@@ -1,5 +1,5 @@
 // zqpod copy as a person runs it: a separate process on device volumes written by the image
-// builder and on the real library files of ../shared/samples, checking what lands in the
+// builder, checking what lands in the
 // destination, what is printed, the exit status, and that the device is never touched.
 
 #include "tests/support/SampleDevice.h"
@@ -163,20 +163,6 @@ TEST_F(CopySample, WritesPlaylistsWithRelativePathsAndACoverPerAlbum)
     EXPECT_TRUE(run.out.ends_with("skipped 0, failed 0; wrote 4 playlists and 7 covers.\n")) << run.out;
 }
 
-TEST_F(CopySample, RunningAgainResumesWithWhatIsMissing)
-{
-    ASSERT_EQ(copy({"--playlists"}).status, 0);
-    fs::remove(destFile(kHarbour));
-    const Outcome again = copy({"--playlists"});
-    EXPECT_EQ(again.status, 0) << again.out;
-    EXPECT_TRUE(hasLine(again.out, "copied   " + kHarbour)) << again.out;
-    EXPECT_TRUE(hasLine(again.out, "skipped  The Hollow Pines/Northern Lights/02 Northern Lights.wav (already there, same size)"))
-        << again.out;
-    EXPECT_TRUE(hasLine(again.out, "kept     Road Trip.m3u8 (unchanged)")) << again.out;
-    EXPECT_TRUE(again.out.ends_with("skipped 12, failed 0; wrote 0 playlists.\n")) << again.out;
-    EXPECT_EQ(tracksBelow(dest()), kSampleNames);
-}
-
 TEST_F(CopySample, ADifferentFileIsKeptAndTheCopyNamedBesideIt)
 {
     plant(kHarbour, "my own recording");
@@ -196,21 +182,6 @@ TEST_F(CopySample, ADifferentFileIsKeptAndTheCopyNamedBesideIt)
     EXPECT_EQ(overwrite.status, 0) << overwrite.out;
     EXPECT_TRUE(hasLine(overwrite.out, "replaced " + kHarbour)) << overwrite.out;
     EXPECT_EQ(test::contentsOf(destFile(kHarbour)), test::contentsOf(deviceFile(kHarbourOnDevice)));
-}
-
-TEST_F(CopySample, DryRunPrintsThePlanAndWritesNothing)
-{
-    plant(kHarbour, test::contentsOf(deviceFile(kHarbourOnDevice)));
-    const Snapshot destBefore = snapshot(dest());
-    const Outcome run = copy({"--dry-run", "--playlists", "--art"});
-    EXPECT_EQ(run.status, 0) << run.out;
-    EXPECT_TRUE(snapshot(dest()) == destBefore);
-    EXPECT_TRUE(hasLine(run.out, "would skip     " + kHarbour + "  (already there, same size)")) << run.out;
-    EXPECT_TRUE(hasLine(run.out, "would copy     Helen Marsh/Garden Talk/Spring Bulbs.wav  <- iPod_Control/Music/F45/GT12.wav (28 KB)"))
-        << run.out;
-    EXPECT_TRUE(hasLine(run.out, "would write    Road Trip.m3u8 (5 tracks)")) << run.out;
-    EXPECT_TRUE(run.out.ends_with("Dry run, nothing written: would copy 12 files (334 KB), skip 1, fail 0; "
-                                  "would write 4 playlists and 7 covers.\n")) << run.out;
 }
 
 TEST_F(CopySample, ReadingCommandsAndARefusedDestinationLeaveTheDeviceAlone)
@@ -243,107 +214,6 @@ TEST_F(CopyWithMissingFile, IsReportedAndTheCopyGoesOn)
     EXPECT_EQ(dry.status, 1);
     EXPECT_TRUE(hasLine(dry.out, "cannot copy    " + kHarbour + ": file missing on the device (" + kHarbourOnDevice + ")"))
         << dry.out;
-}
-
-struct Selection {
-    const char* label;
-    std::vector<std::string> args;
-    std::size_t tracks;
-};
-void PrintTo(const Selection& s, std::ostream* out) { *out << s.label; }
-
-class CopySelection : public CopySample, public testing::WithParamInterface<Selection> {};
-
-TEST_P(CopySelection, CopiesOnlyWhatWasAskedFor)
-{
-    const Outcome run = copy(GetParam().args);
-    EXPECT_EQ(run.status, 0) << run.out << run.err;
-    EXPECT_EQ(tracksBelow(dest()).size(), GetParam().tracks) << run.out;
-}
-
-INSTANTIATE_TEST_SUITE_P(Copy, CopySelection,
-                         testing::Values(Selection{"PlaylistIgnoringCase", {"--playlist", "road trip"}, 5},
-                                         Selection{"SmartPlaylist", {"--playlist", "Recent Favourites"}, 7},
-                                         Selection{"Podcasts", {"--playlist", "Podcasts"}, 4},
-                                         Selection{"ArtistContains", {"--artist", "pines"}, 3},
-                                         Selection{"AlbumArtist", {"--artist", "Various"}, 1},
-                                         Selection{"GenreAndAlbum", {"--genre", "JAZZ", "--album=cicha"}, 2},
-                                         Selection{"NothingMatches", {"--genre", "Polka"}, 0}));
-
-TEST_F(CopySample, TemplateNamesTheFiles)
-{
-    const Outcome run = copy({"--template", "{genre}/{artist} - {title}.{ext}", "--artist", "Pines"});
-    EXPECT_EQ(run.status, 0) << run.out;
-    EXPECT_EQ(tracksBelow(dest()), (std::set<std::string>{"Indie Rock/The Hollow Pines - Harbour Song.wav",
-                                                          "Indie Rock/The Hollow Pines - Northern Lights.wav",
-                                                          "Indie Rock/The Hollow Pines - Paper Boats.wav"}));
-}
-
-struct Refusal {
-    const char* label;
-    std::vector<std::string> args;  ///< "DEV" and "DEST" stand for the device and destination
-    int status;
-    const char* message;
-};
-void PrintTo(const Refusal& r, std::ostream* out) { *out << r.label; }
-
-class CopyRefusals : public CopySample, public testing::WithParamInterface<Refusal> {};
-
-TEST_P(CopyRefusals, EndWithTheirStatusAndWriteNothing)
-{
-    std::vector<std::string> args;
-    for (const auto& arg : GetParam().args)
-        args.push_back(arg == "DEV" ? device_.path() : arg == "DEST" ? dest() : arg);
-    const Outcome run = zqpod(args);
-    EXPECT_EQ(run.status, GetParam().status) << run.err;
-    EXPECT_NE(run.err.find(GetParam().message), std::string::npos) << run.err;
-    EXPECT_EQ(run.out, "");
-    EXPECT_FALSE(fs::exists(dest()));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Copy, CopyRefusals,
-    testing::Values(
-        Refusal{"NoDestination", {"copy"}, 2, "usage: zqpod copy [DEVICE] DEST"},
-        Refusal{"TooManyArguments", {"copy", "DEV", "DEST", "extra"}, 2, "usage: zqpod copy [DEVICE] DEST"},
-        Refusal{"UnknownOption", {"copy", "DEV", "DEST", "--frobnicate"}, 2, "unknown option '--frobnicate'"},
-        Refusal{"OptionWithoutValue", {"copy", "DEV", "DEST", "--template"}, 2, "--template needs a value"},
-        Refusal{"BadTemplate", {"copy", "DEV", "DEST", "--template", "{artist}/{nope}"}, 2, "unknown field \"nope\""},
-        Refusal{"UnknownPlaylist", {"copy", "DEV", "DEST", "--playlist", "Nope"}, 1,
-                "No playlist is called 'Nope'. The device's playlists:\n  Sample iPod\n  Road Trip\n"},
-        Refusal{"MissingDevicePath", {"copy", "/no/such/volume", "DEST"}, 1, "path doesn't exist"},
-        Refusal{"UnknownDeviceName", {"copy", "NoSuchDevice-7Q", "DEST"}, 1, "'NoSuchDevice-7Q'"}));
-
-/// Two tracks with the same tags and a third differing only in case: three names.
-TEST(CopyCollisions, TracksNeverShareAName)
-{
-    TempDir device, out;
-    auto song = [](std::uint32_t id, const char* title, const char* file) {
-        return TrackSpec{.trackID = id, .trackNumber = 1, .title = title, .location = file, .album = "Album", .artist = "A"};
-    };
-    VolumeSpec volume{.database = test::DatabaseSpec{
-                          .tracks = {song(1, "Song", ":iPod_Control:Music:F00:A.mp3"),
-                                     song(2, "Song", ":iPod_Control:Music:F01:B.mp3"),
-                                     song(3, "song", ":iPod_Control:Music:F02:C.mp3")},
-                          .playlists = {{.name = "All", .master = 1, .items = {1, 2, 3}},
-                                        {.name = "Twice", .items = {2, 2}}}}};
-    volume.files.emplace("iPod_Control/Music/F00/A.mp3", Data(std::string("audio A")));
-    volume.files.emplace("iPod_Control/Music/F01/B.mp3", Data(std::string("audio B")));
-    volume.files.emplace("iPod_Control/Music/F02/C.mp3", Data(std::string("audio C")));
-    test::writeVolume(device.path(), volume);
-    fs::create_directories(device.file("iPod_Control/Device"));  // as every device has it
-    const Snapshot before = snapshot(device.path());
-
-    const Outcome run = zqpod({"copy", device.path(), out.path(), "--playlists"});
-    EXPECT_EQ(run.status, 0) << run.out;
-    EXPECT_EQ(tracksBelow(out.path()), (std::set<std::string>{"A/Album/01 Song.mp3", "A/Album/01 Song (2).mp3",
-                                                              "A/Album/01 song (3).mp3"}));
-    EXPECT_EQ(test::contentsOf(out.file("A/Album/01 Song (2).mp3")), "audio B");
-    EXPECT_EQ(test::contentsOf(out.file("A/Album/01 song (3).mp3")), "audio C");
-    // A track that stands twice in a playlist is listed twice, copied once.
-    EXPECT_EQ(test::contentsOf(out.file("Twice.m3u8")),
-              "#EXTM3U\n#EXTINF:-1,A - Song\nA/Album/01 Song (2).mp3\n#EXTINF:-1,A - Song\nA/Album/01 Song (2).mp3\n");
-    EXPECT_TRUE(snapshot(device.path()) == before);
 }
 
 TEST(CopyInterrupt, StopsCleanlyAndLeavesNoPartialFile)
@@ -389,108 +259,6 @@ TEST(CopyInterrupt, StopsCleanlyAndLeavesNoPartialFile)
         << printed;
     EXPECT_TRUE(snapshot(device.path()) == before);
 }
-
-class CommandHelp : public testing::TestWithParam<const char*> {};
-
-TEST_P(CommandHelp, EveryCommandExplainsItselfAndHasItsPlaceInTheManual)
-{
-    const std::string command = GetParam();
-    const Outcome help = zqpod({command, "--help"});
-    EXPECT_EQ(help.status, 0);
-    EXPECT_TRUE(help.out.starts_with("usage: zqpod " + command)) << help.out;
-    EXPECT_EQ(help.err, "");
-    EXPECT_EQ(zqpod({"help", command}).out, help.out);
-    const Outcome general = zqpod({"--help"});
-    EXPECT_EQ(general.status, 0);
-    EXPECT_TRUE(general.out.starts_with("usage: zqpod COMMAND")) << general.out;
-    EXPECT_NE(general.out.find("\n  " + command + " "), std::string::npos) << general.out;
-
-    const Outcome manual = zqpod({"--man"});
-    EXPECT_EQ(manual.status, 0);
-    EXPECT_TRUE(manual.out.starts_with(".\\\" Generated by 'zqpod --man'")) << manual.out.substr(0, 200);
-    EXPECT_NE(manual.out.find("\n.SS " + command + " \\(em "), std::string::npos) << command;
-    // Each option of the help is a tagged paragraph of the manual.
-    for (const auto& line : test::lines(help.out)) {
-        if (line.starts_with("  --")) {
-            std::string option = line.substr(2, line.find(' ', 2) - 2), escaped;
-            for (char c : option)
-                escaped += c == '-' ? std::string("\\-") : std::string(1, c);
-            EXPECT_NE(manual.out.find(".TP\n.B " + escaped), std::string::npos) << option;
-        }
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Copy, CommandHelp, testing::Values("library", "art", "copy", "devices", "watch"));
-
-// ---- the real library files of ../shared/samples, with stand-in track files -----------------
-
-struct RealSample {
-    const char* folder;
-    std::size_t tracks;
-};
-void PrintTo(const RealSample& s, std::ostream* out) { *out << s.folder; }
-
-class CopyRealSamples : public testing::TestWithParam<RealSample> {};
-
-TEST_P(CopyRealSamples, EveryTrackGetsASafeNameOfItsOwn)
-{
-    const fs::path source = fs::path(ZQ_SAMPLES_DIR) / GetParam().folder;
-    TempDir device, out;
-    fs::create_directories(device.file("iPod_Control/iTunes"));
-    fs::create_directories(device.file("iPod_Control/Device"));  // as every device has it
-    std::ofstream(device.file("iPod_Control/iTunes/iTunesDB"), std::ios::binary) << test::contentsOf(source / "iTunesDB");
-    if (fs::exists(source / "SysInfo"))
-        std::ofstream(device.file("iPod_Control/Device/SysInfo")) << test::contentsOf(source / "SysInfo");
-
-    // Stand-in files where the library says its tracks are: small, each with its own bytes.
-    const Outcome json = zqpod({"library", "--json", device.path()});
-    ASSERT_EQ(json.status, 0) << json.err;
-    std::size_t made = 0;
-    for (const auto& line : test::lines(json.out)) {
-        const auto at = line.find("\"filePath\": \"");
-        if (at == std::string::npos)
-            continue;
-        const std::string path = line.substr(at + 13, line.rfind('"') - at - 13);
-        ASSERT_TRUE(path.starts_with(device.path() + "/")) << path;
-        fs::create_directories(fs::path(path).parent_path());
-        std::ofstream(path, std::ios::binary) << "stand-in for " << path;
-        ++made;
-    }
-    ASSERT_EQ(made, GetParam().tracks);
-    const Snapshot before = snapshot(device.path());
-
-    const Outcome run = zqpod({"copy", device.path(), out.file("music"), "--playlists"});
-    EXPECT_EQ(run.status, 0) << run.out.substr(0, 2000) << run.err;
-    const std::set<std::string> tracks = tracksBelow(out.file("music"));
-    EXPECT_EQ(tracks.size(), GetParam().tracks);
-    std::set<std::string> keys;
-    for (const auto& name : tracks) {
-        std::string key = name;
-        std::transform(key.begin(), key.end(), key.begin(), [](unsigned char c) { return std::tolower(c); });
-        EXPECT_TRUE(keys.insert(key).second) << "two names differ only in case: " << name;
-        for (const auto& part : fs::path(name)) {
-            const std::string text = part.string();
-            EXPECT_TRUE(text.size() <= 180u && text.find_first_of("<>:\"\\|?*") == std::string::npos && text.front() != ' ' &&
-                        text.front() != '.' && text.back() != ' ' && text.back() != '.')
-                << name;
-        }
-    }
-    for (const auto& file : filesBelow(out.file("music")))
-        for (const auto& line : test::lines(file.ends_with(".m3u8") ? test::contentsOf(out.file("music/" + file)) : ""))
-            EXPECT_TRUE(line.starts_with("#") || tracks.count(line)) << file << ": " << line;
-    EXPECT_TRUE(snapshot(device.path()) == before);
-
-    const Outcome again = zqpod({"copy", device.path(), out.file("music")});
-    EXPECT_EQ(again.status, 0);
-    EXPECT_TRUE(again.out.ends_with("Copied 0 files (0 B) to " + out.file("music") + ", skipped " +
-                                    std::to_string(GetParam().tracks) + ", failed 0.\n"))
-        << again.out.substr(again.out.size() > 300 ? again.out.size() - 300 : 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(Copy, CopyRealSamples,
-                         testing::Values(RealSample{"itunes-de-23", 23}, RealSample{"itunes-it-1172", 1172},
-                                         RealSample{"ipod-2005-1855", 1855}, RealSample{"itunes-art-142", 142},
-                                         RealSample{"itunes45-1", 1}, RealSample{"itunes-empty", 0}));
 
 } // namespace
 } // namespace zq

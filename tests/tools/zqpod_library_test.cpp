@@ -1,6 +1,7 @@
 // The command-line tool as a person and a program use it: `zqpod library PATH [--json]` run as
 // a separate process on device volumes written by the image builder.
 
+#include "tests/support/Expectations.h"
 #include "tests/support/SampleDevice.h"
 #include "tests/tools/ToolProcess.h"
 
@@ -17,129 +18,30 @@ namespace zq {
 namespace {
 
 using Json = nlohmann::json;
-using test::DatabaseSpec;
-using test::PlaylistItem;
-using test::SmartPrefsSpec;
-using test::SmartRulesSpec;
 using test::TempDir;
-using test::TrackSpec;
 using test::VolumeSpec;
 
-using test::lines;
 using test::Outcome;
 using test::zqpod;
 
-/// A small device with one of each kind of list: the master, a plain list, the podcast list
-/// with one show, and a smart list with two rules and a reversed limit.
-VolumeSpec deskDevice()
+// The demo's device (zq-make-sample's library: songs over several albums and a compilation,
+// two podcast shows, a smart playlist, covers) as `make demo` prints it and as programs read
+// it, whole. Regenerate after an intended change (then review the diff):
+//   ZQ_WRITE_EXPECTED=1 build/zqcore_tests --gtest_filter='ToolLibrary.TheDemoDevice*'
+TEST(ToolLibrary, TheDemoDeviceReadsWholeAsLastChecked)
 {
-    DatabaseSpec db;
-    db.tracks = {
-        TrackSpec{.trackID = 101, .compilation = 1, .rating = 60, .fileSize = 10, .trackLength = 2000, .year = 2001,
-                  .dateAdded = 3155760016u,  // 2004-01-01 00:00:00 by the signed-seconds rule
-                  .dbid = 0xFFFFFFFFFFFFFFF0ULL, .albumID = 3, .artworkLink = 77, .title = "One", .location = ":iPod_Control:Music:F00:ONE.mp3",
-                  .artist = "Ärzte"},
-        TrackSpec{.trackID = 102, .title = "Two"},
-        TrackSpec{.trackID = 103, .mediaType = 4, .title = "Episode 1", .album = "The Show"},
-    };
-    db.playlists = {
-        {.name = "Desk iPod", .master = 1, .playlistID = 0xFEDCBA9876543210ULL, .items = {101, 102, 103}},
-        {.name = "Mix", .playlistID = 17, .items = {102, 101, 102}},
-        {.name = "Podcasts", .podcast = 1, .playlistID = 18, .items = {PlaylistItem::group("The Show"), 103}},
-        {.name = "Smart",
-         .playlistID = 19,
-         .items = {101},
-         .smartPrefs = SmartPrefsSpec{.liveUpdating = 1, .enableRules = 1, .enableLimits = 1, .limitType = 3,
-                                      .limitSort = 16, .limitValue = 25, .reverseLimitSort = 1},
-         .smartRules = SmartRulesSpec{.conjunction = 0,
-                                      .rules = {{.field = 4, .action = 0x01000002, .text = "Ä"},
-                                                {.field = 22, .action = 0x10, .fromValue = 5, .toValue = 5}}}},
-    };
-    return VolumeSpec{.database = db, .sysInfo = test::sysInfoText("ZQTOOL1Y5N")};
-}
-
-class ToolLibrary : public testing::Test {
-protected:
-    void SetUp() override { test::writeVolume(dir_.path(), deskDevice()); }
-    TempDir dir_;
-};
-
-TEST_F(ToolLibrary, TextShowsTheDeviceAndEveryListInTheFrameworksWords)
-{
-    const Outcome run = zqpod({"library", dir_.path()});
-    ASSERT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(lines(run.out), (std::vector<std::string>{
-                                  "Desk iPod",
-                                  "  Serial number: ZQTOOL1Y5N",
-                                  "  Model type:    11",
-                                  "  Mounted at:    " + dir_.path(),
-                                  "  Tracks:        3",
-                                  "  Playlists:     4",
-                                  "",
-                                  "Master playlist name: Desk iPod, ID: 18364758544493064720, 3 tracks.",
-                                  "Playlist name: Mix, ID: 17, 3 tracks.",
-                                  "Podcasts",
-                                  "    The Show: 1 episode",
-                                  "Smart Playlist name: Smart, ID: 19, 1 tracks.",
-                                  "Match all of these rules: (",
-                                  "    Artist contains Ä,",
-                                  "    Play count is greater than 5",
-                                  ")",
-                                  "Limit to 25 songs, sorted by least recently added.",
-                                  "Live updating.",
-                              }));
-}
-
-TEST_F(ToolLibrary, JSONCarriesTheFieldsUnderTheFrameworksNames)
-{
-    const Outcome run = zqpod({"library", dir_.path(), "--json"});
-    ASSERT_EQ(run.status, 0) << run.err;
-    const Json json = Json::parse(run.out);
-    EXPECT_EQ(json.at("name"), "Desk iPod");
-    EXPECT_EQ(json.at("serialNumber"), "ZQTOOL1Y5N");
-    EXPECT_EQ(json.at("type"), 11);
-
-    const Json& tracks = json.at("tracks");
-    ASSERT_EQ(tracks.size(), 3u);
-    const Json expected = {{"trackID", 101}, {"dbid", 0xFFFFFFFFFFFFFFF0ULL}, {"title", "One"}, {"artist", "Ärzte"},
-                           {"album", nullptr},  // never stored: null, not ""
-                           {"filePath", dir_.path() + "/iPod_Control/Music/F00/ONE.mp3"}, {"rating", 60}, {"fileSize", 10},
-                           {"trackLength", 2000}, {"year", 2001}, {"compilation", true}, {"albumID", 3}, {"artworkLink", 77},
-                           {"dateAdded", "2004-01-01T00:00:00Z"}, {"lastModified", "1904-01-01T00:00:00Z"}};
-    for (const auto& [key, value] : expected.items())
-        EXPECT_EQ(tracks[0].at(key), value) << key;
-    EXPECT_TRUE(tracks[1].at("filePath").is_null());
-    EXPECT_EQ(tracks[2].at("mediaType"), 4);
-
-    const Json& playlists = json.at("playlists");
-    ASSERT_EQ(playlists.size(), 4u);
-    std::vector<std::string> kinds;
-    for (const auto& playlist : playlists)
-        kinds.push_back(playlist.at("kind"));
-    EXPECT_EQ(kinds, (std::vector<std::string>{"playlist", "playlist", "podcasts", "smart"}));
-    EXPECT_EQ(playlists[0].at("playlistID").get<std::uint64_t>(), 0xFEDCBA9876543210ULL);
-    EXPECT_EQ(playlists[0].at("isMaster"), true);
-    EXPECT_EQ(playlists[0].at("parentID"), 0);
-    EXPECT_EQ(playlists[1].at("trackIDs"), Json::array({102, 101, 102}));
-    EXPECT_EQ(playlists[2].at("isPodcasts"), true);
-    EXPECT_EQ(playlists[2].at("trackIDs"), Json::array({103}));
-    EXPECT_EQ(playlists[2].at("groups"), Json::parse(R"([{"name": "The Show", "trackIDs": [103]}])"));
-    const Json& smart = playlists[3];
-    const Json smartExpected = {{"limitType", 3}, {"limitSortType", 16}, {"limit", 25}, {"liveUpdating", true},
-                                {"rulesEnabled", true}, {"limitsEnabled", true}, {"onlyMatchCheckedTracks", false},
-                                {"limitSortReversed", true}, {"isOr", false}};
-    for (const auto& [key, value] : smartExpected.items())
-        EXPECT_EQ(smart.at(key), value) << key;
-    const Json& rules = smart.at("rules");
-    ASSERT_EQ(rules.size(), 2u);
-    EXPECT_EQ(rules[0].at("field"), 4);
-    EXPECT_EQ(rules[0].at("action"), 0x01000002);
-    EXPECT_EQ(rules[0].at("ruleValue"), "Ä");
-    EXPECT_EQ(rules[0].at("description"), "Artist contains Ä");
-    EXPECT_EQ(rules[1].at("fromValue"), 5);
-    EXPECT_EQ(rules[1].at("toValue"), 5);
-    EXPECT_EQ(rules[1].at("description"), "Play count is greater than 5");
+    TempDir dir;
+    test::writeVolume(dir.path(), test::makeSampleDevice());
+    for (const char* format : {"text", "json"}) {
+        const Outcome run = std::string(format) == "json" ? zqpod({"library", dir.path(), "--json"})
+                                                          : zqpod({"library", dir.path()});
+        ASSERT_EQ(run.status, 0) << run.err;
+        EXPECT_EQ(run.err, "");
+        std::string out = run.out;
+        for (std::size_t at; (at = out.find(dir.path())) != std::string::npos;)
+            out.replace(at, dir.path().size(), "<volume>");
+        test::expectMatchesFile(std::string("demo-library.") + (std::string(format) == "json" ? "json" : "txt"), out);
+    }
 }
 
 TEST(ToolLibraryErrors, MissingPathOrCorruptDatabaseEndWithStatusOneAndTheReason)
@@ -151,7 +53,7 @@ TEST(ToolLibraryErrors, MissingPathOrCorruptDatabaseEndWithStatusOneAndTheReason
     EXPECT_NE(missing.err.find("ZQCoreiPodNotFoundException"), std::string::npos) << missing.err;
     EXPECT_NE(missing.err.find("path doesn't exist"), std::string::npos) << missing.err;
 
-    const zq::Data whole = test::buildITunesDB(deskDevice().database.value());
+    const zq::Data whole = test::buildITunesDB(test::makeSampleDevice().database.value());
     test::writeVolume(corrupt.path(), VolumeSpec{.rawITunesDB = whole.subdata(0, whole.size() / 2)});
     const Outcome run = zqpod({"library", corrupt.path(), "--json"});
     EXPECT_EQ(run.status, 1) << run.err;

@@ -1,8 +1,7 @@
 // zqpod on real FAT volumes mounted as removable media in a private mount namespace (see
-// MountSandbox; needs root, else skipped): which device a command works on, and copying from a
-// device volume onto a memory stick (no unnamed files, no hard links, names that ignore case).
+// MountSandbox; needs root, else skipped): which device a command works on.
 
-#include "tests/discovery/MountSandbox.h"
+#include "tests/support/MountSandbox.h"
 #include "tests/support/SampleDevice.h"
 #include "tests/tools/ToolProcess.h"
 
@@ -76,53 +75,6 @@ TEST(DeviceSelection, ByPathSerialOrNameOrTheOneConnected)
     EXPECT_EQ(nobody.status, 1);
     EXPECT_NE(nobody.err.find("No connected device has the serial number or name 'Nobody'. Connected now:\n"), std::string::npos)
         << nobody.err;
-}
-
-TEST(CopyOntoFAT, FromADeviceVolumeToAStick)
-{
-    ZQ_MAKE_SANDBOX(sandbox);
-    const std::string device = sandbox.scratch("ipod"), stick = sandbox.scratch("stick"), music = stick + "/music";
-    ASSERT_TRUE(sandbox.mount(sandbox.makeImage("ipod", test::makeSampleDevice()), device, "utf8"));
-    ASSERT_TRUE(sandbox.mount(sandbox.makeImage("stick", std::nullopt), stick, "utf8"));
-    fs::create_directories(device + "/iPod_Control/Device");
-    std::map<std::string, std::string> before;
-    for (const auto& file : filesBelow(device))
-        before[file] = test::contentsOf(device + "/" + file);
-
-    // FAT drivers differ in the names they take: the kernel's, mounted with utf8, takes any;
-    // fusefat only ASCII. A name the file system refuses fails that track with a hint.
-    const Outcome run = zqpod({"copy", device, music, "--playlists", "--art"});
-    std::size_t refused = 0;
-    for (const auto& line : test::lines(run.out))
-        if (line.starts_with("failed") && ++refused) {
-            EXPECT_NE(line.find("may not hold some characters of this name: mount it with utf8"), std::string::npos) << line;
-        }
-    EXPECT_LE(refused, 2u) << run.out;  // "Słońce" and "DJ Kōji" are the only names beyond ASCII
-    EXPECT_EQ(run.status, refused ? 1 : 0) << run.out << run.err;
-    std::size_t tracks = 0;
-    for (const auto& file : filesBelow(music)) {
-        EXPECT_NE(fs::path(file).filename().string().front(), '.') << "a temporary file was left: " << file;
-        tracks += file.ends_with(".wav") ? 1 : 0;
-    }
-    EXPECT_EQ(tracks, 13u - refused);
-    EXPECT_TRUE(test::contentsOf(music + "/The Hollow Pines/Northern Lights/01 Harbour Song.wav") ==
-                test::contentsOf(device + "/iPod_Control/Music/F03/HBSG.wav"));
-
-    // A file of another size under a name that differs only in case is the same file on FAT:
-    // it is kept, and the copy is named beside it.
-    fs::remove(music + "/The Hollow Pines/Northern Lights/02 Northern Lights.wav");
-    std::ofstream(music + "/the hollow pines/northern lights/02 NORTHERN LIGHTS.wav") << "mine";
-    const Outcome again = zqpod({"copy", device, music});
-    EXPECT_EQ(again.status, refused ? 1 : 0) << again.out;
-    EXPECT_TRUE(again.out.ends_with("Copied 1 file (28 KB) to " + music + ", skipped " + std::to_string(12 - refused) +
-                                    ", failed " + std::to_string(refused) + ".\n"))
-        << again.out;
-    EXPECT_EQ(test::contentsOf(music + "/The Hollow Pines/Northern Lights/02 Northern Lights.wav"), "mine");
-    EXPECT_TRUE(test::contentsOf(music + "/The Hollow Pines/Northern Lights/02 Northern Lights (2).wav") ==
-                test::contentsOf(device + "/iPod_Control/Music/F17/NRTL.wav"));
-    for (const auto& [file, bytes] : before)
-        EXPECT_TRUE(test::contentsOf(device + "/" + file) == bytes) << "the device was changed: " << file;
-    EXPECT_EQ(filesBelow(device).size(), before.size());
 }
 
 } // namespace

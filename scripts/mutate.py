@@ -1,0 +1,530 @@
+#!/usr/bin/env python3
+"""Fault-catching power of the test suite, measured by mutation.
+
+Each mutation below is a small change a real bug could look like: a flipped comparison, an
+off-by-one bound, a dropped check, a swapped field, a skipped error path. For each one the
+script applies it to the source, rebuilds the test programs in a build folder of its own,
+runs ctest (stopping at the first failure) and puts the file back. A mutation is "caught" when
+the build succeeds and some test fails, "survived" when every test still passes, and
+"build failed" when it does not compile (a badly chosen mutation, not a measure of the tests).
+One whose original text is no longer in the file (the code moved on) is "not applicable" and
+left out of the count.
+
+    scripts/mutate.sh                 every mutation
+    scripts/mutate.sh 3 7 12          those numbers
+    scripts/mutate.sh sqlite date     those whose label contains a word
+    scripts/mutate.sh --list          the list, without building anything
+
+Options: --build-dir DIR (default build-mutate), --jobs N (default nproc), --timeout SECONDS
+(per test, default 120), --no-baseline (skip the run of the unchanged sources first).
+"""
+
+import argparse
+import os
+import re
+import signal
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+
+# (file, exact original text, replacement, label). Originals are kept specific enough to occur
+# once, so that a change elsewhere in the file does not move the mutation somewhere else.
+MUTATIONS = [
+    # ---- foundation
+    ("ZQCore/foundation/Data.cpp",
+     "std::size_t available = length_ - offset;",
+     "std::size_t available = length_ - offset - 1;",
+     "foundation/data-subdata-drops-last-byte"),
+    ("ZQCore/foundation/Data.cpp",
+     "return a.length_ == b.length_ && (",
+     "return a.length_ <= b.length_ && (",
+     "foundation/data-equality-prefix"),
+    ("ZQCore/foundation/UTF16.cpp",
+     "    if (length % 2 != 0)\n        return false;\n",
+     "",
+     "foundation/utf16-odd-length-accepted"),
+    ("ZQCore/foundation/UTF16.cpp",
+     "bytes[2 * i + hi] == 0 && bytes[2 * i + lo] < 0x80)",
+     "bytes[2 * i + hi] == 0 && bytes[2 * i + lo] <= 0x80)",
+     "foundation/utf16-ascii-fast-path-bound"),
+    ("ZQCore/foundation/UTF16.cpp",
+     "p = putUTF8(p, 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00));",
+     "p = putUTF8(p, ((unit - 0xD800) << 10) + (next - 0xDC00));",
+     "foundation/utf16-surrogate-pair-offset"),
+    ("ZQCore/foundation/UTF16.cpp",
+     "} else if (unit >= 0xDC00 && unit <= 0xDFFF) {\n            p = putUTF8(p, kReplacement);",
+     "} else if (unit >= 0xDC00 && unit <= 0xDFFF) {\n            p = putUTF8(p, unit);",
+     "foundation/utf16-lone-low-surrogate-kept"),
+    ("ZQCore/foundation/UTF16.cpp",
+     "put(0xDC00 + (c & 0x3FF));",
+     "put(0xDC00 + (c >> 10));",
+     "foundation/utf16-encode-low-surrogate"),
+    ("ZQCore/foundation/Date.cpp",
+     "const std::int64_t seconds = static_cast<std::int32_t>(value) % 60;",
+     "const std::int64_t seconds = value % 60;",
+     "foundation/date-1904-seconds-sign"),
+    ("ZQCore/foundation/Date.cpp",
+     "return DayOffset{start, start == end};",
+     "return DayOffset{start, true};",
+     "foundation/date-transition-day-cached"),
+    ("ZQCore/foundation/Value.cpp",
+     "    if (depth > kMaxDepth)\n        return Value();\n",
+     "",
+     "foundation/plist-depth-unbounded"),
+    ("ZQCore/foundation/Value.cpp",
+     "return integerValue() != 0 || (type() == Type::Real && doubleValue() != 0);",
+     "return integerValue() != 0;",
+     "foundation/value-fractional-bool"),
+    ("ZQCore/foundation/PixelConversion.cpp",
+     "        out[2] = widen6((p >> 5) & 0x3F);\n        out[3] = widen5(p & 0x1F);",
+     "        out[2] = widen6((p >> 5) & 0x3F);\n        out[3] = widen5((p >> 1) & 0x1F);",
+     "foundation/rgb565-blue-channel"),
+    ("ZQCore/foundation/PixelConversion.cpp",
+     "out[0] = (p & 0x8000) ? 0xFF : 0x00;",
+     "out[0] = 0xFF;",
+     "foundation/argb1555-alpha-ignored"),
+    ("ZQCore/foundation/File.cpp",
+     "        if (progress && !progress(result.bytesCopied))\n            return result;",
+     "        if (progress)\n            progress(result.bytesCopied);",
+     "foundation/copy-cancel-ignored"),
+
+    # ---- reader
+    ("ZQCore/reader/XRDataReader.cpp",
+     "static_cast<std::int64_t>(count) > remaining",
+     "static_cast<std::int64_t>(count) >= remaining",
+     "reader/read-to-end-refused"),
+    ("ZQCore/reader/XRDataReader.cpp",
+     " || static_cast<std::uint64_t>(count) > readLimit_)",
+     ")",
+     "reader/read-limit-dropped"),
+    ("ZQCore/reader/XRDataReader.cpp",
+     "    } catch (const Exception&) {\n        out.clear();\n        return true;\n    }",
+     "    } catch (const Exception&) {\n        out.clear();\n        return false;\n    }",
+     "reader/string-past-end-not-text"),
+    ("ZQCore/reader/XRDataReader.cpp",
+     "return filled_ >= count ? buffer_.data() : nullptr;",
+     "return buffer_.data();",
+     "reader/file-window-short-read-ignored"),
+    ("ZQCore/reader/ZQCoreiPod+iTunesDB.cpp",
+     "reader->setPosition(p + le32(setHeader, ChunkStart::totalLength));",
+     "reader->setPosition(p + le32(setHeader, ChunkStart::headerLength));",
+     "reader/data-set-sibling-by-header-length"),
+    ("ZQCore/reader/ZQCoreiPod+iTunesDB.cpp",
+     "type == 14 || type == 22;",
+     "type == 14 || type == 21;",
+     "reader/album-artist-object-skipped"),
+    ("ZQCore/reader/ZQCoreiPod+iTunesDB.cpp",
+     "std::replace(text.begin(), text.end(), ':', '/');",
+     "std::replace(text.begin(), text.end(), ':', ':');",
+     "reader/location-colons-kept"),
+    ("ZQCore/reader/ZQCoreiPod+iTunesDB.cpp",
+     "if (readObjectText(reader, text) != TextRead::NotText) {",
+     "if (readObjectText(reader, text) == TextRead::Text) {",
+     "reader/unreadable-string-dropped"),
+    ("ZQCore/reader/ZQCoreiPod+iTunesDB.cpp",
+     "rule[\"toValue\"] = be64(block, SmartRules::toValue);",
+     "rule[\"toValue\"] = be64(block, SmartRules::fromValue);",
+     "reader/smart-rule-to-value-swapped"),
+    ("ZQCore/reader/ZQCoreiPod+iTunesDB.cpp",
+     "result[\"operatorOr\"] = u8(header, SmartRules::conjunctionLowByte) != 0;",
+     "result[\"operatorOr\"] = be32(header, SmartRules::conjunctionLowByte - 3) != 0;",
+     "reader/smart-conjunction-whole-word"),
+    ("ZQCore/reader/ZQCoreiPod+iTunesDB.cpp",
+     "const bool podcastFlag = le16(header, MHYPHeader::podcastFlag) == 1;",
+     "const bool podcastFlag = le16(header, MHYPHeader::podcastFlag) != 0;",
+     "reader/podcast-flag-any-value"),
+    ("ZQCore/reader/ZQCoreiPod+iTunesDB.cpp",
+     "if (index < tracks.size() && tracks[index] && tracks[index]->trackID() == trackID)",
+     "if (index < tracks.size() && tracks[index])",
+     "reader/track-cache-unchecked"),
+    ("ZQCore/reader/iPodTrack+MHIT.cpp",
+     "t.discNumber_ = le32(header, H::discNumber);",
+     "t.discNumber_ = le32(header, H::discTotal);",
+     "reader/mhit-disc-number-swapped"),
+    ("ZQCore/reader/iPodTrack+MHIT.cpp",
+     "t.compilation_ = u8(header, H::compilation) == 1;",
+     "t.compilation_ = u8(header, H::compilation) != 0;",
+     "reader/mhit-compilation-any-value"),
+    ("ZQCore/reader/iPodTrack+MHIT.cpp",
+     "{12, Composer}, {13, Grouping}",
+     "{12, Grouping}, {13, Composer}",
+     "reader/mhit-composer-grouping-swapped"),
+    ("ZQCore/reader/Playlist+MHYP.cpp",
+     "le32(header, MHYPHeader::creationTimestamp) / 1000u",
+     "le32(header, MHYPHeader::creationTimestamp)",
+     "reader/mhyp-creation-milliseconds"),
+
+    # ---- model
+    ("ZQCore/model/SmartPlaylistRule.cpp",
+     "{2, 3, 4, 8, 9, 14, 18, 39, 54, 55, 62, 71}",
+     "{2, 3, 4, 8, 9, 14, 18, 39, 54, 55, 62}",
+     "model/rule-album-artist-numeric"),
+    ("ZQCore/model/SmartPlaylistRule.cpp",
+     "if (fromValue_ == toValue_)",
+     "if (fromValue_ <= toValue_)",
+     "model/rule-range-description"),
+    ("ZQCore/model/SmartPlaylistRule.cpp",
+     "{0x03000004, \"does not start with\"}",
+     "{0x03000004, \"starts with\"}",
+     "model/rule-negated-action-phrase"),
+    ("ZQCore/model/SmartPlaylist.cpp",
+     "case 20: return reversed ? \"least often played\" : \"most often played\";",
+     "case 20: return reversed ? \"most often played\" : \"least often played\";",
+     "model/smart-sort-reversed"),
+    ("ZQCore/model/SmartPlaylist.cpp",
+     "(operatorOr_ ? \"any\" : \"all\")",
+     "(operatorOr_ ? \"all\" : \"any\")",
+     "model/smart-any-all"),
+    ("ZQCore/model/PlaylistFolder.cpp",
+     "    if (std::find(playlists_.begin(), playlists_.end(), child) != playlists_.end())\n        return;\n",
+     "",
+     "model/folder-duplicate-child"),
+    ("ZQCore/model/iPodTrack.cpp",
+     "if (range.location > fileSize_ || end > fileSize_)",
+     "if (range.location > fileSize_ || end >= fileSize_)",
+     "model/track-range-to-end-refused"),
+    ("ZQCore/model/iPodTrack.cpp",
+     "        library->setIsConnected(false);\n        return std::nullopt;\n    }\n    return path ? Data::contentsOfFile",
+     "        return std::nullopt;\n    }\n    return path ? Data::contentsOfFile",
+     "model/track-read-keeps-connected"),
+
+    # ---- device
+    ("ZQCore/device/ZQCoreiPod.cpp",
+     "fileExists(locations) && fileExists(dynamics)",
+     "fileExists(locations)",
+     "device/sqlite-needs-all-four"),
+    ("ZQCore/device/ZQCoreiPod.cpp",
+     "static_cast<std::int32_t>(info.st_size) > 0",
+     "static_cast<std::int32_t>(info.st_size) >= 0",
+     "device/empty-sysinfoextended-used"),
+    ("ZQCore/device/ZQCoreiPod.cpp",
+     "    while (!text.empty() && space(text.back()))\n        text.remove_suffix(1);\n",
+     "",
+     "device/serial-trailing-space"),
+    ("ZQCore/device/ZQCoreiPod.cpp",
+     "if ((track->artworkLink() != 0 && track->artworkLink() == mhiiID) || track->dbid() == trackID)",
+     "if (track->artworkLink() == mhiiID || track->dbid() == trackID)",
+     "device/track-with-id-zero-link"),
+    ("ZQCore/device/ZQCoreiPod+FileCopy.cpp",
+     "if (::stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode))",
+     "if (::stat(path.c_str(), &info) != 0)",
+     "device/size-of-folder"),
+    ("ZQCore/device/ZQCoreiPod+FileCopy.cpp",
+     "result.error = result.bytesCopied ? EIO : ENOENT;",
+     "result.error = ENOENT;",
+     "device/session-copy-midway-failure"),
+    ("ZQCore/device/ZQCoreiPod+FileCopy.cpp",
+     "if (piece->size() < kSessionPiece) {",
+     "if (piece->size() < kSessionPiece - 1) {",
+     "device/session-copy-short-piece"),
+
+    # ---- artwork
+    ("ZQCore/artwork/AlbumArtRep.cpp",
+     "if (width != 37 && width != 41 && width != 55)",
+     "if (width != 37 && width != 41)",
+     "artwork/odd-width-exemption"),
+    ("ZQCore/artwork/AlbumArtRep.cpp",
+     "        if (height > 0 && height % 2 == 1)\n            ++height;\n",
+     "",
+     "artwork/odd-height-not-rounded"),
+    ("ZQCore/artwork/AlbumArtRep.cpp",
+     "std::min<std::uint64_t>(dataLength_, needed + 1)",
+     "std::min<std::uint64_t>(dataLength_, needed)",
+     "artwork/oversized-record-accepted"),
+    ("ZQCore/artwork/ZQCoreiPod+Artwork.cpp",
+     "*name == \".\" || *name == \"..\" ||",
+     "*name == \".\" ||",
+     "artwork/thumbnail-parent-folder"),
+    ("ZQCore/artwork/ArtworkLinking.cpp",
+     "listOf(candidate) > listOf(match) ||",
+     "listOf(candidate) >= listOf(match) ||",
+     "artwork/link-same-list-order"),
+    ("ZQCore/artwork/ArtworkLinking.cpp",
+     "if (!inserted && listOf(match) >= listOf(note->second))",
+     "if (!inserted && listOf(match) > listOf(note->second))",
+     "artwork/album-note-last-track"),
+    ("ZQCore/artwork/AlbumArt.cpp",
+     "if (rep && rep->width() > widest) {",
+     "if (rep && rep->width() >= widest) {",
+     "artwork/preferred-rep-first-widest"),
+
+    # ---- sqlite
+    ("ZQCore/sqlite/iPodTrack+SQLite.cpp",
+     "t.checked_ = sqlite3_column_int(row, IsUserDisabled) == 0;",
+     "t.checked_ = sqlite3_column_int(row, IsUserDisabled) == 1;",
+     "sqlite/checked-inverted"),
+    ("ZQCore/sqlite/iPodTrack+SQLite.cpp",
+     "t.playCount_ = unsignedInt(stats, 2) + unsignedInt(stats, 3);",
+     "t.playCount_ = unsignedInt(stats, 2);",
+     "sqlite/recent-plays-dropped"),
+    ("ZQCore/sqlite/iPodTrack+SQLite.cpp",
+     "return static_cast<double>(static_cast<std::uint32_t>(sqlite3_column_int(statement, column)));",
+     "return static_cast<double>(sqlite3_column_int(statement, column));",
+     "sqlite/track-date-signed"),
+    ("ZQCore/sqlite/iPodTrack+SQLite.cpp",
+     "            t.seasonNumber_ = unsignedInt(album, 1);\n",
+     "",
+     "sqlite/album-season-ignored"),
+    ("ZQCore/sqlite/Playlist+SQLite.cpp",
+     "if (kind == kOrdinary && hidden == 1 && parent)",
+     "if (hidden == 1 && parent)",
+     "sqlite/hidden-container-name"),
+    ("ZQCore/sqlite/Playlist+SQLite.cpp",
+     "p.reverseLimitSort_ = isOne(row, SmartReverseLimitOrder);",
+     "p.reverseLimitSort_ = isOne(row, SmartEnabledOnly);",
+     "sqlite/smart-reverse-column"),
+    ("ZQCore/sqlite/SQLiteDatabase.cpp",
+     "if (c >= 0xC2 && c <= 0xDF) {",
+     "if (c >= 0xC0 && c <= 0xDF) {",
+     "sqlite/overlong-utf8-accepted"),
+    ("ZQCore/sqlite/SQLiteDatabase.cpp",
+     "c == '.' || c == '_' || c == '~') {",
+     "c == '.' || c == '_' || c == '~' || c == '?' || c == '#') {",
+     "sqlite/uri-unescaped"),
+    ("ZQCore/sqlite/ZQCoreiPod+SQLite.cpp",
+     "if (folder == folderByID.end() || !canHold(folder->second.get(), *playlist))",
+     "if (folder == folderByID.end())",
+     "sqlite/folder-cycle"),
+    ("ZQCore/sqlite/ZQCoreiPod+SQLite.cpp",
+     "                    placed = true;\n                    break;",
+     "                    break;",
+     "sqlite/podcast-show-duplicated"),
+
+    # ---- afc
+    ("ZQCore/afc/AFCDevice.cpp",
+     "        remaining -= count;  // never more than asked for",
+     "        // never more than asked for",
+     "afc/range-read-unbounded"),
+    ("ZQCore/afc/AFCDevice.cpp",
+     "if (name != \"\" && name != \".\" && name != \"..\" && deviceInterface_->isFileAtPath(joinPath(path, name)))",
+     "if (name != \"\" && name != \".\" && name != \"..\" && !deviceInterface_->isDirectoryAtPath(joinPath(path, name)))",
+     "afc/file-list-non-folders"),
+    ("ZQCore/afc/AFCiPod.cpp",
+     "autodetectedType_ = model->second.find(\"iPod\") != std::string::npos ? 15 : 16;",
+     "autodetectedType_ = model->second.find(\"iPod\") != std::string::npos ? 16 : 15;",
+     "afc/model-type-swapped"),
+    ("ZQCore/afc/AFCiPod.cpp",
+     "if (error != std::errc() || stop != end || size->second.empty())",
+     "if (error != std::errc() || size->second.empty())",
+     "afc/size-trailing-garbage"),
+    ("ZQCore/afc/AFCInterface.cpp",
+     "if (afc_handle_->fileRefRead(file, buffer.get(), count) != 0 || count > size) {",
+     "if (afc_handle_->fileRefRead(file, buffer.get(), count) != 0) {",
+     "afc/read-longer-than-asked"),
+
+    # ---- tools/zqpod
+    ("tools/zqpod/FileNames.cpp",
+     "while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)",
+     "while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0xC0)",
+     "zqpod/name-cut-splits-utf8"),
+    ("tools/zqpod/FileNames.cpp",
+     "if (name.front() == '.' || isReservedDeviceName(name))",
+     "if (isReservedDeviceName(name))",
+     "zqpod/hidden-name-kept"),
+    ("tools/zqpod/FileNames.cpp",
+     "return track.discTotal() > 1 || track.discNumber() > 1 ? number(track.discNumber()) : std::string();",
+     "return track.discTotal() > 1 ? number(track.discNumber()) : std::string();",
+     "zqpod/disc-number-without-total"),
+    ("tools/zqpod/FileNames.cpp",
+     "if (dot == std::string::npos || dot <= start)",
+     "if (dot == std::string::npos || dot < start)",
+     "zqpod/numbered-dot-file"),
+    ("tools/zqpod/FileNames.cpp",
+     "stem[3] >= '1' && stem[3] <= '9'",
+     "stem[3] >= '0' && stem[3] <= '9'",
+     "zqpod/reserved-com0"),
+    ("tools/zqpod/LibraryReport.cpp",
+     "{\"discNumber\", t.discNumber()},",
+     "{\"discNumber\", t.discTotal()},",
+     "zqpod/json-disc-number"),
+    ("tools/zqpod/LibraryReport.cpp",
+     "        if (!insideSomeFolder(library, *playlist))\n            playlists.push_back",
+     "        playlists.push_back",
+     "zqpod/json-folder-children-twice"),
+    ("tools/zqpod/LibraryReport.cpp",
+     "(show->tracks().size() == 1 ? \" episode\" : \" episodes\")",
+     "(show->tracks().size() <= 1 ? \" episode\" : \" episodes\")",
+     "zqpod/text-episode-count"),
+    ("tools/zqpod/TrackCopy.cpp",
+     "else if (existing && *existing == item.size && !options.overwrite)",
+     "else if (existing && !options.overwrite)",
+     "zqpod/copy-skips-different-size"),
+    ("tools/zqpod/TrackCopy.cpp",
+     "if (taken.count(key) || (n > 1 && claimed.count(key)))",
+     "if (taken.count(key))",
+     "zqpod/copy-numbered-name-clash"),
+    ("tools/zqpod/TrackCopy.cpp",
+     "if (result.bytesCopied != item.size)",
+     "if (result.bytesCopied < item.size)",
+     "zqpod/copy-longer-than-reported"),
+    ("tools/zqpod/CopyProgress.cpp",
+     "if (bytes < 1000)",
+     "if (bytes <= 1000)",
+     "zqpod/progress-size-unit"),
+]
+
+
+# Further mutations, run with --extra: more of the same kinds, left out of the default run to
+# keep it within an hour on a small machine. Numbered after the default ones.
+EXTRA = {"data-equality-prefix", "utf16-ascii-fast-path-bound", "utf16-encode-low-surrogate", "value-fractional-bool", "argb1555-alpha-ignored", "file-window-short-read-ignored", "track-cache-unchecked", "mhit-compilation-any-value", "rule-negated-action-phrase", "folder-duplicate-child", "track-read-keeps-connected", "track-with-id-zero-link", "session-copy-short-piece", "odd-height-not-rounded", "preferred-rep-first-widest", "album-season-ignored", "smart-reverse-column", "podcast-flag-any-value", "file-list-non-folders", "reserved-com0", "progress-size-unit", "copy-longer-than-reported", "text-episode-count", "utf16-lone-low-surrogate-kept", "string-past-end-not-text", "disc-number-without-total", "size-of-folder", "rule-range-description", "read-longer-than-asked", "copy-numbered-name-clash"}
+MUTATIONS = ([m for m in MUTATIONS if m[3].split("/", 1)[1] not in EXTRA] +
+             [m for m in MUTATIONS if m[3].split("/", 1)[1] in EXTRA])
+DEFAULT_COUNT = sum(1 for m in MUTATIONS if m[3].split("/", 1)[1] not in EXTRA)
+
+
+class Interrupted(Exception):
+    pass
+
+
+def on_signal(signum, frame):
+    raise Interrupted()
+
+
+def run(command, log, timeout=None, cwd=ROOT):
+    """Runs `command` in a process group of its own (so an interrupt ends all of it), appending
+    its output to `log`. Returns (exit status, output); a timeout counts as a failure."""
+    with open(log, "a") as out:
+        out.write("$ " + " ".join(command) + "\n")
+        out.flush()
+        process = subprocess.Popen(command, cwd=cwd, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                   text=True, errors="replace", start_new_session=True)
+        try:
+            output, _ = process.communicate(timeout=timeout)
+        except (subprocess.TimeoutExpired, Interrupted) as error:
+            os.killpg(process.pid, signal.SIGKILL)
+            output, _ = process.communicate()
+            out.write(output or "")
+            if isinstance(error, Interrupted):
+                raise
+            return 124, (output or "") + "\n(timed out)\n"
+        out.write(output)
+        return process.returncode, output
+
+
+def first_failure(output):
+    """The first failing test named in ctest's summary, for the report line."""
+    match = re.search(r"The following tests FAILED:\s*\n\s*\d+ - (\S+)", output)
+    if match:
+        return match.group(1)
+    match = re.search(r"\d+/\d+ Test\s+#\d+: (\S+) \.+\**\s*(Failed|Timeout|Exception|\*\*\*)", output)
+    return match.group(1) if match else "?"
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("select", nargs="*", help="mutation numbers or label words")
+    parser.add_argument("--build-dir", default="build-mutate")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count() or 2)
+    parser.add_argument("--timeout", type=int, default=120, help="seconds per test")
+    parser.add_argument("--no-baseline", action="store_true")
+    parser.add_argument("--list", action="store_true")
+    parser.add_argument("--extra", action="store_true", help="also the further mutations")
+    args = parser.parse_args()
+
+    chosen = []
+    for number, mutation in enumerate(MUTATIONS, 1):
+        if not args.select and (number <= DEFAULT_COUNT or args.extra) or args.select and any(
+                (word.isdigit() and int(word) == number) or (not word.isdigit() and word in mutation[3])
+                for word in args.select):
+            chosen.append((number, mutation))
+    if args.list:
+        for number, (path, _, _, label) in chosen:
+            print(f"{number:3d} {label:45s} {path}")
+        return 0
+
+    build = Path(args.build_dir)
+    if not build.is_absolute():
+        build = ROOT / build
+    build.mkdir(parents=True, exist_ok=True)
+    logs = build / "mutate-logs"
+    logs.mkdir(exist_ok=True)
+    # Only what the tests run is built. The test programs need not relink when only the shared
+    # framework library changed.
+    targets = ["zqcore_tests", "zqcore_afc_tests", "zqpod", "zq-make-sample", "zq-device-sim"]
+    configure = ["cmake", "-S", str(ROOT), "-B", str(build), "-DCMAKE_BUILD_TYPE=RelWithDebInfo",
+                 "-DZQ_BENCH=OFF", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"]
+    compile_ = ["cmake", "--build", str(build), f"-j{args.jobs}", "--target"] + targets
+    ctest = ["ctest", "--test-dir", str(build), "--stop-on-failure", "--timeout", str(args.timeout),
+             f"-j{args.jobs}"]
+    # The whole suite must finish well inside this, or the run counts as a failure (a hang).
+    suite_timeout = max(1800, args.timeout * 10)
+
+    # Every mutant of a file compiles the same text in every copy of the tree: let the compiler
+    # cache share objects across build folders (the debug info then names another folder).
+    os.environ.setdefault("CCACHE_NOHASHDIR", "1")
+
+    signal.signal(signal.SIGINT, on_signal)
+    signal.signal(signal.SIGTERM, on_signal)
+    signal.signal(signal.SIGHUP, on_signal)
+
+    started = time.time()
+    if run(configure, logs / "configure.txt")[0] != 0:
+        print(f"cmake configure failed; see {logs / 'configure.txt'}")
+        return 1
+    if not args.no_baseline:
+        t0 = time.time()
+        if run(compile_, logs / "baseline.txt")[0] != 0:
+            print(f"the unchanged sources do not build; see {logs / 'baseline.txt'}")
+            return 1
+        t1 = time.time()
+        status, output = run(ctest, logs / "baseline.txt", timeout=suite_timeout)
+        t2 = time.time()
+        if status != 0:
+            print(f"the unchanged sources fail their tests ({first_failure(output)}); see {logs / 'baseline.txt'}")
+            return 1
+        print(f"baseline: build {t1 - t0:.0f} s, ctest {t2 - t1:.0f} s", flush=True)
+
+    results = {"caught": [], "survived": [], "build failed": [], "not applicable": []}
+    for number, (relative, original, replacement, label) in chosen:
+        path = ROOT / relative
+        log = logs / f"{number:03d}.txt"
+        log.write_text("")
+        try:
+            source = path.read_text()
+        except FileNotFoundError:
+            source = ""
+        occurrences = source.count(original)
+        if occurrences == 0:
+            results["not applicable"].append((number, label))
+            print(f"{number:3d} {label:45s} not applicable (original text not found)", flush=True)
+            continue
+        t0 = time.time()
+        detail = ""
+        try:
+            path.write_text(source.replace(original, replacement, 1))
+            status, output = run(compile_, log)
+            if status != 0:
+                outcome = "build failed"
+            else:
+                status, output = run(ctest, log, timeout=suite_timeout)
+                if status == 0:
+                    outcome = "survived"
+                else:
+                    outcome = "caught"
+                    detail = first_failure(output)
+        except Interrupted:
+            path.write_text(source)
+            print(f"\ninterrupted at {number} ({label}); {relative} restored")
+            return 130
+        finally:
+            path.write_text(source)
+        results[outcome].append((number, label))
+        note = f" by {detail}" if detail else ""
+        if occurrences > 1:
+            note += f" (original occurs {occurrences} times; first changed)"
+        print(f"{number:3d} {label:45s} {outcome}{note}  [{time.time() - t0:.0f} s]", flush=True)
+
+    counted = len(results["caught"]) + len(results["survived"]) + len(results["build failed"])
+    print()
+    for outcome in ("survived", "build failed", "not applicable"):
+        if results[outcome]:
+            print(f"{outcome}: " + ", ".join(f"{n} {label}" for n, label in results[outcome]))
+    print(f"caught {len(results['caught'])}/{counted}  (in {(time.time() - started) / 60:.0f} min)")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
