@@ -2,7 +2,7 @@
 // EIO, and a volume that vanishes (a FUSE file system that fails on cue, in a private mount
 // namespace). The failed track is reported and never kept; a vanished volume stops the copy.
 
-#include "tests/discovery/MountSandbox.h"
+#include "tests/support/MountSandbox.h"
 #include "tests/tools/ToolProcess.h"
 
 #include <gmock/gmock.h>
