@@ -13,8 +13,11 @@ PACKAGES      := build-essential cmake pkg-config libplist-dev libpng-dev nlohma
                  libglib2.0-dev libudev-dev libsqlite3-dev libgtest-dev libgmock-dev libbenchmark-dev \
                  dosfstools fusefat util-linux mount libimobiledevice-dev libusbmuxd-dev tree
 FUZZ_PACKAGES := clang libclang-rt-14-dev
+# Only for `make bench`: libgpod is the peer the whole-process figures are compared with, and
+# GNU time measures peak memory.
+BENCH_PACKAGES := libgpod-dev time
 
-.PHONY: all deps build demo test test-release test-asan bench fuzz fuzz-deps clean
+.PHONY: all deps build demo test test-release test-asan bench bench-deps fuzz fuzz-deps clean
 
 all: build
 
@@ -45,8 +48,16 @@ test-asan: deps
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 		ctest --output-on-failure -j$(JOBS)
 
-bench: build
-	@for b in $(BUILD)/bench_*; do echo "== $$b"; $$b; done
+bench-deps:
+	@scripts/install-deps.sh $(PACKAGES) $(BENCH_PACKAGES)
+
+# The Google Benchmark programs, then whole processes side by side with their peers (libgpod,
+# libimobiledevice's read loop). BEFORE=DIR adds an earlier zqpod's figures (see the script).
+bench: bench-deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake --build $(BUILD) -j$(JOBS)
+	@for b in $(BUILD)/bench_*; do [ -x "$$b" ] && [ -f "$$b" ] || continue; echo "== $$b"; (cd $(BUILD) && ./$$(basename $$b)); done
+	bench/whole-process.sh $(BUILD) $(BEFORE)
 
 fuzz-deps:
 	@scripts/install-deps.sh $(PACKAGES) $(FUZZ_PACKAGES)
