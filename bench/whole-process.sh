@@ -28,24 +28,26 @@ cleanup() {
 }
 trap cleanup EXIT
 
-# measure CMD... : T (seconds, fastest run) and M (peak KiB of that run).
+# measure CMD... : T (wall seconds, fastest run), C (user + system seconds of that run) and M
+# (its peak KiB). On a busy machine wall time waits for the CPU; C shows the work itself.
 measure() {
-    T= M=
-    local i start end rss
+    T= M= C=
+    local i start end rss cpu
     for ((i = 0; i < RUNS; i++)); do
         rm -rf "$DATA/out"
         start=$(date +%s%N)
-        /usr/bin/time -f %M -o "$DATA/rss" "$@" >/dev/null 2>"$DATA/stderr" || {
+        /usr/bin/time -f '%M %U %S' -o "$DATA/rss" "$@" >/dev/null 2>"$DATA/stderr" || {
             echo "failed: $*" >&2
             cat "$DATA/stderr" >&2
-            T=nan M=nan
+            T=nan M=nan C=nan
             return
         }
         end=$(date +%s%N)
-        rss=$(tail -1 "$DATA/rss")
+        rss=$(tail -1 "$DATA/rss" | cut -d' ' -f1)
+        cpu=$(tail -1 "$DATA/rss" | awk '{ printf "%.2f", $2 + $3 }')
         local t=$(awk -v a="$start" -v b="$end" 'BEGIN { printf "%.3f", (b - a) / 1e9 }')
         if [ -z "$T" ] || awk -v a="$t" -v b="$T" 'BEGIN { exit !(a < b) }'; then
-            T=$t M=$rss
+            T=$t M=$rss C=$cpu
         fi
     done
 }
@@ -67,13 +69,13 @@ if [ ! -f "$VOL/done" ]; then
 fi
 DB_KIB=$(( $(stat -c %s "$VOL/iPod_Control/iTunes/iTunesDB") / 1024 ))
 
-measure "$BUILD/gpod_peer" parse "$VOL"; PEER_T=$T PEER_M=$M
-measure "$BUILD/gpod_peer" json "$VOL"; PEERJ_T=$T PEERJ_M=$M
-measure "$BUILD/zqpod" library "$VOL"; LIB_T=$T LIB_M=$M
-measure sh -c '"$0" library "$1" --json' "$BUILD/zqpod" "$VOL"; JSON_T=$T JSON_M=$M
+measure "$BUILD/gpod_peer" parse "$VOL"; PEER_T=$T PEER_M=$M PEER_C=$C
+measure "$BUILD/gpod_peer" json "$VOL"; PEERJ_T=$T PEERJ_M=$M PEERJ_C=$C
+measure "$BUILD/zqpod" library "$VOL"; LIB_T=$T LIB_M=$M LIB_C=$C
+measure sh -c '"$0" library "$1" --json' "$BUILD/zqpod" "$VOL"; JSON_T=$T JSON_M=$M JSON_C=$C
 if [ -n "$BEFORE" ]; then
-    measure env LD_LIBRARY_PATH="$BEFORE" "$BEFORE/zqpod" library "$VOL"; BLIB_T=$T BLIB_M=$M
-    measure env LD_LIBRARY_PATH="$BEFORE" sh -c '"$0" library "$1" --json' "$BEFORE/zqpod" "$VOL"; BJSON_T=$T BJSON_M=$M
+    measure env LD_LIBRARY_PATH="$BEFORE" "$BEFORE/zqpod" library "$VOL"; BLIB_T=$T BLIB_M=$M BLIB_C=$C
+    measure env LD_LIBRARY_PATH="$BEFORE" sh -c '"$0" library "$1" --json' "$BEFORE/zqpod" "$VOL"; BJSON_T=$T BJSON_M=$M BJSON_C=$C
 fi
 
 # ---- the 50,000-track SQLite library ----------------------------------------
@@ -81,14 +83,14 @@ fi
 # times the load alone.
 sqlite_load_ms() {
     (cd "$DATA" && "$@" --benchmark_filter=SQLite --benchmark_min_time=1 --benchmark_format=csv 2>/dev/null) |
-        awk -F, '/BM_OpenSQLiteLibrary50k/ { printf "%.1f", $3 }'
+        awk -F, '/BM_OpenSQLiteLibrary50k/ { printf "%.1f %.1f", $3, $4 }'
 }
-SQL_LOAD=$(sqlite_load_ms "$BUILD/bench_open_sqlite")
+read -r SQL_LOAD SQL_LOAD_CPU < <(sqlite_load_ms "$BUILD/bench_open_sqlite")
 SQLVOL=$DATA/bench_library_50k.volume
-measure "$BUILD/zqpod" library "$SQLVOL"; SQL_T=$T SQL_M=$M
+measure "$BUILD/zqpod" library "$SQLVOL"; SQL_T=$T SQL_M=$M SQL_C=$C
 if [ -n "$BEFORE" ]; then
-    BSQL_LOAD=$(sqlite_load_ms env LD_LIBRARY_PATH="$BEFORE" "$BEFORE/bench_open_sqlite")
-    measure env LD_LIBRARY_PATH="$BEFORE" "$BEFORE/zqpod" library "$SQLVOL"; BSQL_T=$T BSQL_M=$M
+    read -r BSQL_LOAD BSQL_LOAD_CPU < <(sqlite_load_ms env LD_LIBRARY_PATH="$BEFORE" "$BEFORE/bench_open_sqlite")
+    measure env LD_LIBRARY_PATH="$BEFORE" "$BEFORE/zqpod" library "$SQLVOL"; BSQL_T=$T BSQL_M=$M BSQL_C=$C
 fi
 
 # ---- mobile reads through the simulator -------------------------------------
@@ -134,18 +136,25 @@ col() { [ -n "$B" ] && echo "$1" || echo ""; }
 row "measure" "ours" "peer/base" "ours/peer" "goal" "$(col 'before | after/before')"
 row "library 100k: time" "$(secs $LIB_T)" "$(secs $PEER_T)" "$(ratio $LIB_T $PEER_T)" "<= 0.125" \
     "$(col "$(secs ${BLIB_T:-nan}) | $(ratio $LIB_T ${BLIB_T:-nan})")"
+row "library 100k: cpu time" "$(secs $LIB_C)" "$(secs $PEER_C)" "$(ratio $LIB_C $PEER_C)" "<= 0.125" \
+    "$(col "$(secs ${BLIB_C:-nan}) | $(ratio $LIB_C ${BLIB_C:-nan})")"
 row "library 100k: peak / iTunesDB" "$(mib $LIB_M)" "$(mib $DB_KIB)" "$(ratio $LIB_M $DB_KIB)" "<= 0.4" \
     "$(col "$(mib ${BLIB_M:-nan}) | $(ratio $LIB_M ${BLIB_M:-nan})")"
 row "  (libgpod parse peak)" "" "$(mib $PEER_M)" "$(ratio $LIB_M $PEER_M)" "" ""
 row "library --json: time / plain" "$(secs $JSON_T)" "$(secs $LIB_T)" "$(ratio $JSON_T $LIB_T)" "<= 2" \
     "$(col "$(secs ${BJSON_T:-nan}) | $(ratio $JSON_T ${BJSON_T:-nan})")"
+row "library --json: cpu / plain" "$(secs $JSON_C)" "$(secs $LIB_C)" "$(ratio $JSON_C $LIB_C)" "<= 2" \
+    "$(col "$(secs ${BJSON_C:-nan}) | $(ratio $JSON_C ${BJSON_C:-nan})")"
 row "library --json: peak / plain" "$(mib $JSON_M)" "$(mib $LIB_M)" "$(ratio $JSON_M $LIB_M)" "<= 1.2" \
     "$(col "$(mib ${BJSON_M:-nan}) | $(ratio $JSON_M ${BJSON_M:-nan})")"
 row "  (libgpod parse + JSON dump)" "$(secs $JSON_T)" "$(secs $PEERJ_T)" "$(ratio $JSON_T $PEERJ_T)" "" \
-    "$(col "peak $(mib $PEERJ_M)")"
+    "$(col "cpu $(secs $PEERJ_C), peak $(mib $PEERJ_M)")"
 row "SQLite 50k: load (ms)" "$SQL_LOAD" "200" "$(ratio $SQL_LOAD 200)" "<= 1" \
     "$(col "${BSQL_LOAD:-nan} | $(ratio $SQL_LOAD ${BSQL_LOAD:-nan})")"
+row "SQLite 50k: load cpu (ms)" "$SQL_LOAD_CPU" "200" "$(ratio $SQL_LOAD_CPU 200)" "<= 1" \
+    "$(col "${BSQL_LOAD_CPU:-nan} | $(ratio $SQL_LOAD_CPU ${BSQL_LOAD_CPU:-nan})")"
 row "SQLite 50k: zqpod library" "$(secs $SQL_T)" "" "" "" "$(col "$(secs ${BSQL_T:-nan}) | $(ratio $SQL_T ${BSQL_T:-nan})")"
+row "SQLite 50k: zqpod library cpu" "$(secs $SQL_C)" "" "" "" "$(col "$(secs ${BSQL_C:-nan}) | $(ratio $SQL_C ${BSQL_C:-nan})")"
 row "mobile get 200 MB: rate" "$(rate $BIG $GET_T)" "$(rate $BIG $AFC_T)" "$(rates $BIG $GET_T $BIG $AFC_T)" ">= 0.8" \
     "$(col "$(rate $BIG ${BGET_T:-nan}) | $(rates $BIG $GET_T $BIG ${BGET_T:-nan})")"
 row "mobile get: peak memory" "$(mib $GET_M)" "$(mib $AFC_M)" "$(ratio $GET_M $AFC_M)" "constant" \
@@ -155,6 +164,7 @@ row "mobile copy album: rate" "$(rate $COPY_BYTES $COPY_T)" "$(rate $BIG $AFC_T)
 row "mobile copy: peak memory" "$(mib $COPY_M)" "$(mib $AFC_M)" "$(ratio $COPY_M $AFC_M)" "constant" \
     "$(col "$(mib ${BCOPY_M:-nan}) | $(ratio $COPY_M ${BCOPY_M:-nan})")"
 echo
-echo "Whole processes, fastest of $RUNS runs, warm cache; iTunesDB $(mib $DB_KIB), $TRACKS tracks written by libgpod."
+echo "Whole processes, fastest of $RUNS runs (by wall time), warm cache; iTunesDB $(mib $DB_KIB), $TRACKS tracks written by libgpod."
+echo "Load average at the end: $(cut -d' ' -f1-3 /proc/loadavg) on $(nproc) CPUs."
 printf '%s\n' "${ROWS[@]}" | tr '|' ' '
 echo "Ratios are ours/peer (after/before): times and memory, lower is better; mobile rates, higher is better."
