@@ -134,11 +134,11 @@ rates() { awk -v a="$1" -v s="$2" -v b="$3" -v t="$4" 'BEGIN { if (s == "nan" ||
 B=${BEFORE:+x}
 col() { [ -n "$B" ] && echo "$1" || echo ""; }
 row "measure" "ours" "peer/base" "ours/peer" "goal" "$(col 'before | after/before')"
-row "library 100k: time" "$(secs $LIB_T)" "$(secs $PEER_T)" "$(ratio $LIB_T $PEER_T)" "<= 0.125" \
+row "library ${TRACKS}: time" "$(secs $LIB_T)" "$(secs $PEER_T)" "$(ratio $LIB_T $PEER_T)" "<= 0.125" \
     "$(col "$(secs ${BLIB_T:-nan}) | $(ratio $LIB_T ${BLIB_T:-nan})")"
-row "library 100k: cpu time" "$(secs $LIB_C)" "$(secs $PEER_C)" "$(ratio $LIB_C $PEER_C)" "<= 0.125" \
+row "library ${TRACKS}: cpu time" "$(secs $LIB_C)" "$(secs $PEER_C)" "$(ratio $LIB_C $PEER_C)" "<= 0.125" \
     "$(col "$(secs ${BLIB_C:-nan}) | $(ratio $LIB_C ${BLIB_C:-nan})")"
-row "library 100k: peak / iTunesDB" "$(mib $LIB_M)" "$(mib $DB_KIB)" "$(ratio $LIB_M $DB_KIB)" "<= 0.4" \
+row "library ${TRACKS}: peak / iTunesDB" "$(mib $LIB_M)" "$(mib $DB_KIB)" "$(ratio $LIB_M $DB_KIB)" "<= 0.4" \
     "$(col "$(mib ${BLIB_M:-nan}) | $(ratio $LIB_M ${BLIB_M:-nan})")"
 row "  (libgpod parse peak)" "" "$(mib $PEER_M)" "$(ratio $LIB_M $PEER_M)" "" ""
 row "library --json: time / plain" "$(secs $JSON_T)" "$(secs $LIB_T)" "$(ratio $JSON_T $LIB_T)" "<= 2" \
