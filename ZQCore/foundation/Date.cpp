@@ -144,6 +144,23 @@ private:
         return entry;
     }
 
+public:
+    // mktime for one wall-clock time, as the per-day memory always did it. glibc's mktime keeps
+    // its last answer's offset as the first guess of the next call, and for a wall-clock time
+    // that occurs twice (the hour repeated when clocks go back) that guess picks the occurrence.
+    // The offsets of whole days used to be found with two mktime calls each (day start, then day
+    // end); to pick the same occurrences as then, the day end of the last day worked out is
+    // replayed before the next mktime call when localtime_r has been used since. (A day end
+    // on such a day is a single wall-clock time, so replaying it sets the same guess.)
+    std::int64_t offsetByMktime(std::int64_t wall)
+    {
+        if (lastMktimeWall_ != replayWall_)
+            offsetAtWallTime(replayWall_);
+        lastMktimeWall_ = replayWall_ = wall;
+        return offsetAtWallTime(wall);
+    }
+
+private:
     DayOffset compute(std::int64_t day)
     {
         const std::int64_t first = day * kSecondsPerDay - kOffsetBound;
@@ -154,11 +171,21 @@ private:
         bool uniform = offset != kUnknown && offset > -kOffsetBound && offset < kOffsetBound;
         for (std::int64_t i = firstIndex + 1; uniform && i <= lastIndex; ++i)
             uniform = sample(i) == offset;
-        if (uniform)
+        const std::int64_t dayEnd = day * kSecondsPerDay + kSecondsPerDay - 1;
+        if (uniform) {
+            replayWall_ = dayEnd;
             return DayOffset{offset, true};
-        return DayOffset{offsetAtWallTime(day * kSecondsPerDay), false};
+        }
+        // Near a transition: the day start and the day end by mktime, and the day has one offset
+        // when they agree.
+        const std::int64_t start = offsetByMktime(day * kSecondsPerDay);
+        const std::int64_t end = offsetByMktime(dayEnd);
+        return DayOffset{start, start == end};
     }
 
+    static constexpr std::int64_t kNoCall = INT64_MIN;
+    std::int64_t lastMktimeWall_ = kNoCall; // the last wall-clock time given to mktime here
+    std::int64_t replayWall_ = kNoCall;     // the one the day memory would have given last
     std::string zone_ = "\x01"; // never a real TZ value, so the first call sets up
     std::vector<Slot> days_;
     std::vector<std::int32_t> samples_;
@@ -199,7 +226,7 @@ Date LocalDateConverter::dateFrom1904Seconds(std::uint32_t value)
         lastOffset_ = found.offset;
         lastDayIsUniform_ = found.uniform;
     }
-    const std::int64_t offset = lastDayIsUniform_ ? lastOffset_ : offsetAtWallTime(wall);
+    const std::int64_t offset = lastDayIsUniform_ ? lastOffset_ : offsetCache().offsetByMktime(wall);
     return Date::fromUnixTime(static_cast<double>(wall - offset));
 }
 
@@ -208,9 +235,25 @@ std::string Date::iso8601() const
     std::time_t t = static_cast<std::time_t>(std::floor(unixTime()));
     std::tm parts{};
     ::gmtime_r(&t, &parts);
+    const int year = parts.tm_year + 1900;
+    if (year >= 0 && year <= 9999) {
+        // The common case, written digit by digit: a JSON listing formats half a million dates.
+        char text[21] = "0000-00-00T00:00:00Z";
+        auto put = [&](int at, int value, int digits) {
+            for (int i = at + digits - 1; i >= at; --i, value /= 10)
+                text[i] = static_cast<char>('0' + value % 10);
+        };
+        put(0, year, 4);
+        put(5, parts.tm_mon + 1, 2);
+        put(8, parts.tm_mday, 2);
+        put(11, parts.tm_hour, 2);
+        put(14, parts.tm_min, 2);
+        put(17, parts.tm_sec, 2);
+        return std::string(text, 20);
+    }
     char text[80];  // room for any int fields, so the format can never truncate
-    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", parts.tm_year + 1900, parts.tm_mon + 1,
-                  parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", year, parts.tm_mon + 1, parts.tm_mday,
+                  parts.tm_hour, parts.tm_min, parts.tm_sec);
     return text;
 }
 
