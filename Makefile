@@ -17,8 +17,11 @@ PACKAGES      := build-essential cmake pkg-config libplist-dev libpng-dev nlohma
                  pybind11-dev python3-dev python3-pytest doxygen dpkg-dev file lintian \
                  libfuse3-dev fuse3
 FUZZ_PACKAGES := clang libclang-rt-14-dev
+# Only for `make bench`: libgpod is the peer the whole-process figures are compared with, and
+# GNU time measures peak memory.
+BENCH_PACKAGES := libgpod-dev time
 
-.PHONY: all deps build demo test test-release test-asan test-deb mutate install deb docs bench fuzz fuzz-deps clean
+.PHONY: all deps build demo test test-release test-asan test-deb mutate install deb docs bench bench-deps fuzz fuzz-deps clean
 
 all: build
 
@@ -87,8 +90,16 @@ docs: deps
 mutate: deps
 	scripts/mutate.sh --jobs $(JOBS) $(MUTATIONS)
 
-bench: build
-	@for b in $(BUILD)/bench_*; do echo "== $$b"; $$b; done
+bench-deps:
+	@scripts/install-deps.sh $(PACKAGES) $(BENCH_PACKAGES)
+
+# The Google Benchmark programs, then whole processes side by side with their peers (libgpod,
+# libimobiledevice's read loop). BEFORE=DIR adds an earlier zqpod's figures (see the script).
+bench: bench-deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake --build $(BUILD) -j$(JOBS)
+	@for b in $(BUILD)/bench_*; do [ -x "$$b" ] && [ -f "$$b" ] || continue; echo "== $$b"; (cd $(BUILD) && ./$$(basename $$b)); done
+	bench/whole-process.sh $(BUILD) $(BEFORE)
 
 fuzz-deps:
 	@scripts/install-deps.sh $(PACKAGES) $(FUZZ_PACKAGES)

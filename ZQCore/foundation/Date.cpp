@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/stat.h>
+
 namespace zq {
 
 namespace {
@@ -27,7 +29,8 @@ constexpr std::int64_t daysFromCivil(std::int64_t y, unsigned m, unsigned d)
 
 constexpr std::int64_t kWall1904 = daysFromCivil(1904, 1, 1) * kSecondsPerDay;
 
-// Local offset (seconds east of UTC) in force at a wall-clock time given as naive seconds.
+// Local offset (seconds east of UTC) in force at a wall-clock time given as naive seconds: the
+// reference rule, mktime with the daylight-saving flag left to the zone.
 std::int64_t offsetAtWallTime(std::int64_t wall)
 {
     std::time_t naive = static_cast<std::time_t>(wall);
@@ -38,10 +41,22 @@ std::int64_t offsetAtWallTime(std::int64_t wall)
     return wall - static_cast<std::int64_t>(utc);
 }
 
-// mktime consults the zone database on every call; a library of 100,000 tracks has half a
-// million dates, nearly all on days without a transition. Offsets are therefore remembered
-// per wall-clock day (for the zone in force), and only days that hold a transition go to
-// mktime for every value.
+// mktime re-validates the zone on every call (with TZ unset, glibc stats /etc/localtime each
+// time), and a library of 100,000 tracks has half a million dates on tens of thousands of
+// distinct days. So offsets are remembered per wall-clock day, and a day's offset is worked out
+// from localtime_r, which uses the zone as loaded and touches no file:
+//
+// A wall-clock time W is shown by the instants t with t = W - offset(t). Offsets stay within
+// kOffsetBound, so those instants lie within W +- kOffsetBound. If the zone has one offset o
+// over all instants that can show some time of the day, every W of the day has exactly one
+// instant, W - o, and that is what mktime answers too. The offset is sampled every kSampleStep
+// over that span (samples are shared between neighbouring days); a day with any change among
+// its samples is a day near a transition, and its values go to mktime one by one, exactly as
+// before. (Two transitions closer together than the sample step that cancel each other out
+// would go unseen; no zone has them.)
+constexpr std::int64_t kOffsetBound = 18 * 3600;
+constexpr std::int64_t kSampleStep = 3 * 3600;
+
 struct DayOffset {
     std::int64_t offset;
     bool uniform; // the same offset holds for the whole day
@@ -49,16 +64,21 @@ struct DayOffset {
 
 class LocalOffsetCache {
 public:
-    // Call when the caller may have changed TZ since the last use.
+    // Call when the caller may have changed the zone since the last use: a different TZ, or,
+    // with TZ unset, a different /etc/localtime. Once per load, so its one stat is no cost.
     void refreshZone()
     {
         const char* tz = std::getenv("TZ");
         std::string current = tz ? std::string("=") + tz : std::string();
+        if (!tz || *tz == '\0' || *tz == ':')
+            current += zoneFileIdentity(tz && *tz == ':' && tz[1] ? tz + 1 : "/etc/localtime");
         if (current != zone_) {
             ::tzset();
             zone_ = std::move(current);
             days_.clear();
             days_.shrink_to_fit();
+            samples_.clear();
+            samples_.shrink_to_fit();
         }
     }
 
@@ -87,16 +107,88 @@ private:
     };
     static constexpr std::int64_t kFirstDay = kWall1904 / kSecondsPerDay - 1;
     static constexpr std::int64_t kDaySlots = (std::int64_t{UINT32_MAX} / kSecondsPerDay) + 3;
+    static constexpr std::int64_t kFirstSample = (kFirstDay * kSecondsPerDay - kOffsetBound) / kSampleStep - 1;
+    static constexpr std::int64_t kSampleSlots =
+        ((kFirstDay + kDaySlots) * kSecondsPerDay + kOffsetBound) / kSampleStep + 2 - kFirstSample;
+    static constexpr std::int32_t kUnknown = INT32_MIN;
 
-    static DayOffset compute(std::int64_t day)
+    static std::string zoneFileIdentity(const char* path)
     {
-        std::int64_t start = offsetAtWallTime(day * kSecondsPerDay);
-        std::int64_t end = offsetAtWallTime(day * kSecondsPerDay + kSecondsPerDay - 1);
+        struct stat info {};
+        if (::stat(path, &info) != 0)
+            return "?";
+        return std::to_string(info.st_dev) + ":" + std::to_string(info.st_ino) + ":" + std::to_string(info.st_size) +
+               ":" + std::to_string(info.st_mtim.tv_sec) + "." + std::to_string(info.st_mtim.tv_nsec);
+    }
+
+    static std::int64_t offsetAtInstant(std::int64_t instant)
+    {
+        std::time_t t = static_cast<std::time_t>(instant);
+        std::tm parts{};
+        if (!::localtime_r(&t, &parts))
+            return kUnknown;
+        return parts.tm_gmtoff;
+    }
+
+    // The offset at the sample instant `index` * kSampleStep.
+    std::int64_t sample(std::int64_t index)
+    {
+        const std::int64_t slot = index - kFirstSample;
+        if (slot < 0 || slot >= kSampleSlots)
+            return offsetAtInstant(index * kSampleStep);
+        if (samples_.empty())
+            samples_.assign(static_cast<std::size_t>(kSampleSlots), kUnknown);
+        std::int32_t& entry = samples_[static_cast<std::size_t>(slot)];
+        if (entry == kUnknown)
+            entry = static_cast<std::int32_t>(offsetAtInstant(index * kSampleStep));
+        return entry;
+    }
+
+public:
+    // mktime for one wall-clock time, as the per-day memory always did it. glibc's mktime keeps
+    // its last answer's offset as the first guess of the next call, and for a wall-clock time
+    // that occurs twice (the hour repeated when clocks go back) that guess picks the occurrence.
+    // The offsets of whole days used to be found with two mktime calls each (day start, then day
+    // end); to pick the same occurrences as then, the day end of the last day worked out is
+    // replayed before the next mktime call when localtime_r has been used since. (A day end
+    // on such a day is a single wall-clock time, so replaying it sets the same guess.)
+    std::int64_t offsetByMktime(std::int64_t wall)
+    {
+        if (lastMktimeWall_ != replayWall_)
+            offsetAtWallTime(replayWall_);
+        lastMktimeWall_ = replayWall_ = wall;
+        return offsetAtWallTime(wall);
+    }
+
+private:
+    DayOffset compute(std::int64_t day)
+    {
+        const std::int64_t first = day * kSecondsPerDay - kOffsetBound;
+        const std::int64_t last = day * kSecondsPerDay + kSecondsPerDay - 1 + kOffsetBound;
+        const std::int64_t firstIndex = first >= 0 ? first / kSampleStep : (first - kSampleStep + 1) / kSampleStep;
+        const std::int64_t lastIndex = (last >= 0 ? last / kSampleStep : (last - kSampleStep + 1) / kSampleStep) + 1;
+        const std::int64_t offset = sample(firstIndex);
+        bool uniform = offset != kUnknown && offset > -kOffsetBound && offset < kOffsetBound;
+        for (std::int64_t i = firstIndex + 1; uniform && i <= lastIndex; ++i)
+            uniform = sample(i) == offset;
+        const std::int64_t dayEnd = day * kSecondsPerDay + kSecondsPerDay - 1;
+        if (uniform) {
+            replayWall_ = dayEnd;
+            return DayOffset{offset, true};
+        }
+        // Near a transition: the day start and the day end by mktime, and the day has one offset
+        // when they agree.
+        const std::int64_t start = offsetByMktime(day * kSecondsPerDay);
+        const std::int64_t end = offsetByMktime(dayEnd);
         return DayOffset{start, start == end};
     }
 
+    static constexpr std::int64_t kNoCall = INT64_MIN;
+    std::int64_t lastMktimeWall_ = kNoCall; // the last wall-clock time given to mktime here
+    std::int64_t replayWall_ = kNoCall;     // the one the day memory would have given last
     std::string zone_ = "\x01"; // never a real TZ value, so the first call sets up
     std::vector<Slot> days_;
+    std::vector<std::int32_t> samples_;
 };
 
 LocalOffsetCache& offsetCache()
@@ -134,7 +226,7 @@ Date LocalDateConverter::dateFrom1904Seconds(std::uint32_t value)
         lastOffset_ = found.offset;
         lastDayIsUniform_ = found.uniform;
     }
-    const std::int64_t offset = lastDayIsUniform_ ? lastOffset_ : offsetAtWallTime(wall);
+    const std::int64_t offset = lastDayIsUniform_ ? lastOffset_ : offsetCache().offsetByMktime(wall);
     return Date::fromUnixTime(static_cast<double>(wall - offset));
 }
 
@@ -143,9 +235,25 @@ std::string Date::iso8601() const
     std::time_t t = static_cast<std::time_t>(std::floor(unixTime()));
     std::tm parts{};
     ::gmtime_r(&t, &parts);
+    const int year = parts.tm_year + 1900;
+    if (year >= 0 && year <= 9999) {
+        // The common case, written digit by digit: a JSON listing formats half a million dates.
+        char text[21] = "0000-00-00T00:00:00Z";
+        auto put = [&](int at, int value, int digits) {
+            for (int i = at + digits - 1; i >= at; --i, value /= 10)
+                text[i] = static_cast<char>('0' + value % 10);
+        };
+        put(0, year, 4);
+        put(5, parts.tm_mon + 1, 2);
+        put(8, parts.tm_mday, 2);
+        put(11, parts.tm_hour, 2);
+        put(14, parts.tm_min, 2);
+        put(17, parts.tm_sec, 2);
+        return std::string(text, 20);
+    }
     char text[80];  // room for any int fields, so the format can never truncate
-    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", parts.tm_year + 1900, parts.tm_mon + 1,
-                  parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", year, parts.tm_mon + 1, parts.tm_mday,
+                  parts.tm_hour, parts.tm_min, parts.tm_sec);
     return text;
 }
 

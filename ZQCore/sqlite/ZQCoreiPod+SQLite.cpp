@@ -13,6 +13,23 @@
 
 namespace zq {
 
+namespace {
+
+// Persistent IDs are 64-bit numbers whose low bits may all be alike (identity hashing would
+// then chain them into a few buckets); mix every bit into the bucket choice.
+struct MixedIDHash {
+    std::size_t operator()(std::uint64_t id) const
+    {
+        id ^= id >> 30;
+        id *= 0xBF58476D1CE4E5B9ull;
+        id ^= id >> 27;
+        id *= 0x94D049BB133111EBull;
+        return static_cast<std::size_t>(id ^ (id >> 31));
+    }
+};
+
+} // namespace
+
 bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const std::string& extras,
                                              const std::string& locations, const std::string& dynamics)
 {
@@ -28,7 +45,9 @@ bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const s
     const std::shared_ptr<ZQCoreiPod> self = weak_from_this().lock();
 
     // ---- tracks
-    std::unordered_map<std::uint64_t, std::shared_ptr<iPodTrack>> trackByID;
+    // Track by dbid, as an index into the collected tracks: the map is hit once per track and
+    // once per membership row, and an index costs no reference-count traffic.
+    std::unordered_map<std::uint64_t, std::size_t, MixedIDHash> trackByID;
     Tracks collected;
     {
         SQLiteStatement items(libraryDB.handle(),
@@ -41,7 +60,11 @@ bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const s
                                                       locationsDB.handle(), dynamicsDB.handle(), self);
             if (!track)
                 continue;
-            trackByID[track->dbid()] = track;
+            if (collected.size() == collected.capacity()) {
+                collected.reserve(collected.size() * 2 + 1024);
+                trackByID.reserve(collected.capacity());
+            }
+            trackByID.insert_or_assign(track->dbid(), collected.size());
             collected.push_back(std::move(track));
         }
     }
@@ -77,7 +100,7 @@ bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const s
             while (members.step()) {
                 auto found = trackByID.find(static_cast<std::uint64_t>(sqlite3_column_int64(members.handle(), 0)));
                 if (found != trackByID.end())
-                    playlist->addTrack(found->second);
+                    playlist->addTrack(tracks_[found->second]);
             }
             members.reset();
         }
@@ -128,7 +151,7 @@ bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const s
             // (searching the list again would only cost time on a file full of stray rows).
             std::shared_ptr<iPodTrack> track;
             if (auto found = trackByID.find(pid); found != trackByID.end())
-                track = found->second;
+                track = tracks_[found->second];
             const std::optional<std::string> album = track ? track->album() : std::nullopt;
 
             bool placed = false;

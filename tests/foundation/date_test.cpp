@@ -104,4 +104,45 @@ TEST_F(FoundationDate1904, LocalWallClockTakesTheOffsetInForceAtThatTime)
     }
 }
 
+// The converter remembers each day's offset; near a transition it must fall back to the
+// reference rule value by value. Swept against mktime itself over the months that hold the
+// transitions, in whole and half-hour zones, in order and back and forth.
+TEST_F(FoundationDate1904, RememberedDayOffsetsAgreeWithMktimeAcrossTransitions)
+{
+    auto reference = [](std::uint32_t value) {
+        const std::int64_t wall = -k1904ToUnix + std::int64_t{value / 3600} * 3600 + std::int64_t{(value / 60) % 60} * 60 +
+                                  static_cast<std::int32_t>(value) % 60;
+        std::time_t naive = static_cast<std::time_t>(wall);
+        std::tm parts{};
+        ::gmtime_r(&naive, &parts);
+        parts.tm_isdst = -1;
+        return Date::fromUnixTime(static_cast<double>(std::mktime(&parts)));
+    };
+    for (const char* zone : {kCentralEurope, kUSEastern, "LHST-10:30LHDT-11,M10.1.0,M4.1.0"}) {
+        useZone(zone);
+        zq::LocalDateConverter converter;
+        int mismatches = 0;
+        for (int month : {3, 4, 10, 11}) {
+            const std::uint32_t from = stored(2009, month, 1, 0, 0, 0), to = stored(2009, month + 1, 1, 0, 0, 0);
+            for (std::uint32_t v = from, back = to; v < to; v += 1207, back -= 1211)
+                for (std::uint32_t value : {v, back, v + 1})
+                    if (converter.dateFrom1904Seconds(value) != reference(value) && ++mismatches < 5)
+                        ADD_FAILURE() << zone << " " << value;
+        }
+        EXPECT_EQ(mismatches, 0) << zone;
+    }
+}
+
+TEST_F(FoundationDate1904, ChangingTZBetweenConversionsIsNoticed)
+{
+    const std::uint32_t summerNoon = stored(2010, 6, 15, 12, 0, 0);
+    useZone("UTC0");
+    const Date inUTC = Date::from1904LocalSeconds(summerNoon);
+    useZone(kCentralEurope);
+    const Date inBerlin = Date::from1904LocalSeconds(summerNoon);
+    EXPECT_EQ(inUTC.timeIntervalSinceReferenceDate() - inBerlin.timeIntervalSinceReferenceDate(), 7200.0);
+    useZone("UTC0");
+    EXPECT_EQ(Date::from1904LocalSeconds(summerNoon), inUTC);
+}
+
 } // namespace
