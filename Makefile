@@ -11,7 +11,8 @@ FUZZ_SECONDS ?= 600
 
 PACKAGES      := build-essential cmake pkg-config libplist-dev libpng-dev nlohmann-json3-dev \
                  libglib2.0-dev libudev-dev libsqlite3-dev libgtest-dev libgmock-dev libbenchmark-dev \
-                 dosfstools fusefat util-linux mount libimobiledevice-dev libusbmuxd-dev tree
+                 dosfstools fusefat util-linux mount libimobiledevice-dev libusbmuxd-dev tree \
+                 libturbojpeg0-dev
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 
 .PHONY: all deps build demo test test-release test-asan bench fuzz fuzz-deps clean

@@ -39,6 +39,11 @@ public:
                                                            const std::optional<std::string>& streamFile,
                                                            const std::shared_ptr<ZQCoreiPod>& iPod);
 
+    /// A representation that is a whole JPEG or PNG file on the device (the covers of iOS 5 and
+    /// later), decoded when its image is first asked for. Its size is not known before that and
+    /// counts as 1 × 1, so that it can still be preferred.
+    static std::shared_ptr<AlbumArtRep> initWithImageFile(const std::string& path, const std::shared_ptr<ZQCoreiPod>& iPod);
+
     /// Visible size, without the padding.
     std::int32_t width() const { return imageWidth_; }
     std::int32_t height() const { return imageHeight_; }
@@ -75,6 +80,7 @@ private:
     std::int16_t horizontalPadding_ = 0;
     std::uint16_t imageHeight_ = 0;
     std::uint16_t imageWidth_ = 0;
+    bool imageFile_ = false;
     std::optional<std::string> path_;
     mutable std::shared_ptr<const Image> image_;
     std::weak_ptr<ZQCoreiPod> parentiPod_;

@@ -152,6 +152,20 @@ public:
     bool loadFromLocalSQLiteDatabase(const std::string& library, const std::string& extras,
                                      const std::string& locations, const std::string& dynamics);
 
+    // ---- the single library database of iOS 5 and later (MediaLibrary.sqlitedb) ----
+    /// Loads the library from iTunes_Control/iTunes/MediaLibrary.sqlitedb below `mediaRoot`
+    /// (the folder of the device that holds iTunes_Control: "/" over AFC, the mount path of a
+    /// phone's file system otherwise), when the device has that database. The database is copied
+    /// with its -wal and -shm into a temporary folder that is removed on every path, and read
+    /// with its committed WAL frames applied. Replaces `tracks` and `playlists` and attaches the
+    /// artwork the database names. Answers false, changing nothing, when there is no such
+    /// database; throws "<application identifier>.SQLiteFailed" when there is one that cannot
+    /// be copied or read.
+    bool loadFromMediaLibrary(const std::string& mediaRoot);
+    /// The same load from a local database file (already copied, or one to read in place);
+    /// track and artwork paths are formed below `mediaRoot`.
+    void loadFromLocalMediaLibraryDatabase(const std::string& database, const std::string& mediaRoot);
+
     // ---- the artwork database (ArtworkDB) ----
     /// Reads the artwork database at `path` whole through contentsOfFileAtPath, makes one
     /// AlbumArt per image item (pixels stay on the device until asked for) and attaches them to
