@@ -222,6 +222,7 @@ protected:
     bool connected_ = false;
 
 private:
+    void loadMediaLibrary(const std::string& database, const std::string& mediaRoot);
     void readIdentityProperties();
     void detectModelType();
     /// Asks the device for its SysInfoExtended and writes a non-empty answer to `path`

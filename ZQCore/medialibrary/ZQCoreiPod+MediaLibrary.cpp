@@ -8,6 +8,7 @@
 #include "ZQCore/medialibrary/MediaLibraryCopy.h"
 #include "ZQCore/medialibrary/MediaLibraryItemReader.h"
 #include "ZQCore/medialibrary/MediaLibrarySchema.h"
+#include "ZQCore/foundation/Exception.h"
 #include "ZQCore/model/Podcasts.h"
 
 #include <filesystem>
@@ -60,6 +61,18 @@ bool ZQCoreiPod::loadFromMediaLibrary(const std::string& mediaRoot)
 }
 
 void ZQCoreiPod::loadFromLocalMediaLibraryDatabase(const std::string& database, const std::string& mediaRoot)
+{
+    // SQLite's own words ("SQL logic error" for a damaged schema page) do not say which file
+    // failed; the reason names it, so that a person knows the phone's library is what is damaged.
+    try {
+        loadMediaLibrary(database, mediaRoot);
+    } catch (const Exception& error) {
+        throw Exception(error.name(), "The media library database (MediaLibrary.sqlitedb) could not be read; it "
+                                      "may be damaged. " + error.reason());
+    }
+}
+
+void ZQCoreiPod::loadMediaLibrary(const std::string& database, const std::string& mediaRoot)
 {
     MediaLibraryConnection connection(database);
     const MediaLibrarySchema schema(connection.handle());

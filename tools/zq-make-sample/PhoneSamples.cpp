@@ -60,6 +60,19 @@ PhoneSpec makeSamplePhone(MediaLibraryGeneration generation)
         t.checked = 1;
     }
 
+    // What the iPod sample leaves empty and a phone keeps: grouping, EQ, BPM, start and stop
+    // times, volume, a comment, skips.
+    TrackSpec& first = db.tracks.front();
+    first.grouping = "Sunrise";
+    first.EQSetting = "Rock";
+    first.comment = "Recorded live";
+    first.BPM = 118;
+    first.startTime = 120;
+    first.endTime = 2400;
+    first.volume = 12;
+    db.tracks[1].skipCount = 4;
+    db.tracks[1].lastSkippedTime = db.tracks[1].lastPlayedTime + 600;
+
     // Two songs that are only in the cloud: listed, with no file on the phone.
     const std::uint32_t cloudA = 90, cloudB = 91;
     for (std::uint32_t id : {cloudA, cloudB}) {
