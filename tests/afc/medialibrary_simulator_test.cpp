@@ -110,7 +110,7 @@ TEST_F(PhoneOverAFC, ZqpodCopiesEveryLocalTrackAndNamesTheCloudOnes)
     for (const auto& [path, contents] : phone.files)
         expected.insert(std::string(contents.stringView()));
     EXPECT_TRUE(copied == expected);
-    EXPECT_THAT(contentsOf(out.file("On Repeat.m3u8")), HasSubstr("Northern Lights.wav"));
+    EXPECT_THAT(contentsOf(out.file("Quiet Evenings.m3u8")), HasSubstr("Cicha noc.wav"));
 }
 
 } // namespace
