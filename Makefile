@@ -61,6 +61,9 @@ fuzz: fuzz-deps
 		-print_final_stats=1 $(FUZZ_BUILD)/corpus/itunesdb
 	$(FUZZ_BUILD)/fuzz_artworkdb -max_total_time=$(FUZZ_SECONDS) -max_len=65536 -rss_limit_mb=2048 \
 		-print_final_stats=1 $(FUZZ_BUILD)/corpus/artworkdb
+	mkdir -p $(FUZZ_BUILD)/corpus/medialibrary
+	$(FUZZ_BUILD)/fuzz_medialibrary -max_total_time=$(FUZZ_SECONDS) -max_len=16384 -rss_limit_mb=2048 \
+		-print_final_stats=1 $(FUZZ_BUILD)/corpus/medialibrary
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

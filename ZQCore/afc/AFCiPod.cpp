@@ -70,8 +70,7 @@ void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
 
     // iOS 5 and later keep the whole library in MediaLibrary.sqlitedb; an unreadable one is an
     // error rather than a reason to show an older, stale database.
-    if (loadFromMediaLibrary("/")) {
-    } else if (!loadFromSQLiteDatabases()) {
+    if (!loadFromMediaLibrary("/") && !loadFromSQLiteDatabases()) {
         log("AFCiPod initWithiPodReference: Didn't load from SQLite");
         // A device without any library database loads as an empty library.
         const auto database = contentsOfFileAtPath((fs::path("/iTunes_Control") / "iTunes" / "iTunesDB").string());
