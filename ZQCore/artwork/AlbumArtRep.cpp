@@ -95,8 +95,8 @@ std::shared_ptr<Image> AlbumArtRep::convertRGB565ToImage(const Data& data, std::
                                                          std::int32_t height) const
 {
     auto library = parentiPod_.lock();
-    const bool throughDevice = library && library->readsFilesThroughDevice();
-    return imageWith16BitPixels(data.span(), width, height, throughDevice ? PixelLayout::ARGB1555 : PixelLayout::RGB565);
+    const bool phone = library && library->holdsPhoneFiles();
+    return imageWith16BitPixels(data.span(), width, height, phone ? PixelLayout::ARGB1555 : PixelLayout::RGB565);
 }
 
 } // namespace zq

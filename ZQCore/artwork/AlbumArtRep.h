@@ -69,8 +69,8 @@ public:
                                                             std::int16_t verticalPadding);
 
     /// `data` as `width` × `height` 16-bit pixels: 1-5-5-5 when this representation's library
-    /// reads its files through a device session (those devices store an alpha bit), 5-6-5 and
-    /// opaque otherwise. nullptr when the byte count is not exactly width × height × 2.
+    /// holds a phone's files (through a device session, or a folder holding a phone's
+    /// iTunes_Control: phones store an alpha bit), 5-6-5 and opaque otherwise. nullptr when the byte count is not exactly width × height × 2.
     std::shared_ptr<Image> convertRGB565ToImage(const Data& data, std::int32_t width, std::int32_t height) const;
 
 private:

@@ -46,6 +46,7 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
     // MediaLibrary.sqlitedb. Nothing is added to such a folder: the device-information steps
     // below are for disk-mode iPods.
     if (loadFromMediaLibrary(iPodBasePath_)) {
+        phoneFolder_ = true;
         const fs::path phoneArtworkDB = base / "iTunes_Control" / "Artwork" / "ArtworkDB";
         if (fileExists(phoneArtworkDB)) {
             try {

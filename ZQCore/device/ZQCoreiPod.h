@@ -119,6 +119,9 @@ public:
     /// True for library objects whose files are reached through a device session rather than
     /// a mounted volume; tracks then read their files through this object.
     virtual bool readsFilesThroughDevice() const { return false; }
+    /// True when the files are a phone's (reached through a session, or a folder holding a
+    /// phone's iTunes_Control): its thumbnails carry an alpha bit (1-5-5-5).
+    bool holdsPhoneFiles() const { return readsFilesThroughDevice() || phoneFolder_; }
 
     // ---- the binary library database (iTunesDB) ----
     /// Walks a whole library database and keeps its track list and grouped playlist list
@@ -220,6 +223,7 @@ protected:
     Value properties_;
     std::int32_t autodetectedType_ = 0;
     bool connected_ = false;
+    bool phoneFolder_ = false;
 
 private:
     void loadMediaLibrary(const std::string& database, const std::string& mediaRoot);
