@@ -15,7 +15,8 @@ PACKAGES      := build-essential cmake pkg-config libplist-dev libpng-dev nlohma
                  libglib2.0-dev libudev-dev libsqlite3-dev libgtest-dev libgmock-dev libbenchmark-dev \
                  dosfstools fusefat util-linux mount libimobiledevice-dev libusbmuxd-dev tree \
                  pybind11-dev python3-dev python3-pytest doxygen dpkg-dev file lintian \
-                 libfuse3-dev fuse3
+                 libfuse3-dev fuse3 \
+                 libturbojpeg0-dev
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 # Only for `make bench`: libgpod is the peer the whole-process figures are compared with, and
 # GNU time measures peak memory.
@@ -113,6 +114,9 @@ fuzz: fuzz-deps
 		-print_final_stats=1 $(FUZZ_BUILD)/corpus/itunesdb
 	$(FUZZ_BUILD)/fuzz_artworkdb -max_total_time=$(FUZZ_SECONDS) -max_len=65536 -rss_limit_mb=2048 \
 		-print_final_stats=1 $(FUZZ_BUILD)/corpus/artworkdb
+	mkdir -p $(FUZZ_BUILD)/corpus/medialibrary
+	$(FUZZ_BUILD)/fuzz_medialibrary -max_total_time=$(FUZZ_SECONDS) -max_len=16384 -rss_limit_mb=2048 \
+		-print_final_stats=1 $(FUZZ_BUILD)/corpus/medialibrary
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(DEB_BUILD)

@@ -60,9 +60,12 @@ void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
     }
     iPodBasePath_ = "/";
 
+    // iOS 5 and later keep the whole library in MediaLibrary.sqlitedb; an unreadable one is an
+    // error rather than a reason to show an older, stale database.
+    const bool fromMediaLibrary = loadFromMediaLibrary("/");
     bool fromSQLite = false;
     std::optional<Exception> sqliteFailure;
-    try {
+    if (!fromMediaLibrary) try {
         fromSQLite = loadFromSQLiteDatabases();
     } catch (const Exception& error) {
         // Damaged SQLite databases leave the binary database to go by, as on a disk-mode
@@ -75,7 +78,7 @@ void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
         log("Could not load the SQLite library databases with the error: " + error.reason() +
             " - reading iTunesDB instead.");
     }
-    if (!fromSQLite) {
+    if (!fromMediaLibrary && !fromSQLite) {
         log("AFCiPod initWithiPodReference: Didn't load from SQLite");
         // A device without any library database loads as an empty library; one whose database
         // cannot be read stops here with the reason (the read throws), and so does one whose

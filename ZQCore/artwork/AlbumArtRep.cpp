@@ -25,6 +25,17 @@ std::shared_ptr<AlbumArtRep> AlbumArtRep::initWithMHNIHeader(std::span<const std
     return rep;
 }
 
+std::shared_ptr<AlbumArtRep> AlbumArtRep::initWithImageFile(const std::string& path,
+                                                            const std::shared_ptr<ZQCoreiPod>& iPod)
+{
+    auto rep = std::make_shared<AlbumArtRep>(Key());
+    rep->imageFile_ = true;
+    rep->imageWidth_ = rep->imageHeight_ = 1;
+    rep->setPath(path);
+    rep->parentiPod_ = iPod;
+    return rep;
+}
+
 std::pair<std::int32_t, std::int32_t> AlbumArtRep::storedSize(std::uint16_t imageWidth, std::uint16_t imageHeight,
                                                               std::int16_t horizontalPadding,
                                                               std::int16_t verticalPadding)
@@ -49,6 +60,18 @@ std::shared_ptr<const Image> AlbumArtRep::image() const
     auto library = parentiPod_.lock();
     if (!library || !path_)
         return nullptr;
+    if (imageFile_) {
+        // A cover file is a few hundred kilobytes; one claiming far more is not read at all.
+        constexpr std::uint64_t kMaxImageFile = 32u << 20;
+        const auto size = library->sizeOfFileAtPath(*path_);
+        if (size && *size > kMaxImageFile)
+            return nullptr;
+        auto bytes = library->contentsOfFileAtPath(*path_);
+        if (!bytes || bytes->size() > kMaxImageFile)
+            return nullptr;
+        image_ = Image::imageWithEncodedData(*bytes);
+        return image_;
+    }
     const auto [width, height] = storedSize(imageWidth_, imageHeight_, horizontalPadding_, verticalPadding_);
     if (width <= 0 || height <= 0)
         return nullptr; // no read could ever give an image of this size
@@ -72,8 +95,8 @@ std::shared_ptr<Image> AlbumArtRep::convertRGB565ToImage(const Data& data, std::
                                                          std::int32_t height) const
 {
     auto library = parentiPod_.lock();
-    const bool throughDevice = library && library->readsFilesThroughDevice();
-    return imageWith16BitPixels(data.span(), width, height, throughDevice ? PixelLayout::ARGB1555 : PixelLayout::RGB565);
+    const bool phone = library && library->holdsPhoneFiles();
+    return imageWith16BitPixels(data.span(), width, height, phone ? PixelLayout::ARGB1555 : PixelLayout::RGB565);
 }
 
 } // namespace zq

@@ -40,6 +40,11 @@ public:
                                                            const std::optional<std::string>& streamFile,
                                                            const std::shared_ptr<ZQCoreiPod>& iPod);
 
+    /// A representation that is a whole JPEG or PNG file on the device (the covers of iOS 5 and
+    /// later), decoded when its image is first asked for. Its size is not known before that and
+    /// counts as 1 × 1, so that it can still be preferred.
+    static std::shared_ptr<AlbumArtRep> initWithImageFile(const std::string& path, const std::shared_ptr<ZQCoreiPod>& iPod);
+
     /// Visible size, without the padding.
     std::int32_t width() const { return imageWidth_; }
     std::int32_t height() const { return imageHeight_; }
@@ -65,8 +70,8 @@ public:
                                                             std::int16_t verticalPadding);
 
     /// `data` as `width` × `height` 16-bit pixels: 1-5-5-5 when this representation's library
-    /// reads its files through a device session (those devices store an alpha bit), 5-6-5 and
-    /// opaque otherwise. nullptr when the byte count is not exactly width × height × 2.
+    /// holds a phone's files (through a device session, or a folder holding a phone's
+    /// iTunes_Control: phones store an alpha bit), 5-6-5 and opaque otherwise. nullptr when the byte count is not exactly width × height × 2.
     std::shared_ptr<Image> convertRGB565ToImage(const Data& data, std::int32_t width, std::int32_t height) const;
 
 private:
@@ -76,6 +81,7 @@ private:
     std::int16_t horizontalPadding_ = 0;
     std::uint16_t imageHeight_ = 0;
     std::uint16_t imageWidth_ = 0;
+    bool imageFile_ = false;
     std::optional<std::string> path_;
     mutable std::shared_ptr<const Image> image_;
     std::weak_ptr<ZQCoreiPod> parentiPod_;

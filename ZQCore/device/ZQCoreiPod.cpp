@@ -42,6 +42,24 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
     iPodBasePath_ = *path;
     const fs::path base(iPodBasePath_);
 
+    // A phone's file system (an ifuse mount, or a copy of one) keeps its whole library in
+    // MediaLibrary.sqlitedb. Nothing is added to such a folder: the device-information steps
+    // below are for disk-mode iPods.
+    if (loadFromMediaLibrary(iPodBasePath_)) {
+        phoneFolder_ = true;
+        const fs::path phoneArtworkDB = base / "iTunes_Control" / "Artwork" / "ArtworkDB";
+        if (fileExists(phoneArtworkDB)) {
+            try {
+                parseArtworkDBAtPath(phoneArtworkDB, tracks_);
+            } catch (const Exception& error) {
+                log("Could not load device artwork database with the error: " + error.reason() + " - skipping.");
+            }
+        }
+        setIsConnected(true);
+        ZQCore::sharedInstance()->iPodWasCreated(shared_from_this());
+        return;
+    }
+
     // Newer devices keep their library in the SQLite databases of "iTunes Library.itlp"; when
     // all four are there, they are loaded first and the binary database is the fallback.
     bool needsBinaryDatabase = true;

@@ -124,6 +124,9 @@ public:
     /// True for library objects whose files are reached through a device session rather than
     /// a mounted volume; tracks then read their files through this object.
     virtual bool readsFilesThroughDevice() const { return false; }
+    /// True when the files are a phone's (reached through a session, or a folder holding a
+    /// phone's iTunes_Control): its thumbnails carry an alpha bit (1-5-5-5).
+    bool holdsPhoneFiles() const { return readsFilesThroughDevice() || phoneFolder_; }
 
     // ---- the binary library database (iTunesDB) ----
     /// Walks a whole library database and keeps its track list and grouped playlist list
@@ -156,6 +159,20 @@ public:
     /// the whole process (see SQLiteStatementCache), so loads must not run at the same time.
     bool loadFromLocalSQLiteDatabase(const std::string& library, const std::string& extras,
                                      const std::string& locations, const std::string& dynamics);
+
+    // ---- the single library database of iOS 5 and later (MediaLibrary.sqlitedb) ----
+    /// Loads the library from iTunes_Control/iTunes/MediaLibrary.sqlitedb below `mediaRoot`
+    /// (the folder of the device that holds iTunes_Control: "/" over AFC, the mount path of a
+    /// phone's file system otherwise), when the device has that database. The database is copied
+    /// with its -wal and -shm into a temporary folder that is removed on every path, and read
+    /// with its committed WAL frames applied. Replaces `tracks` and `playlists` and attaches the
+    /// artwork the database names. Answers false, changing nothing, when there is no such
+    /// database; throws "<application identifier>.SQLiteFailed" when there is one that cannot
+    /// be copied or read.
+    bool loadFromMediaLibrary(const std::string& mediaRoot);
+    /// The same load from a local database file (already copied, or one to read in place);
+    /// track and artwork paths are formed below `mediaRoot`.
+    void loadFromLocalMediaLibraryDatabase(const std::string& database, const std::string& mediaRoot);
 
     // ---- the artwork database (ArtworkDB) ----
     /// Reads the artwork database at `path` whole through contentsOfFileAtPath, makes one
@@ -212,8 +229,10 @@ protected:
     std::int32_t autodetectedType_ = 0;
     bool connected_ = false;
     std::optional<std::string> artworkLoadError_;
+    bool phoneFolder_ = false;
 
 private:
+    void loadMediaLibrary(const std::string& database, const std::string& mediaRoot);
     void readIdentityProperties();
     void detectModelType();
     /// Asks the device for its SysInfoExtended and writes a non-empty answer to `path`

@@ -48,6 +48,13 @@ public:
     /// complete, valid PNG or its dimensions are implausible.
     static std::shared_ptr<Image> imageWithPNGData(const Data& png);
 
+    /// Decodes a baseline or progressive JPEG (grey, colour or CMYK) into opaque pixels. nullptr
+    /// when the bytes are not a complete, valid JPEG or its dimensions are implausible.
+    static std::shared_ptr<Image> imageWithJPEGData(const Data& jpeg);
+
+    /// A JPEG or PNG, told apart by their signatures; nullptr for anything else.
+    static std::shared_ptr<Image> imageWithEncodedData(const Data& data);
+
     /// Decodes an icon container ("icns") by taking the largest of its PNG-encoded entries
     /// (by pixel count; the first of equal ones). Entries in the older raw-pixel formats are
     /// skipped. nullptr when there is no decodable PNG entry.

@@ -22,6 +22,7 @@ namespace zq {
 
 class AlbumArt;
 class ZQCoreiPod;
+struct MediaLibraryItem;
 
 /// One song, podcast episode or video of a device's library: a passive record that the
 /// database loaders fill once and a client then reads. Strings may be absent (no value) or
@@ -55,6 +56,13 @@ public:
                                                         sqlite3* extrasDatabase, sqlite3* locationsDatabase,
                                                         sqlite3* dynamicsDatabase,
                                                         const std::shared_ptr<ZQCoreiPod>& parent);
+
+    /// The track of one item of a MediaLibrary.sqlitedb (iOS 5 and later), with the path of its
+    /// file on the device, or none for an item that is only in the cloud. Lives with the media
+    /// library loader.
+    static std::shared_ptr<iPodTrack> initWithMediaLibraryItem(const MediaLibraryItem& item,
+                                                               const std::optional<std::string>& filePath,
+                                                               const std::shared_ptr<ZQCoreiPod>& parent);
 
     // Text fields.
     std::optional<std::string> artist() const { return text(Artist); }
@@ -116,6 +124,10 @@ public:
 
     /// Extra values a loader found that have no field of their own.
     Value::Dictionary& additionalData();
+
+    /// The additionalData key (value true) of a track whose file is only in the cloud: the
+    /// media library lists it, but there is no file on the device to read.
+    static constexpr const char* kCloudOnlyKey = "cloudOnly";
 
     /// The identifier playlists and the artwork walk use: the low 32 bits of the unique ID.
     std::uint32_t trackID() const { return static_cast<std::uint32_t>(uniqueID_); }

@@ -420,6 +420,65 @@ std::string sysInfoExtendedXML(const std::string& serial,
 /// "iPod_Control/Music/F00/A.mp3").
 std::string relativePathOfLocation(const std::string& location);
 
+// ---- phones of iOS 5 and later (MediaLibrary.sqlitedb) ------------------------------------------
+
+/// The layouts of MediaLibrary.sqlitedb the writer knows. Modern is the layout of today's
+/// releases: an item table of ids and numbers with its companions item_extra, item_playback,
+/// item_stats, item_store and item_video, name tables (album, album_artist, item_artist, genre,
+/// composer), base_location, container with container_item and container_seed, and covers named
+/// through best_artwork_token, artwork_token and artwork. IOS6 is the older layout: most values
+/// on item itself, item_extra with a few texts, item_stats without has-been-played, no playback
+/// table (no bit rate, sample rate, sound check, start/stop times, EQ, volume or BPM), no
+/// grouping, the album artist named through the album, container_items, and covers in
+/// artwork_info.
+enum class MediaLibraryGeneration { IOS6, Modern };
+
+/// A phone's file system: the library as a DatabaseSpec (a track without a location is a cloud
+/// item: no base location, no file; the master playlist names the device through the hidden
+/// library container; a podcast playlist becomes the hidden podcast container; parentID, folder
+/// and distinguishedKind as in the SQLite library), its files, and its covers.
+///
+/// How the description becomes the database: pid = dbid (trackID when 0); the location
+/// ":iTunes_Control:Music:F00:A.wav" is base_location "iTunes_Control/Music/F00" and location
+/// "A.wav" (every folder is a base location of its own); dates become seconds after 2001-01-01
+/// UTC (Date::from1904LocalSeconds, 0 stays 0); checked 1 is is_user_disabled 0; play and skip
+/// counts are the user counts; container_item positions are the item order. Everything about
+/// the last `pendingPlaylists` playlists and the statistics of the last `pendingTracks` tracks is
+/// written as committed frames of MediaLibrary.sqlitedb-wal that are not yet checkpointed into
+/// the main file (the -wal and -shm stay beside it, as on a phone in use).
+struct PhoneSpec {
+    MediaLibraryGeneration generation = MediaLibraryGeneration::Modern;
+    DatabaseSpec database{};
+    std::map<std::string, zq::Data> files{};      ///< path relative to the root -> contents
+    /// Covers by album ID: a picture, written as iTunes_Control/iTunes/Artwork/Originals/<xx>/<name>
+    /// (JPEG, or PNG for the albums in `pngCovers`) and named for the album (Modern) or for each
+    /// of its tracks (IOS6).
+    std::map<std::uint64_t, std::pair<std::uint32_t, Picture>> covers{};  ///< album -> side, picture
+    std::vector<std::uint64_t> pngCovers{};
+    std::size_t pendingPlaylists = 1;
+    std::size_t pendingTracks = 2;
+    /// SQL run on the database after it is written, in the WAL part: a test's dropped columns,
+    /// odd values or damage.
+    std::vector<std::string> statements{};
+};
+
+/// Lays `spec` out under `root` as the phone's media folder (what AFC shows as "/").
+void writePhone(const std::string& root, const PhoneSpec& spec);
+
+/// The path of a cover file below the media folder for album `albumID` of `spec`.
+std::string phoneCoverPath(const PhoneSpec& spec, std::uint64_t albumID);
+
+/// The built-in sample as a phone of `generation` keeps it: the same songs, episodes, playlists
+/// and smart playlist as makeSampleDevice, with songs in two music folders, one bought song in
+/// Purchases and the episodes in Podcasts (four base locations), two songs that are only in the
+/// cloud, a folder holding two playlists, the Purchased list, a playlist that holds a song twice
+/// and a cloud song, covers for every album, and pending WAL frames.
+PhoneSpec makeSamplePhone(MediaLibraryGeneration generation);
+
+/// A phone of `trackCount` small tracks (a few kilobytes each, every file distinct) in albums of
+/// twelve, with one playlist of every tenth track; for measuring copies and loads.
+PhoneSpec makeLargePhone(std::size_t trackCount, MediaLibraryGeneration generation);
+
 // ---- ready-made libraries -----------------------------------------------------------------------
 
 /// The benchmark library: `trackCount` tracks in albums with every common string filled with

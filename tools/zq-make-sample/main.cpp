@@ -1,6 +1,8 @@
-// zq-make-sample [--phone] DIR: writes the built-in sample device to DIR, for the demo and for
-// trying the command-line tool without an iPod at hand. With --phone, DIR becomes the file
-// system of an iPhone (iTunes_Control, the SQLite databases beside iTunesDB) for zq-device-sim.
+// zq-make-sample [--phone[=modern|ios6]] [--tracks=N] DIR: writes the built-in sample device to
+// DIR, for the demo and for trying the command-line tool without an iPod at hand. With --phone,
+// DIR becomes the file system of an iPhone (iTunes_Control, the SQLite databases beside iTunesDB)
+// for zq-device-sim; with --phone=modern or --phone=ios6, that of an iOS 5+ phone whose library
+// is MediaLibrary.sqlitedb.
 
 #include "tools/zq-make-sample/DeviceImage.h"
 
@@ -8,6 +10,7 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,7 +38,7 @@ zq::sample::VolumeSpec phoneSample()
 }
 
 const char* const kHelp =
-    "Usage: zq-make-sample [--phone] DIR\n"
+    "Usage: zq-make-sample [--phone[=modern|ios6]] [--tracks=N] DIR\n"
     "\n"
     "Writes the built-in sample device into DIR: five albums and two podcast shows of short WAV\n"
     "tunes, playlists, a smart playlist and covers. Prints the folder it wrote.\n"
@@ -44,6 +47,14 @@ const char* const kHelp =
     "             ArtworkDB and SysInfo); try it with: zqpod library DIR\n"
     "  --phone    DIR is the file system of an iPhone (iTunes_Control with iTunesDB and the SQLite\n"
     "             databases), for zq-device-sim\n"
+    "  --phone=modern, --phone=ios6\n"
+    "             DIR is the file system of a phone of iOS 5 or later: the same library in\n"
+    "             iTunes_Control/iTunes/MediaLibrary.sqlitedb, in the layout of a recent release\n"
+    "             (modern) or of an iOS 6-era one (ios6), with changes still in its WAL, JPEG and\n"
+    "             PNG covers, two songs that are only in the cloud and four base locations; try it\n"
+    "             with: zqpod library DIR, or serve it with zq-device-sim\n"
+    "  --tracks=N with --phone=modern or ios6: instead of the sample, N small generated tracks\n"
+    "             (for measuring copies and loads)\n"
     "\n"
     "An earlier sample's iPod_Control and iTunes_Control in DIR are replaced; nothing else in DIR\n"
     "is touched.\n";
@@ -53,6 +64,8 @@ const char* const kHelp =
 int main(int argc, char** argv)
 {
     bool phone = false, optionsEnded = false;
+    std::optional<zq::sample::MediaLibraryGeneration> generation;
+    std::size_t tracks = 0;
     std::vector<std::string> folders;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
@@ -65,13 +78,24 @@ int main(int argc, char** argv)
             return 0;
         } else if (argument == "--phone") {
             phone = true;
+        } else if (argument == "--phone=modern") {
+            generation = zq::sample::MediaLibraryGeneration::Modern;
+        } else if (argument == "--phone=ios6") {
+            generation = zq::sample::MediaLibraryGeneration::IOS6;
+        } else if (argument.rfind("--tracks=", 0) == 0 && argument.size() > 9 &&
+                   argument.find_first_not_of("0123456789", 9) == std::string::npos && argument.size() < 17) {
+            tracks = std::stoul(argument.substr(9));
         } else {
             std::fprintf(stderr, "zq-make-sample: unknown option %s (see zq-make-sample --help)\n", argument.c_str());
             return 2;
         }
     }
     if (folders.size() != 1) {
-        std::fputs("usage: zq-make-sample [--phone] DIR (see zq-make-sample --help)\n", stderr);
+        std::fputs("usage: zq-make-sample [--phone[=modern|ios6]] [--tracks=N] DIR (see zq-make-sample --help)\n", stderr);
+        return 2;
+    }
+    if ((phone && generation) || (tracks && !generation)) {
+        std::fputs("zq-make-sample: --tracks goes with --phone=modern or --phone=ios6 only (see zq-make-sample --help)\n", stderr);
         return 2;
     }
     try {
@@ -80,7 +104,10 @@ int main(int argc, char** argv)
         // mount point) and anything else in it are left alone.
         fs::remove_all(root / "iPod_Control");
         fs::remove_all(root / "iTunes_Control");
-        if (phone) {
+        if (generation) {
+            zq::sample::writePhone(root.string(), tracks ? zq::sample::makeLargePhone(tracks, *generation)
+                                                         : zq::sample::makeSamplePhone(*generation));
+        } else if (phone) {
             zq::sample::writeVolume(root.string(), phoneSample());
             // writeVolume lays a disk-mode volume out; a phone keeps the same tree elsewhere.
             fs::rename(root / "iPod_Control", root / "iTunes_Control");

@@ -48,6 +48,7 @@ struct PlannedTrack {
     Action action = Action::Fail;
     std::uint64_t size = 0;  ///< what the device reports for the file
     std::string reason;      ///< why it fails
+    bool notOnDevice = false;  ///< the library keeps this track in the cloud only: not a failure
     bool done = false;       ///< the file is in the destination at `target` after the run
 };
 
@@ -140,6 +141,11 @@ std::vector<PlannedTrack> plan(const zq::ZQCoreiPod& library, const std::vector<
     std::set<std::string> taken;  // targets chosen so far
     for (PlannedTrack& item : planned) {
         const zq::iPodTrack& track = *item.track;
+        if (!track.filePath() && item.track->additionalData().contains(zq::iPodTrack::kCloudOnlyKey)) {
+            item.notOnDevice = true;
+            item.reason = "not on the device (only in the cloud)";
+            continue;
+        }
         if (!track.filePath()) {
             item.reason = "the library gives no file for this track";
             continue;
@@ -549,6 +555,11 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
                 item.done = true;
                 break;
             case Action::Fail:
+                if (item.notOnDevice) {
+                    out << "not on device  " << item.wanted << " (only in the cloud)\n";
+                    ++summary.notOnDevice;
+                    break;
+                }
                 out << "cannot copy    " << item.wanted << ": " << item.reason << '\n';
                 ++summary.failed;
                 break;
@@ -564,6 +575,11 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
         CopyProgress progress(out, options.live, options.columns);
         progress.begin(toCopy, bytesToCopy);
         for (auto& item : planned) {
+            if (item.notOnDevice) {
+                progress.note("not on the device: " + item.wanted + " (only in the cloud)", false);
+                ++summary.notOnDevice;
+                continue;
+            }
             if (item.action == Action::Fail) {
                 progress.note("failed   " + item.wanted + ": " + item.reason, false);
                 ++summary.failed;
@@ -690,8 +706,10 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
     }
 
     std::string extras;
+    if (summary.notOnDevice)
+        extras += "; " + std::to_string(summary.notOnDevice) + " not on the device";
     if (options.playlists || options.art) {
-        extras = options.dryRun ? "; would write " : "; wrote ";
+        extras += options.dryRun ? "; would write " : "; wrote ";
         if (options.playlists)
             extras += plural(playlistsWritten, "playlist", "playlists");
         if (options.playlists && options.art)

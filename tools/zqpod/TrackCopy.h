@@ -36,6 +36,7 @@ struct CopySummary {
     std::size_t copied = 0;
     std::size_t skipped = 0;
     std::size_t failed = 0;
+    std::size_t notOnDevice = 0;  ///< listed by the library, but only in the cloud: no file to copy
     std::uint64_t bytesCopied = 0;
     bool interrupted = false;
     bool deviceGone = false;  ///< the copy stopped because the device could not be read any more

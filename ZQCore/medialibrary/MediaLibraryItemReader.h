@@ -1,0 +1,37 @@
+#pragma once
+
+// Reads every item of a MediaLibrary.sqlitedb with one statement built from what the database
+// has: the item table joined to its per-item companions (item_extra, item_playback, item_stats,
+// item_store, item_video) and to the name tables (album, item_artist, album_artist, genre,
+// composer, base_location). Each value is taken from the first place that has it, in the order
+// of today's releases first, then the older ones; a value found nowhere stays absent.
+
+#include "ZQCore/medialibrary/MediaLibraryItem.h"
+
+#include <functional>
+#include <string>
+
+struct sqlite3;
+
+namespace zq {
+
+class MediaLibrarySchema;
+
+class MediaLibraryItemReader {
+public:
+    MediaLibraryItemReader(sqlite3* db, const MediaLibrarySchema& schema);
+
+    /// Calls `visit` for every item in row order. Throws "<application identifier>.SQLiteFailed"
+    /// when the statement cannot be prepared or a row cannot be read; a database without an item
+    /// table has no items.
+    void forEachItem(const std::function<void(const MediaLibraryItem&)>& visit) const;
+
+    /// The statement built for this database (for messages and tests).
+    const std::string& query() const { return query_; }
+
+private:
+    sqlite3* db_;
+    std::string query_;
+};
+
+} // namespace zq

@@ -1,0 +1,67 @@
+#include "ZQCore/medialibrary/MediaLibrarySchema.h"
+
+#include "ZQCore/sqlite/SQLiteDatabase.h"
+
+#include <sqlite3.h>
+
+#include <vector>
+
+namespace zq {
+
+MediaLibrarySchema::MediaLibrarySchema(sqlite3* db)
+{
+    std::vector<std::string> names;
+    {
+        SQLiteStatement tables(db, "SELECT name FROM sqlite_master WHERE type = 'table'");
+        int status;
+        while ((status = sqlite3_step(tables.handle())) == SQLITE_ROW)
+            if (auto name = sqliteText(tables.handle(), 0))
+                names.push_back(*name);
+        // A page that cannot be read ends the list with an error, never with a shorter list.
+        if (status != SQLITE_DONE)
+            throwSQLiteFailed(db);
+    }
+    for (const auto& name : names) {
+        auto& columns = tables_[name];
+        SQLiteStatement info(db, ("PRAGMA table_info(" + sqlIdentifier(name) + ")").c_str());
+        while (info.step())
+            if (auto column = sqliteText(info.handle(), 1))
+                columns.insert(*column);
+    }
+}
+
+bool MediaLibrarySchema::has(const std::string& table, const std::string& column) const
+{
+    auto found = tables_.find(table);
+    return found != tables_.end() && found->second.contains(column);
+}
+
+std::optional<std::string> MediaLibrarySchema::firstColumn(const std::string& table,
+                                                           std::initializer_list<const char*> candidates) const
+{
+    for (const char* column : candidates)
+        if (has(table, column))
+            return std::string(column);
+    return std::nullopt;
+}
+
+std::optional<std::string> MediaLibrarySchema::firstTable(std::initializer_list<const char*> candidates) const
+{
+    for (const char* table : candidates)
+        if (hasTable(table))
+            return std::string(table);
+    return std::nullopt;
+}
+
+std::string sqlIdentifier(const std::string& name)
+{
+    std::string quoted = "\"";
+    for (char c : name) {
+        if (c == '"')
+            quoted += '"';
+        quoted += c;
+    }
+    return quoted + "\"";
+}
+
+} // namespace zq
