@@ -44,11 +44,11 @@ struct Fixture {
     {
         for (auto generation : {zq::test::MediaLibraryGeneration::Modern, zq::test::MediaLibraryGeneration::IOS6}) {
             zq::test::TempDir phone;
-            auto spec = zq::test::makeSamplePhone(generation);
-            spec.pendingPlaylists = 0;
-            spec.pendingTracks = 0;
-            spec.files.clear();
-            zq::test::writePhone(phone.path(), spec);
+            auto setup = zq::test::makeSamplePhone(generation);
+            setup.pendingPlaylists = 0;
+            setup.pendingTracks = 0;
+            setup.files.clear();
+            zq::test::writePhone(phone.path(), setup);
             originals.push_back(readAll(phone.file("iTunes_Control/iTunes/MediaLibrary.sqlitedb")));
         }
     }

@@ -54,12 +54,12 @@ VolumeSpec phone(LibraryFormat format)
         trip.items.push_back({track.trackID});
     }
     database.playlists = {master, trip};
-    VolumeSpec spec;
-    spec.database = database;
-    spec.format = format;
+    VolumeSpec setup;
+    setup.database = database;
+    setup.format = format;
     for (int n = 1; n <= 3; ++n)
-        spec.files[relativePathOfLocation(*database.tracks[n - 1].location)] = Data(std::string_view(trackBytes(n)));
-    return spec;
+        setup.files[relativePathOfLocation(*database.tracks[n - 1].location)] = Data(std::string_view(trackBytes(n)));
+    return setup;
 }
 
 std::string copied(int n) { return "Artist " + std::to_string(n) + "/Album " + std::to_string(n) + "/01 Song " + std::to_string(n) + ".mp3"; }
@@ -134,23 +134,23 @@ TEST(FailingPhone, EveryFaultIsReportedAndLeavesNothingWrong)
         writeMobileDevice(root.path(), phone(row.format));
         if (row.damage)
             row.damage(root.path());
-        SimulatedDeviceSpec spec;
-        spec.udid = "00008101-FAULT" + std::to_string(::getpid()) + "-" + std::to_string(++number);
-        spec.serialNumber = "FLT" + std::to_string(number);
-        spec.deviceName = "Fault Phone";
-        spec.root = root.path();
-        spec.faults = row.fault;
+        SimulatedDeviceSpec setup;
+        setup.udid = "00008101-FAULT" + std::to_string(::getpid()) + "-" + std::to_string(++number);
+        setup.serialNumber = "FLT" + std::to_string(number);
+        setup.deviceName = "Fault Phone";
+        setup.root = root.path();
+        setup.faults = row.fault;
         std::vector<std::string> args;
         for (const auto& arg : row.args)
-            args.push_back(arg == "DEV" ? spec.serialNumber : arg.starts_with("OUT") ? out.path() + arg.substr(3) : arg);
+            args.push_back(arg == "DEV" ? setup.serialNumber : arg.starts_with("OUT") ? out.path() + arg.substr(3) : arg);
 
         const auto temporaries = entriesOf(fs::temp_directory_path());
-        sharedSimulator().attach(spec);
+        sharedSimulator().attach(setup);
         const auto start = std::chrono::steady_clock::now();
         auto run = zqpod(args);
         const auto took = std::chrono::steady_clock::now() - start;
         try {
-            sharedSimulator().detach(spec.udid);
+            sharedSimulator().detach(setup.udid);
         } catch (const std::runtime_error&) {
             // it departed on its own
         }
@@ -163,11 +163,11 @@ TEST(FailingPhone, EveryFaultIsReportedAndLeavesNothingWrong)
         EXPECT_EQ(entriesOf(fs::temp_directory_path()), temporaries) << "temporary files left";
 
         if (row.resume) {
-            spec.faults.clear();
-            spec.udid += "R";
-            sharedSimulator().attach(spec);
+            setup.faults.clear();
+            setup.udid += "R";
+            sharedSimulator().attach(setup);
             run = zqpod(args);
-            sharedSimulator().detach(spec.udid);
+            sharedSimulator().detach(setup.udid);
             EXPECT_EQ(run.status, 0) << run.out << run.err;
         }
         // Every file there is whole: the device's bytes, or the playlist of the copied tracks;
@@ -200,15 +200,15 @@ TEST(FailingPhone, CtrlCStopsACopyWaitingOnAFrozenPhoneWithinASecond)
 {
     TempDir root, out;
     writeMobileDevice(root.path(), phone(LibraryFormat::Binary));
-    SimulatedDeviceSpec spec;
-    spec.udid = "00008101-FROZEN" + std::to_string(::getpid());
-    spec.serialNumber = "FRZ" + std::to_string(::getpid());
-    spec.root = root.path();
-    spec.faults = std::string("freezeAt=") + kTrack2 + "@300000";
-    sharedSimulator().attach(spec);
+    SimulatedDeviceSpec setup;
+    setup.udid = "00008101-FROZEN" + std::to_string(::getpid());
+    setup.serialNumber = "FRZ" + std::to_string(::getpid());
+    setup.root = root.path();
+    setup.faults = std::string("freezeAt=") + kTrack2 + "@300000";
+    sharedSimulator().attach(setup);
     const auto temporaries = entriesOf(fs::temp_directory_path());
     {
-        RunningTool copy("copy --timeout 60 " + spec.serialNumber + " " + shellQuoted(out.path()));
+        RunningTool copy("copy --timeout 60 " + setup.serialNumber + " " + shellQuoted(out.path()));
         EXPECT_EQ(copy.nextLine(), "copied   " + copied(1));
         ::usleep(300000);  // well into the wait for the frozen read
         const auto start = std::chrono::steady_clock::now();
@@ -216,7 +216,7 @@ TEST(FailingPhone, CtrlCStopsACopyWaitingOnAFrozenPhoneWithinASecond)
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 130) << status;
     }
-    sharedSimulator().detach(spec.udid);
+    sharedSimulator().detach(setup.udid);
     EXPECT_EQ(filesBelow(out.path()), std::set<std::string>{copied(1)});
     EXPECT_EQ(entriesOf(fs::temp_directory_path()), temporaries);
 }

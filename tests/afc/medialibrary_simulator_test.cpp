@@ -37,35 +37,35 @@ protected:
     {
         static int counter = 0;
         const std::string unique = std::to_string(::getpid() % 100000) + "M" + std::to_string(++counter);
-        spec.udid = "00008110-" + unique;
-        spec.serialNumber = "MLB" + unique;
-        spec.deviceName = "Lockdown Name";
-        spec.root = root.path();
+        setup.udid = "00008110-" + unique;
+        setup.serialNumber = "MLB" + unique;
+        setup.deviceName = "Lockdown Name";
+        setup.root = root.path();
         AFCFactory::factory()->waitForAttachedDevices(5s);
     }
     void TearDown() override
     {
         if (!attached)
             return;
-        sharedSimulator().detach(spec.udid);
+        sharedSimulator().detach(setup.udid);
         runMainLoopUntil([&] { return listed() == nullptr; }, 5s);
     }
     std::shared_ptr<AFCiPodRef> listed() const
     {
         for (const auto& reference : ZQCore::sharedInstance()->connectediPods())
-            if (auto mobile = std::dynamic_pointer_cast<AFCiPodRef>(reference); mobile && mobile->serialNumber() == spec.serialNumber)
+            if (auto mobile = std::dynamic_pointer_cast<AFCiPodRef>(reference); mobile && mobile->serialNumber() == setup.serialNumber)
                 return mobile;
         return nullptr;
     }
     void attach()
     {
-        sharedSimulator().attach(spec);
+        sharedSimulator().attach(setup);
         attached = true;
         ASSERT_TRUE(runMainLoopUntil([&] { return listed() != nullptr; }));
     }
 
     TempDir root;
-    SimulatedDeviceSpec spec;
+    SimulatedDeviceSpec setup;
     bool attached = false;
 };
 
@@ -97,7 +97,7 @@ TEST_F(PhoneOverAFC, ZqpodCopiesEveryLocalTrackAndNamesTheCloudOnes)
     attach();
     TempDir out;
 
-    const auto run = zqpod({"copy", spec.udid, out.path(), "--playlists"});
+    const auto run = zqpod({"copy", setup.udid, out.path(), "--playlists"});
 
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_THAT(run.out, HasSubstr("not on the device: Nimbus/Only In The Cloud/02 Streamed Dusk"));

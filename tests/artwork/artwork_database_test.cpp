@@ -65,9 +65,9 @@ TEST(ArtworkDatabase, FileNamesLoseOneLeadingColonAndStayOneComponent)
 TEST(ArtworkDatabase, TruncatedDatabaseKeepsTheLinksOfFinishedListsAndTheLoadGoesOn)
 {
     TempDir dir;
-    ArtworkDBSpec spec{.dataSets = {ArtworkDataSet::withImages({{.imageID = 100}}),
+    ArtworkDBSpec setup{.dataSets = {ArtworkDataSet::withImages({{.imageID = 100}}),
                                     ArtworkDataSet::withImages({{.imageID = 101}, {.imageID = 102}})}};
-    const Data whole = buildArtwork(spec).artworkDB;
+    const Data whole = buildArtwork(setup).artworkDB;
     // Cut inside the second list's last item (an item without stored sizes is just its 0x98-byte
     // header): that list is not finished, so none of it is linked.
     const Data cut = whole.subdata(0, whole.size() - 0x98 + 30);
@@ -126,11 +126,11 @@ std::vector<std::optional<ArtworkPosition>> resolve(const std::vector<TrackArtwo
 TEST(ArtworkDatabase, ZeroLengthLoopEndsInTheReadersException)
 {
     TempDir dir;
-    ArtworkDBSpec spec{.images = {{.imageID = 100, .thumbnails = {{.width = 2, .height = 2}}}}, .dataSets = {1},
+    ArtworkDBSpec setup{.images = {{.imageID = 100, .thumbnails = {{.width = 2, .height = 2}}}}, .dataSets = {1},
                        .dataSetCount = 0x7FFFFFFF};
-    spec.dataSets[0].totalLength = 0;
+    setup.dataSets[0].totalLength = 0;
     LogCapture log;
-    auto library = loadVolume(dir.path(), {.database = tracksFor(1), .artwork = spec});
+    auto library = loadVolume(dir.path(), {.database = tracksFor(1), .artwork = setup});
     ASSERT_EQ(log.lines.size(), 1u);
     EXPECT_NE(log.lines[0].find("Length requested"), std::string::npos);
     ASSERT_TRUE(library->allTracks()[0]->hasAlbumArt());

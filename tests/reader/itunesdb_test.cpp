@@ -89,9 +89,9 @@ TEST(ReaderLibraryDatabase, DamagedBytesNeverLeadOutsideTheBuffer)
     }
 }
 
-zq::Value::Dictionary parseRules(const SmartRulesSpec& spec)
+zq::Value::Dictionary parseRules(const SmartRulesSpec& setup)
 {
-    return zq::ZQCoreiPod::parseSmartPlaylistRulesInData(buildSmartRuleBlob(spec));
+    return zq::ZQCoreiPod::parseSmartPlaylistRulesInData(buildSmartRuleBlob(setup));
 }
 
 std::vector<std::string> keysOf(const zq::Value& rule)
@@ -147,17 +147,17 @@ TEST(ReaderSmartRuleBlob, OnlyTheLowByteOfTheConjunctionCounts)
 TEST(ReaderSmartRuleBlob, FieldNumberChoosesTheStringOrNumericLayout)
 {
     const std::vector<std::uint32_t> stringFields = {2, 3, 4, 8, 9, 14, 18, 39, 54, 55, 62, 71};
-    SmartRulesSpec spec;
+    SmartRulesSpec setup;
     for (std::uint32_t field : stringFields) {
-        spec.rules.push_back({.field = field, .action = field * 2, .text = "field " + std::to_string(field)});
-        spec.rules.push_back({.field = field + 70, .action = 1, .fromValue = field}); // 72..141: all numeric
+        setup.rules.push_back({.field = field, .action = field * 2, .text = "field " + std::to_string(field)});
+        setup.rules.push_back({.field = field + 70, .action = 1, .fromValue = field}); // 72..141: all numeric
     }
     // Unknown fields and the largest values of every numeric operand.
-    spec.rules.push_back({.field = 1, .action = 0x00020000, .fromValue = UINT64_MAX, .fromDate = INT64_MIN,
+    setup.rules.push_back({.field = 1, .action = 0x00020000, .fromValue = UINT64_MAX, .fromDate = INT64_MIN,
                           .fromUnits = 0x8000000000000000, .toValue = 0x7FFFFFFFFFFFFFFF, .toDate = -1, .toUnits = 7});
-    auto result = parseRules(spec);
+    auto result = parseRules(setup);
     const auto& rules = *result.at("rules").array();
-    ASSERT_EQ(rules.size(), spec.rules.size());
+    ASSERT_EQ(rules.size(), setup.rules.size());
     const std::vector<std::string> stringKeys = {"actionType", "fieldType", "ruleValue"};
     const std::vector<std::string> numericKeys = {"actionType", "fieldType", "fromDate", "fromUnits",
                                                   "fromValue",  "toDate",    "toUnits",  "toValue"};

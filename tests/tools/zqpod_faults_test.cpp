@@ -25,18 +25,18 @@ std::string copied(int n) { return "Artist " + std::to_string(n) + "/Album " + s
 
 VolumeSpec threeAlbums(LibraryFormat format, std::uint32_t volume = 0)
 {
-    VolumeSpec spec;
-    spec.database.emplace();
-    spec.format = format;
+    VolumeSpec setup;
+    setup.database.emplace();
+    setup.format = format;
     for (int n = 1; n <= 3; ++n) {
         const std::string file = "iPod_Control/Music/F0" + std::to_string(n) + "/T" + std::to_string(n) + ".mp3";
-        spec.database->tracks.push_back({.trackID = static_cast<std::uint32_t>(10 + n), .fileSize = static_cast<std::uint32_t>(trackBytes(n).size()),
+        setup.database->tracks.push_back({.trackID = static_cast<std::uint32_t>(10 + n), .fileSize = static_cast<std::uint32_t>(trackBytes(n).size()),
                                          .trackNumber = 1, .volume = volume, .title = "Song " + std::to_string(n),
                                          .location = ":" + file, .album = "Album " + std::to_string(n), .artist = "Artist " + std::to_string(n)});
-        spec.files[file] = Data(std::string_view(trackBytes(n)));
+        setup.files[file] = Data(std::string_view(trackBytes(n)));
     }
-    spec.database->playlists = {{.name = "Disk", .master = 1, .items = {11, 12, 13}}};
-    return spec;
+    setup.database->playlists = {{.name = "Disk", .master = 1, .items = {11, 12, 13}}};
+    return setup;
 }
 
 TEST(FailingVolume, ATrackThatFailsPartWayIsReportedAndNeverKept)

@@ -153,7 +153,7 @@ struct SmartPrefsSpec {
 
 /// The rule blob as stored from offset 24 of a type-51 data object (and in the SQLite
 /// databases): what the rule-blob parser reads.
-zq::Data buildSmartRuleBlob(const SmartRulesSpec& spec);
+zq::Data buildSmartRuleBlob(const SmartRulesSpec& setup);
 
 // ---- playlists (MHYP, MHIP) ---------------------------------------------------------------------
 
@@ -234,8 +234,8 @@ struct DatabaseSpec {
     std::uint64_t databaseID = 0x85BE1F40803C61E0ULL;
 };
 
-/// The iTunesDB file for `spec`.
-zq::Data buildITunesDB(const DatabaseSpec& spec);
+/// The iTunesDB file for `setup`.
+zq::Data buildITunesDB(const DatabaseSpec& setup);
 
 // ---- artwork (ArtworkDB and thumbnail files) ---------------------------------------------------
 
@@ -324,8 +324,8 @@ struct ArtworkFiles {
     std::map<std::string, zq::Data> thumbnails;
 };
 
-/// The ArtworkDB and thumbnail files for `spec`.
-ArtworkFiles buildArtwork(const ArtworkDBSpec& spec);
+/// The ArtworkDB and thumbnail files for `setup`.
+ArtworkFiles buildArtwork(const ArtworkDBSpec& setup);
 
 /// The size a thumbnail's pixels are written at when the description gives none.
 std::pair<std::uint32_t, std::uint32_t> defaultStoredSize(const ThumbnailSpec& thumbnail);
@@ -344,7 +344,7 @@ std::uint16_t thumbnailWord(zq::Image::Pixel pixel, ThumbnailLayout layout);
 /// The four files are written the way iTunes lays out a newer device's library: Library.itdb
 /// (item, container, item_to_container, podcast_info, video_info, genre_map, avformat_info,
 /// album, with the further columns iTunes keeps there), Extras.itdb (chapter, lyrics),
-/// Locations.itdb (location, base_location) and Dynamic.itdb (item_stats). From the spec:
+/// Locations.itdb (location, base_location) and Dynamic.itdb (item_stats). From the description:
 ///
 /// - a track's pid is its dbid (its trackID when the dbid is 0); its location
 ///   ":iPod_Control:Music:F00:ABCD.mp3" becomes base_location "iPod_Control/Music/F00" and
@@ -354,14 +354,14 @@ std::uint16_t thumbnailWord(zq::Image::Pixel pixel, ThumbnailLayout layout);
 ///   first track with an artwork link);
 ///   play count, skip count, rating and played/skipped dates to item_stats; checked 1 is
 ///   is_user_disabled 0; times are reals in milliseconds;
-/// - track dates, stored in the spec as 1904-based local seconds, become seconds after
+/// - track dates, stored in the description as 1904-based local seconds, become seconds after
 ///   2001-01-01 UTC (Date::from1904LocalSeconds in the writing process's time zone); a 0 stays
 ///   0;
 /// - the master playlist is the hidden library container (is_hidden 1, distinguished_kind 0)
 ///   whose name names the device; a podcast playlist becomes a hidden container of kind 10 and
 ///   its episodes (in item order, group headers dropped) the rows of podcast_info; every other
 ///   playlist is a visible container with date_created = creationTimestamp / 1000, parent_pid,
-///   smart_is_folder and distinguished_kind from the spec, the smart_* columns from smartPrefs
+///   smart_is_folder and distinguished_kind from the description, the smart_* columns from smartPrefs
 ///   (NULL without) and smart_criteria the rule blob of smartRules (empty blob without); items
 ///   become item_to_container rows with their position as physical_order.
 struct SQLiteSpec {
@@ -404,9 +404,9 @@ struct VolumeSpec {
     SQLiteSpec sqlite{};
 };
 
-/// Lays `spec` out under `root` as on a device. Creates `root` and iPod_Control, and only the
+/// Lays `setup` out under `root` as on a device. Creates `root` and iPod_Control, and only the
 /// folders below it that something is written into (so a test can leave Device out).
-void writeVolume(const std::string& root, const VolumeSpec& spec);
+void writeVolume(const std::string& root, const VolumeSpec& setup);
 
 /// A SysInfo text as the device writes it, with "pszSerialNumber: <serial>" among its lines.
 std::string sysInfoText(const std::string& serial);
@@ -462,11 +462,11 @@ struct PhoneSpec {
     std::vector<std::string> statements{};
 };
 
-/// Lays `spec` out under `root` as the phone's media folder (what AFC shows as "/").
-void writePhone(const std::string& root, const PhoneSpec& spec);
+/// Lays `setup` out under `root` as the phone's media folder (what AFC shows as "/").
+void writePhone(const std::string& root, const PhoneSpec& setup);
 
-/// The path of a cover file below the media folder for album `albumID` of `spec`.
-std::string phoneCoverPath(const PhoneSpec& spec, std::uint64_t albumID);
+/// The path of a cover file below the media folder for album `albumID` of `setup`.
+std::string phoneCoverPath(const PhoneSpec& setup, std::uint64_t albumID);
 
 /// The built-in sample as a phone of `generation` keeps it: the same songs, episodes, playlists
 /// and smart playlist as makeSampleDevice, with songs in two music folders, one bought song in

@@ -363,10 +363,10 @@ void writeContainer(Db& db, bool modern, const PlaylistSpec& p, const std::map<s
     }
 }
 
-void writeDatabase(const fs::path& path, const PhoneSpec& spec)
+void writeDatabase(const fs::path& path, const PhoneSpec& setup)
 {
-    const bool modern = spec.generation == MediaLibraryGeneration::Modern;
-    const DatabaseSpec& d = spec.database;
+    const bool modern = setup.generation == MediaLibraryGeneration::Modern;
+    const DatabaseSpec& d = setup.database;
     for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
         std::error_code ignored;
         fs::remove(path.string() + suffix, ignored);
@@ -385,7 +385,7 @@ void writeDatabase(const fs::path& path, const PhoneSpec& spec)
     for (const auto& t : d.tracks)
         if (t.albumID)
             albums.emplace(t.albumID, &t);
-    const std::size_t pendingFrom = d.tracks.size() - std::min(spec.pendingTracks, d.tracks.size());
+    const std::size_t pendingFrom = d.tracks.size() - std::min(setup.pendingTracks, d.tracks.size());
     for (std::size_t i = 0; i < d.tracks.size(); ++i) {
         const TrackSpec& t = d.tracks[i];
         const std::int64_t pid = pidOf(t);
@@ -468,8 +468,8 @@ void writeDatabase(const fs::path& path, const PhoneSpec& spec)
     names("base_location", "base_location_id", "path", bases);
 
     // Covers.
-    for (const auto& [albumID, cover] : spec.covers) {
-        const std::string relative = phoneCoverPath(spec, albumID).substr(std::string("iTunes_Control/iTunes/Artwork/").size());
+    for (const auto& [albumID, cover] : setup.covers) {
+        const std::string relative = phoneCoverPath(setup, albumID).substr(std::string("iTunes_Control/iTunes/Artwork/").size());
         if (modern) {
             const std::string token = "album-" + std::to_string(albumID);
             db.run("INSERT INTO artwork (artwork_token, artwork_source_type, relative_path, artwork_type) VALUES (?, 1, ?, 1)",
@@ -485,7 +485,7 @@ void writeDatabase(const fs::path& path, const PhoneSpec& spec)
                            {pidOf(t), relative, integer(cover.first), integer(cover.first)});
         }
     }
-    const std::size_t pendingPlaylistsFrom = d.playlists.size() - std::min(spec.pendingPlaylists, d.playlists.size());
+    const std::size_t pendingPlaylistsFrom = d.playlists.size() - std::min(setup.pendingPlaylists, d.playlists.size());
     for (std::size_t i = 0; i < pendingPlaylistsFrom; ++i)
         writeContainer(db, modern, d.playlists[i], pids);
     db.exec("COMMIT;");
@@ -499,7 +499,7 @@ void writeDatabase(const fs::path& path, const PhoneSpec& spec)
         writeStats(db, modern, d.tracks[i]);
     for (std::size_t i = pendingPlaylistsFrom; i < d.playlists.size(); ++i)
         writeContainer(db, modern, d.playlists[i], pids);
-    for (const auto& sql : spec.statements)
+    for (const auto& sql : setup.statements)
         db.exec(sql);
     db.exec("COMMIT;");
     db.finalize();
@@ -507,25 +507,25 @@ void writeDatabase(const fs::path& path, const PhoneSpec& spec)
 
 } // namespace
 
-std::string phoneCoverPath(const PhoneSpec& spec, std::uint64_t albumID)
+std::string phoneCoverPath(const PhoneSpec& setup, std::uint64_t albumID)
 {
-    const bool png = std::find(spec.pngCovers.begin(), spec.pngCovers.end(), albumID) != spec.pngCovers.end();
+    const bool png = std::find(setup.pngCovers.begin(), setup.pngCovers.end(), albumID) != setup.pngCovers.end();
     return "iTunes_Control/iTunes/Artwork/" + coverName(albumID, png);
 }
 
-void writePhone(const std::string& root, const PhoneSpec& spec)
+void writePhone(const std::string& root, const PhoneSpec& setup)
 {
     const fs::path base(root);
-    writeDatabase(base / "iTunes_Control" / "iTunes" / "MediaLibrary.sqlitedb", spec);
-    for (const auto& [relative, contents] : spec.files)
+    writeDatabase(base / "iTunes_Control" / "iTunes" / "MediaLibrary.sqlitedb", setup);
+    for (const auto& [relative, contents] : setup.files)
         writeFile(base / relative, contents);
-    for (const auto& [albumID, cover] : spec.covers) {
+    for (const auto& [albumID, cover] : setup.covers) {
         const auto& [side, picture] = cover;
         zq::Image image(side, side);
         for (std::uint32_t y = 0; y < side; ++y)
             for (std::uint32_t x = 0; x < side; ++x)
                 image.setPixel(x, y, picture(x, y));
-        const std::string path = phoneCoverPath(spec, albumID);
+        const std::string path = phoneCoverPath(setup, albumID);
         const bool png = path.ends_with(".png");
         writeFile(base / path, png ? *image.pngData() : encodeJPEG(image));
     }

@@ -22,19 +22,19 @@ namespace fs = std::filesystem;
 // iTunes_Control (the files are written under iPod_Control and the tree is moved afterwards).
 zq::sample::VolumeSpec phoneSample()
 {
-    zq::sample::VolumeSpec spec = zq::sample::makeSampleDevice();
+    zq::sample::VolumeSpec setup = zq::sample::makeSampleDevice();
     const std::string from = "iPod_Control", to = "iTunes_Control";
-    for (auto& track : spec.database->tracks)
+    for (auto& track : setup.database->tracks)
         if (track.location && track.location->rfind(":" + from + ":", 0) == 0)
             track.location = ":" + to + track.location->substr(from.size() + 1);
     // Phones store their thumbnails with an alpha bit (1-5-5-5), not 5-6-5.
-    if (spec.artwork)
-        for (auto& image : spec.artwork->images)
+    if (setup.artwork)
+        for (auto& image : setup.artwork->images)
             for (auto& thumbnail : image.thumbnails)
                 thumbnail.layout = zq::sample::ThumbnailLayout::ARGB1555;
-    spec.format = zq::sample::LibraryFormat::Both;
-    spec.sysInfo.reset();
-    return spec;
+    setup.format = zq::sample::LibraryFormat::Both;
+    setup.sysInfo.reset();
+    return setup;
 }
 
 const char* const kHelp =
