@@ -13,8 +13,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 
 namespace zq::test {
 namespace {
@@ -49,7 +51,32 @@ std::set<std::string> leftCopies()
     return names;
 }
 
-class PhoneFolderLibrary : public ::testing::TestWithParam<MediaLibraryGeneration> {};
+/// Loads copy the database into the temporary directory; each test gets one of its own, so that
+/// what another test process leaves there meanwhile (ctest runs them side by side) is not taken
+/// for a copy this load forgot. GLib reads TMPDIR once per process, at its first use.
+template <typename Param>
+class WithOwnTemporaryDirectory : public ::testing::TestWithParam<Param> {
+protected:
+    void SetUp() override
+    {
+        const char* previous = std::getenv("TMPDIR");
+        previous_ = previous ? std::optional<std::string>(previous) : std::nullopt;
+        ::setenv("TMPDIR", temporary_.path().c_str(), 1);
+    }
+    void TearDown() override
+    {
+        if (previous_)
+            ::setenv("TMPDIR", previous_->c_str(), 1);
+        else
+            ::unsetenv("TMPDIR");
+    }
+
+private:
+    TempDir temporary_;
+    std::optional<std::string> previous_;
+};
+
+class PhoneFolderLibrary : public WithOwnTemporaryDirectory<MediaLibraryGeneration> {};
 
 TEST_P(PhoneFolderLibrary, LoadsAsItsDescriptionSaysWithTheWALApplied)
 {
@@ -125,7 +152,7 @@ struct DamageCase {
 };
 void PrintTo(const DamageCase& c, std::ostream* out) { *out << c.name; }
 
-class DamagedMediaLibrary : public ::testing::TestWithParam<DamageCase> {};
+class DamagedMediaLibrary : public WithOwnTemporaryDirectory<DamageCase> {};
 
 TEST_P(DamagedMediaLibrary, IsReportedClearly)
 {
