@@ -43,19 +43,6 @@ py::object toDatetime(const std::optional<zq::Date>& date)
     throw py::error_already_set();
 }
 
-std::string kindOf(const zq::Playlist& playlist)
-{
-    if (dynamic_cast<const zq::SmartPlaylist*>(&playlist))
-        return "smart";
-    if (dynamic_cast<const zq::Podcasts*>(&playlist))
-        return "podcasts";
-    if (dynamic_cast<const zq::PlaylistFolder*>(&playlist))
-        return "folder";
-    if (dynamic_cast<const zq::PurchasedPlaylist*>(&playlist))
-        return "purchased";
-    return "playlist";
-}
-
 std::string trackLabel(const zq::iPodTrack& track)
 {
     return "track " + std::to_string(track.trackID()) + " (" + track.filePath().value_or("no file") + ")";
@@ -255,13 +242,13 @@ PYBIND11_MODULE(_zqcore, m)
         .def_property_readonly("name", &zq::Playlist::name)
         .def_property_readonly("id", &zq::Playlist::playlistID)
         .def_property_readonly("parent_id", &zq::Playlist::parentID)
-        .def_property_readonly("kind", &kindOf)
+        .def_property_readonly("kind", [](const zq::Playlist& p) { return std::string(p.kind()); })
         .def_property_readonly("is_master", &zq::Playlist::isMaster)
         .def_property_readonly("tracks", &zq::Playlist::tracks)
         .def("__len__", [](const zq::Playlist& p) { return p.tracks().size(); })
         .def("__iter__", [](const zq::Playlist& p) { return py::iter(py::cast(p.tracks())); })
         .def("__repr__", [](const zq::Playlist& p) {
-            return "<zqcore.Playlist " + kindOf(p) + " '" + p.name().value_or("") + "'>";
+            return std::string("<zqcore.Playlist ") + p.kind() + " '" + p.name().value_or("") + "'>";
         });
 
     py::class_<zq::ZQCoreiPod, std::shared_ptr<zq::ZQCoreiPod>>(m, "Library")

@@ -64,6 +64,9 @@ public:
     /// "Master playlist name: <name>, ID: <id>, <count> tracks." for the master playlist,
     /// "Playlist name: ..." for the others.
     virtual std::string description() const;
+    /// What kind of list this is, in one word for programs: "playlist", "smart", "podcasts",
+    /// "folder" or "purchased" (the JSON view and the Python module use it).
+    virtual const char* kind() const { return "playlist"; }
 
     /// A new image on every call: "iPod" for the master playlist, "Playlist" otherwise.
     virtual std::shared_ptr<Image> icon() const;

@@ -9,6 +9,7 @@ namespace zq {
 /// tracks, child after child. Observable key "playlists" (addPlaylist, removePlaylist).
 class ZQ_EXPORT PlaylistFolder : public Playlist {
 public:
+    const char* kind() const override { return "folder"; }
     static std::shared_ptr<PlaylistFolder> initWithName(const std::optional<std::string>& name);
     /// A folder (still empty) from a container row of the SQLite library.
     static std::shared_ptr<PlaylistFolder> initWithSQLiteRow(sqlite3_stmt* row, const std::shared_ptr<ZQCoreiPod>& parent);

@@ -10,6 +10,7 @@ namespace zq {
 /// Observable key "podcasts" (addPodcast, removePodcast).
 class ZQ_EXPORT Podcasts : public Playlist {
 public:
+    const char* kind() const override { return "podcasts"; }
     static std::shared_ptr<Podcasts> init();
     static std::shared_ptr<Podcasts> initWithMHYP(std::span<const std::uint8_t> header, const std::optional<std::string>& name);
 

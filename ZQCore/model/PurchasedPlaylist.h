@@ -9,6 +9,7 @@ namespace zq {
 /// says.
 class ZQ_EXPORT PurchasedPlaylist : public Playlist {
 public:
+    const char* kind() const override { return "purchased"; }
     static std::shared_ptr<PurchasedPlaylist> initWithName(const std::optional<std::string>& name);
     /// The purchased list from a container row of the SQLite library.
     static std::shared_ptr<PurchasedPlaylist> initWithSQLiteRow(sqlite3_stmt* row,

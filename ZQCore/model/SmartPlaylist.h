@@ -10,6 +10,7 @@ namespace zq {
 /// the stored rules, limit and track list, and says them in words; it does not evaluate them.
 class ZQ_EXPORT SmartPlaylist : public Playlist {
 public:
+    const char* kind() const override { return "smart"; }
     /// A smart playlist from a binary-database record and its options dictionary
     /// ("liveUpdating", "enableRules", "enableLimits", "matchChecked", "reverseLimitSort",
     /// "operatorOr", "limitType", "limitSort", "limitValue", "rules"); a missing key reads as

@@ -28,19 +28,6 @@ std::string serialOf(const zq::ZQCoreiPod& library)
     return serial && serial->string() ? *serial->string() : std::string();
 }
 
-const char* kindOf(const zq::Playlist& playlist)
-{
-    if (dynamic_cast<const zq::Podcasts*>(&playlist))
-        return "podcasts";
-    if (dynamic_cast<const zq::PlaylistFolder*>(&playlist))
-        return "folder";
-    if (dynamic_cast<const zq::PurchasedPlaylist*>(&playlist))
-        return "purchased";
-    if (dynamic_cast<const zq::SmartPlaylist*>(&playlist))
-        return "smart";
-    return "playlist";
-}
-
 Json trackIDs(const zq::Playlist::Tracks& tracks)
 {
     Json ids = Json::array();
@@ -269,7 +256,7 @@ Json ruleJSON(const zq::SmartPlaylistRule& rule)
 Json playlistJSON(const zq::Playlist& playlist)
 {
     Json json{
-        {"kind", kindOf(playlist)},
+        {"kind", playlist.kind()},
         {"name", text(playlist.name())},
         {"playlistID", playlist.playlistID()},
         {"parentID", playlist.parentID()},
