@@ -88,7 +88,7 @@ TEST_P(PhoneOverAFC, LoadsTheWholeLibraryWithItsWALAndLeavesNoCopy)
 
 INSTANTIATE_TEST_SUITE_P(Generations, PhoneOverAFC,
                          ::testing::Values(MediaLibraryGeneration::Modern, MediaLibraryGeneration::IOS6),
-                         [](const auto& info) { return info.param == MediaLibraryGeneration::Modern ? "Modern" : "IOS6"; });
+                         [](const auto& generation) { return generation.param == MediaLibraryGeneration::Modern ? "Modern" : "IOS6"; });
 
 TEST_F(PhoneOverAFC, ZqpodCopiesEveryLocalTrackAndNamesTheCloudOnes)
 {

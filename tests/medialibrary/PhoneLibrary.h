@@ -29,7 +29,7 @@ struct TrackWords {
                  bitrate = 0, sampleRate = 0, volume = 0, start = 0, stop = 0, soundcheck = 0, plays = 0, bpm = 0,
                  kind = 0, compilation = 0;
     std::uint64_t dbid = 0, albumID = 0;
-    std::string modified, played, added, released, skipped, art;
+    std::string modified{}, played{}, added{}, released{}, skipped{}, art{};
 
     std::string line() const
     {

@@ -100,7 +100,7 @@ TEST_P(PhoneFolderLibrary, LoadsAsItsDescriptionSaysWithTheWALApplied)
 
 INSTANTIATE_TEST_SUITE_P(Generations, PhoneFolderLibrary,
                          ::testing::Values(MediaLibraryGeneration::Modern, MediaLibraryGeneration::IOS6),
-                         [](const auto& info) { return info.param == MediaLibraryGeneration::Modern ? "Modern" : "IOS6"; });
+                         [](const auto& generation) { return generation.param == MediaLibraryGeneration::Modern ? "Modern" : "IOS6"; });
 
 // ---- what a release lacks gives absent values, never a failure -------------------------------
 
@@ -141,7 +141,7 @@ INSTANTIATE_TEST_SUITE_P(
         MissingCase{"ContainerDates", "ALTER TABLE container DROP COLUMN date_created", "playlist 'Quiet Evenings':\n",
                     "Quiet Evenings': "},
         MissingCase{"ItemKeyNamedPid", "ALTER TABLE item RENAME COLUMN item_pid TO pid", "rate 0 ", "'Harbour Song'"}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& testCase) { return std::string(testCase.param.name); });
 
 // ---- a damaged database is an error with a reason, and leaves no copy behind -----------------
 
@@ -194,7 +194,7 @@ INSTANTIATE_TEST_SUITE_P(
                        file << std::string(4096 * 6, '\xA5');
                    },
                    "may be damaged"}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& testCase) { return std::string(testCase.param.name); });
 
 // ---- zqpod copy off a phone's folder ---------------------------------------------------------
 
