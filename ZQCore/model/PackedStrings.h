@@ -30,6 +30,16 @@ public:
     /// Replaces every string at once; a null pointer is an absent string.
     void assign(const std::array<const std::string*, N>& strings)
     {
+        std::array<std::optional<std::string_view>, N> views;
+        for (std::size_t i = 0; i < N; ++i)
+            if (strings[i])
+                views[i] = *strings[i];
+        assign(views);
+    }
+
+    /// Replaces every string at once with copies of the characters viewed.
+    void assign(const std::array<std::optional<std::string_view>, N>& strings)
+    {
         std::size_t total = 0;
         std::uint32_t presence = 0;
         for (std::size_t i = 0; i < N; ++i) {

@@ -23,6 +23,7 @@ namespace zq {
 class AlbumArt;
 class ZQCoreiPod;
 struct MediaLibraryItem;
+struct SQLiteSubRows;
 
 /// One song, podcast episode or video of a device's library: a passive record that the
 /// database loaders fill once and a client then reads. Strings may be absent (no value) or
@@ -55,6 +56,9 @@ public:
     static std::shared_ptr<iPodTrack> initWithSQLiteRow(sqlite3_stmt* row, sqlite3* libraryDatabase,
                                                         sqlite3* extrasDatabase, sqlite3* locationsDatabase,
                                                         sqlite3* dynamicsDatabase,
+                                                        const std::shared_ptr<ZQCoreiPod>& parent);
+    /// The same, with the sub-rows of a whole load, which reads each of those tables once.
+    static std::shared_ptr<iPodTrack> initWithSQLiteRow(sqlite3_stmt* row, SQLiteSubRows& subRows,
                                                         const std::shared_ptr<ZQCoreiPod>& parent);
 
     /// The track of one item of a MediaLibrary.sqlitedb (iOS 5 and later), with the path of its

@@ -174,7 +174,7 @@ void throwSQLiteFailed(sqlite3* db)
                     std::string("Failed to prepare statement with message '") + sqlite3_errmsg(db) + "'.");
 }
 
-std::optional<std::string> sqliteText(sqlite3_stmt* statement, int column)
+std::optional<std::string_view> sqliteTextView(sqlite3_stmt* statement, int column)
 {
     const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
     if (!text)
@@ -182,7 +182,14 @@ std::optional<std::string> sqliteText(sqlite3_stmt* statement, int column)
     std::string_view view(text, std::strlen(text));
     if (!isUTF8(view))
         return std::nullopt;
-    return std::string(view);
+    return view;
+}
+
+std::optional<std::string> sqliteText(sqlite3_stmt* statement, int column)
+{
+    if (auto view = sqliteTextView(statement, column))
+        return std::string(*view);
+    return std::nullopt;
 }
 
 } // namespace zq

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -95,6 +96,8 @@ private:
 /// A text column as the library's strings take it: no value for NULL, and none for bytes that
 /// are not UTF-8; the text ends at its first NUL byte, if any.
 std::optional<std::string> sqliteText(sqlite3_stmt* statement, int column);
+/// The same text in place, valid until the statement moves on or reads that column otherwise.
+std::optional<std::string_view> sqliteTextView(sqlite3_stmt* statement, int column);
 
 /// The SQLite URI that opens `path` read-only and immutable.
 std::string immutableDatabaseURI(const std::string& path);

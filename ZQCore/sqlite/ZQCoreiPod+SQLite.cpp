@@ -2,33 +2,19 @@
 
 #include "ZQCore/device/ZQCoreiPod.h"
 
+#include "ZQCore/foundation/IDIndex.h"
 #include "ZQCore/model/PlaylistFolder.h"
 #include "ZQCore/model/Podcasts.h"
 #include "ZQCore/sqlite/SQLiteDatabase.h"
+#include "ZQCore/sqlite/SQLiteSubRows.h"
 
 #include <sqlite3.h>
 
+#include <string>
 #include <unordered_map>
 #include <unordered_set>
 
 namespace zq {
-
-namespace {
-
-// Persistent IDs are 64-bit numbers whose low bits may all be alike (identity hashing would
-// then chain them into a few buckets); mix every bit into the bucket choice.
-struct MixedIDHash {
-    std::size_t operator()(std::uint64_t id) const
-    {
-        id ^= id >> 30;
-        id *= 0xBF58476D1CE4E5B9ull;
-        id ^= id >> 27;
-        id *= 0x94D049BB133111EBull;
-        return static_cast<std::size_t>(id ^ (id >> 31));
-    }
-};
-
-} // namespace
 
 bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const std::string& extras,
                                              const std::string& locations, const std::string& dynamics)
@@ -47,24 +33,24 @@ bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const s
     // ---- tracks
     // Track by dbid, as an index into the collected tracks: the map is hit once per track and
     // once per membership row, and an index costs no reference-count traffic.
-    std::unordered_map<std::uint64_t, std::size_t, MixedIDHash> trackByID;
+    IDIndex trackByID;
     Tracks collected;
     {
+        SQLiteSubRows subRows(libraryDB.handle(), locationsDB.handle(), dynamicsDB.handle(), true);
         SQLiteStatement items(libraryDB.handle(),
                               "SELECT pid, title, album, artist, album_artist, description, grouping, composer, "
                               "comment, eq_preset, total_time_ms, track_number, track_count, year, start_time_ms, "
                               "stop_time_ms, bpm, disc_number, disc_count, relative_volume, media_kind, is_movie, "
                               "album_pid, date_modified, is_user_disabled, is_compilation, genre_id FROM item");
         while (items.step()) {
-            auto track = iPodTrack::initWithSQLiteRow(items.handle(), libraryDB.handle(), extrasDB.handle(),
-                                                      locationsDB.handle(), dynamicsDB.handle(), self);
+            auto track = iPodTrack::initWithSQLiteRow(items.handle(), subRows, self);
             if (!track)
                 continue;
             if (collected.size() == collected.capacity()) {
                 collected.reserve(collected.size() * 2 + 1024);
                 trackByID.reserve(collected.capacity());
             }
-            trackByID.insert_or_assign(track->dbid(), collected.size());
+            trackByID.assign(track->dbid(), static_cast<std::uint32_t>(collected.size()));
             collected.push_back(std::move(track));
         }
     }
@@ -98,9 +84,10 @@ bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const s
         for (const auto& playlist : playlists_) {
             sqlite3_bind_int64(members.handle(), 1, static_cast<sqlite3_int64>(playlist->playlistID()));
             while (members.step()) {
-                auto found = trackByID.find(static_cast<std::uint64_t>(sqlite3_column_int64(members.handle(), 0)));
-                if (found != trackByID.end())
-                    playlist->addTrack(tracks_[found->second]);
+                const std::uint32_t found =
+                    trackByID.find(static_cast<std::uint64_t>(sqlite3_column_int64(members.handle(), 0)));
+                if (found != IDIndex::kNone)
+                    playlist->addTrack(tracks_[found]);
             }
             members.reset();
         }
@@ -145,27 +132,26 @@ bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const s
     {
         SQLiteStatement episodes(libraryDB.handle(), "SELECT item_pid FROM podcast_info");
         auto group = Podcasts::init();
+        std::unordered_map<std::string, Playlist*> showByName;
         while (episodes.step()) {
             const auto pid = static_cast<std::uint64_t>(sqlite3_column_int64(episodes.handle(), 0));
             // Every loaded track is in the map, so a miss there is a miss in the track list too
             // (searching the list again would only cost time on a file full of stray rows).
             std::shared_ptr<iPodTrack> track;
-            if (auto found = trackByID.find(pid); found != trackByID.end())
-                track = tracks_[found->second];
+            if (const std::uint32_t found = trackByID.find(pid); found != IDIndex::kNone)
+                track = tracks_[found];
             const std::optional<std::string> album = track ? track->album() : std::nullopt;
 
-            bool placed = false;
-            for (const auto& show : group->podcasts()) {
-                if (show->name() == album && album) {
-                    show->addTrack(track);
-                    placed = true;
-                    break;
-                }
-            }
-            if (placed || !album)
+            if (!album)
                 continue;
+            // By name through a map: a file of many shows must not cost shows x episodes.
+            if (auto found = showByName.find(*album); found != showByName.end()) {
+                found->second->addTrack(track);
+                continue;
+            }
             auto show = Playlist::initWithName(album);
             show->addTrack(track);
+            showByName.emplace(*album, show.get());
             group->addPodcast(show);
         }
         if (!group->podcasts().empty())

@@ -4,6 +4,7 @@
 
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/sqlite/SQLiteDatabase.h"
+#include "ZQCore/sqlite/SQLiteSubRows.h"
 
 #include <sqlite3.h>
 
@@ -33,19 +34,6 @@ std::uint32_t clampedMilliseconds(sqlite3_stmt* row, int column)
     return static_cast<std::uint32_t>(value);
 }
 
-/// Track dates: a 32-bit column taken unsigned, in seconds after 2001-01-01 00:00:00 UTC. So a
-/// stored -1 lies 4294967295 seconds after that date, not one second before (playlist dates
-/// read the same column type signed).
-double trackDate(sqlite3_stmt* statement, int column)
-{
-    return static_cast<double>(static_cast<std::uint32_t>(sqlite3_column_int(statement, column)));
-}
-
-std::uint32_t unsignedInt(sqlite3_stmt* statement, int column)
-{
-    return static_cast<std::uint32_t>(sqlite3_column_int(statement, column));
-}
-
 /// `base` and `component` joined by one separator, however many either side brought.
 std::string appendingPathComponent(std::string base, std::string_view component)
 {
@@ -70,6 +58,14 @@ std::shared_ptr<iPodTrack> iPodTrack::initWithSQLiteRow(sqlite3_stmt* row, sqlit
                                                         sqlite3* dynamicsDatabase,
                                                         const std::shared_ptr<ZQCoreiPod>& parent)
 {
+    // One track: its sub-rows are asked one by one rather than reading whole tables.
+    SQLiteSubRows subRows(libraryDatabase, locationsDatabase, dynamicsDatabase, false);
+    return initWithSQLiteRow(row, subRows, parent);
+}
+
+std::shared_ptr<iPodTrack> iPodTrack::initWithSQLiteRow(sqlite3_stmt* row, SQLiteSubRows& sub,
+                                                        const std::shared_ptr<ZQCoreiPod>& parent)
+{
     auto track = make(parent);
     iPodTrack& t = *track;
 
@@ -78,126 +74,81 @@ std::shared_ptr<iPodTrack> iPodTrack::initWithSQLiteRow(sqlite3_stmt* row, sqlit
     t.dbid_ = static_cast<std::uint64_t>(pid);
 
     // The text fields are gathered here and stored in one go at the end (the track packs its
-    // strings into one block, so setting them one by one would repack it each time).
-    std::array<std::optional<std::string>, StringFieldCount> text;
-    text[Title] = sqliteText(row, TitleColumn);
-    text[Album] = sqliteText(row, AlbumColumn);
-    text[Artist] = sqliteText(row, ArtistColumn);
-    text[AlbumArtist] = sqliteText(row, AlbumArtistColumn);
-    text[TrackDescription] = sqliteText(row, DescriptionColumn);
-    text[Grouping] = sqliteText(row, GroupingColumn);
-    text[Composer] = sqliteText(row, ComposerColumn);
-    text[Comment] = sqliteText(row, CommentColumn);
-    text[EQSettingText] = sqliteText(row, EQPresetColumn);
+    // strings into one block, so setting them one by one would repack it each time). The item
+    // row's texts are viewed in place: the row stays where it is until this track is made.
+    std::array<std::optional<std::string_view>, StringFieldCount> text;
+    text[Title] = sqliteTextView(row, TitleColumn);
+    text[Album] = sqliteTextView(row, AlbumColumn);
+    text[Artist] = sqliteTextView(row, ArtistColumn);
+    text[AlbumArtist] = sqliteTextView(row, AlbumArtistColumn);
+    text[TrackDescription] = sqliteTextView(row, DescriptionColumn);
+    text[Grouping] = sqliteTextView(row, GroupingColumn);
+    text[Composer] = sqliteTextView(row, ComposerColumn);
+    text[Comment] = sqliteTextView(row, CommentColumn);
+    text[EQSettingText] = sqliteTextView(row, EQPresetColumn);
 
     // Times are stored as reals in milliseconds and stay milliseconds.
     t.trackLength_ = clampedMilliseconds(row, TotalTimeMs);
     t.startTime_ = clampedMilliseconds(row, StartTimeMs);
     t.endTime_ = clampedMilliseconds(row, StopTimeMs);
 
-    t.trackNumber_ = unsignedInt(row, TrackNumberColumn);
-    t.trackTotal_ = unsignedInt(row, TrackCount);
-    t.year_ = unsignedInt(row, Year);
+    t.trackNumber_ = sqliteUnsigned(row, TrackNumberColumn);
+    t.trackTotal_ = sqliteUnsigned(row, TrackCount);
+    t.year_ = sqliteUnsigned(row, Year);
     t.BPM_ = static_cast<std::uint16_t>(sqlite3_column_int(row, Bpm));
-    t.discNumber_ = unsignedInt(row, DiscNumber);
-    t.discTotal_ = unsignedInt(row, DiscCount);
+    t.discNumber_ = sqliteUnsigned(row, DiscNumber);
+    t.discTotal_ = sqliteUnsigned(row, DiscCount);
     t.volume_ = sqlite3_column_int(row, RelativeVolume);
-    t.mediaType_ = unsignedInt(row, MediaKind);
+    t.mediaType_ = sqliteUnsigned(row, MediaKind);
     t.albumID_ = static_cast<std::uint64_t>(sqlite3_column_int64(row, AlbumPid));
 
     t.isMovie_ = sqlite3_column_int(row, IsMovie) == 1;
     // The database records the opposite of "checked": a track the user switched off.
     t.checked_ = sqlite3_column_int(row, IsUserDisabled) == 0;
     t.compilation_ = sqlite3_column_int(row, IsCompilation) == 1;
-    t.lastModified_ = trackDate(row, DateModified);
+    t.lastModified_ = sqliteTrackDate(row, DateModified);
 
-    using Cache = SQLiteStatementCache;
-
-    {
-        sqlite3_stmt* video = Cache::statement(Cache::VideoInfo, libraryDatabase,
-                                               "SELECT season_number FROM video_info WHERE item_pid=?");
-        SQLiteResetOnExit reset(video);
-        sqlite3_bind_int64(video, 1, pid);
-        if (sqlite3_step(video) == SQLITE_ROW)
-            t.seasonNumber_ = unsignedInt(video, 0);
+    if (const auto* video = sub.videoInfo.find(sub.library, pid))
+        t.seasonNumber_ = video->seasonNumber;
+    if (const auto* genre = sub.genres.find(sub.library, sqlite3_column_int(row, GenreId)))
+        if (genre->genre)
+            text[Genre] = *genre->genre;  // kept by the sub-table until its next answer
+    if (const auto* av = sub.avInfo.find(sub.library, pid)) {
+        t.bitrate_ = av->bitrate;
+        t.sampleRate_ = av->sampleRate;
+        t.soundcheckValue_ = av->soundcheck;
     }
-    {
-        sqlite3_stmt* genre = Cache::statement(Cache::Genre, libraryDatabase, "SELECT genre FROM genre_map WHERE id=?");
-        SQLiteResetOnExit reset(genre);
-        sqlite3_bind_int(genre, 1, sqlite3_column_int(row, GenreId));
-        if (sqlite3_step(genre) == SQLITE_ROW)
-            text[Genre] = sqliteText(genre, 0);
+    std::optional<std::string> filePath;
+    if (const auto* location = sub.location.find(sub.locations, pid)) {
+        t.fileSize_ = location->fileSize;
+        t.dateAdded_ = location->dateCreated;
+        const std::optional<std::string>& relative = location->location;
+        const auto* base = sub.baseLocations.find(sub.locations, location->baseLocationID);
+        const std::optional<std::string>* basePath = base ? &base->path : nullptr;
+        // The file lies at the mount point, then the base folder (such as
+        // "iTunes_Control/Music/F00"), then the file's own name; without both parts the
+        // track has no file path at all.
+        if (basePath && *basePath && !(*basePath)->empty() && relative && !relative->empty())
+            filePath = appendingPathComponent(
+                appendingPathComponent(parent ? parent->path() : std::string(), **basePath), *relative);
     }
-    {
-        sqlite3_stmt* av = Cache::statement(
-            Cache::AVInfo, libraryDatabase,
-            "SELECT bit_rate, sample_rate, volume_normalization_energy FROM avformat_info WHERE item_pid=?");
-        SQLiteResetOnExit reset(av);
-        sqlite3_bind_int64(av, 1, pid);
-        if (sqlite3_step(av) == SQLITE_ROW) {
-            t.bitrate_ = unsignedInt(av, 0);
-            t.sampleRate_ = unsignedInt(av, 1);
-            t.soundcheckValue_ = unsignedInt(av, 2);
-        }
+    if (const auto* stats = sub.stats.find(sub.dynamics, pid)) {
+        t.hasBeenPlayed_ = stats->hasBeenPlayed;
+        t.lastPlayedTime_ = stats->datePlayed;
+        t.playCount_ = stats->playCount;
+        t.lastSkippedTime_ = stats->dateSkipped;
+        t.skipCount_ = stats->skipCount;
+        t.rating_ = stats->rating;
     }
-    {
-        sqlite3_stmt* location = Cache::statement(
-            Cache::Location, locationsDatabase,
-            "SELECT base_location_id, location, date_created, file_size FROM location WHERE item_pid=?");
-        SQLiteResetOnExit reset(location);
-        sqlite3_bind_int64(location, 1, pid);
-        if (sqlite3_step(location) == SQLITE_ROW) {
-            t.fileSize_ = unsignedInt(location, 3);
-            t.dateAdded_ = trackDate(location, 2);
-            std::optional<std::string> relative = sqliteText(location, 1);
-
-            sqlite3_stmt* base = Cache::statement(Cache::BaseLocation, locationsDatabase,
-                                                  "SELECT path FROM base_location WHERE id=?");
-            SQLiteResetOnExit resetBase(base);
-            sqlite3_bind_int(base, 1, sqlite3_column_int(location, 0));
-            std::optional<std::string> basePath;
-            if (sqlite3_step(base) == SQLITE_ROW)
-                basePath = sqliteText(base, 0);
-            // The file lies at the mount point, then the base folder (such as
-            // "iTunes_Control/Music/F00"), then the file's own name; without both parts the
-            // track has no file path at all.
-            if (basePath && !basePath->empty() && relative && !relative->empty())
-                text[FilePath] = appendingPathComponent(
-                    appendingPathComponent(parent ? parent->path() : std::string(), *basePath), *relative);
-        }
-    }
-    {
-        sqlite3_stmt* stats = Cache::statement(
-            Cache::ItemStats, dynamicsDatabase,
-            "SELECT has_been_played, date_played, play_count_user, play_count_recent, date_skipped, skip_count_user, "
-            "skip_count_recent, user_rating, user_rating_common FROM item_stats WHERE item_pid=?");
-        SQLiteResetOnExit reset(stats);
-        sqlite3_bind_int64(stats, 1, pid);
-        if (sqlite3_step(stats) == SQLITE_ROW) {
-            t.hasBeenPlayed_ = sqlite3_column_int(stats, 0) == 1;
-            t.lastPlayedTime_ = trackDate(stats, 1);
-            t.playCount_ = unsignedInt(stats, 2) + unsignedInt(stats, 3);
-            t.lastSkippedTime_ = trackDate(stats, 4);
-            t.skipCount_ = unsignedInt(stats, 5) + unsignedInt(stats, 6);
-            t.rating_ = sqlite3_column_int(stats, 7);
-        }
-    }
-    {
-        // Read last on purpose: an album's season number overrides the one of video_info.
-        sqlite3_stmt* album = Cache::statement(Cache::Album, libraryDatabase,
-                                               "SELECT artwork_item_pid, season_number FROM album WHERE pid=?");
-        SQLiteResetOnExit reset(album);
-        sqlite3_bind_int64(album, 1, static_cast<sqlite3_int64>(t.albumID_));
-        if (sqlite3_step(album) == SQLITE_ROW) {
-            t.artworkLink_ = static_cast<std::uint64_t>(sqlite3_column_int64(album, 0));
-            t.seasonNumber_ = unsignedInt(album, 1);
-        }
+    // Read last on purpose: an album's season number overrides the one of video_info.
+    if (const auto* album = sub.albums.find(sub.library, static_cast<sqlite3_int64>(t.albumID_))) {
+        t.artworkLink_ = album->artworkItem;
+        t.seasonNumber_ = album->seasonNumber;
     }
 
-    std::array<const std::string*, StringFieldCount> fields{};
-    for (std::size_t i = 0; i < StringFieldCount; ++i)
-        fields[i] = text[i] ? &*text[i] : nullptr;
-    t.strings_.assign(fields);
+    if (filePath)
+        text[FilePath] = *filePath;
+    t.strings_.assign(text);
     return track;
 }
 

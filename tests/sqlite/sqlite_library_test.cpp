@@ -231,6 +231,41 @@ TEST_F(SQLiteLoad, TrackTakesEveryFieldFromItsRowAndSubRows)
     EXPECT_EQ(library->allPlaylists().at(0)->creationDate(), Date(-1));
 }
 
+// The tables beside the item table are read whole, once per load; each track must still get
+// the row its own query would answer. Repeated keys answer in the query's order (the primary
+// key's, not the order of insertion), and keys that are not integers match no integer.
+TEST_F(SQLiteLoad, SubRowsAnswerAsTheirQueriesDo)
+{
+    SQLiteSpec sqlite;
+    sqlite.libraryStatements = {"INSERT INTO avformat_info (item_pid, sub_id, bit_rate) VALUES (2, -1, 999)"};
+    sqlite.locationsStatements = {"UPDATE location SET item_pid = 3.5 WHERE item_pid = 3"};
+    DatabaseSpec db;
+    for (std::uint32_t id = 1; id <= 3; ++id) {
+        TrackSpec track{.trackID = id, .fileSize = 1000 + id, .bitrate = 128};
+        track.location = ":iPod_Control:Music:F00:" + std::to_string(id) + ".mp3";
+        track.genre = "Rock";
+        db.tracks.push_back(track);
+    }
+    auto library = load(db, sqlite);
+    std::vector<std::string> seen;
+    for (const auto& t : library->allTracks())
+        seen.push_back(std::to_string(t->bitrate()) + " " + std::to_string(t->fileSize()) + " " +
+                       t->genre().value_or("-") + " " + t->filePath().value_or("-"));
+    EXPECT_EQ(seen, (std::vector<std::string>{"128 1001 Rock /Volumes/Device/iPod_Control/Music/F00/1.mp3",
+                                              "999 1002 Rock /Volumes/Device/iPod_Control/Music/F00/2.mp3",
+                                              "128 0 Rock -"}));
+}
+
+// Deliberately kept: the statements of the first load of a process answer every later load, so
+// a second library takes its sub-rows from the first one's files.
+TEST_F(SQLiteLoad, LaterLoadsTakeSubRowsFromTheFilesOfTheFirst)
+{
+    auto first = load(write({.tracks = {{.trackID = 1, .title = "First", .genre = "Rock"}}}, {}, "first"));
+    auto second = load(write({.tracks = {{.trackID = 1, .title = "Second", .genre = "Jazz"}}}, {}, "second"));
+    EXPECT_EQ(onlyTrack(*second)->title(), "Second");
+    EXPECT_EQ(onlyTrack(*second)->genre(), "Rock");
+}
+
 TEST_F(SQLiteLoad, PathsWithURICharactersStillNameTheirFiles)
 {
     // The folder of an AFC copy or a mount point may hold anything a URI would read as syntax.
