@@ -11,6 +11,7 @@
 #include "ZQCore/model/Playlist.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -232,6 +233,10 @@ protected:
     bool phoneFolder_ = false;
 
 private:
+    /// parsePlaylistListWithReader with the cache asked through `cachedIndex` (the index of the
+    /// track with that ID, or anything when it has none: the answer is checked).
+    Playlists parsePlaylistList(XRDataReader& reader, const Tracks& tracks,
+                                const std::function<std::uint32_t(std::uint64_t)>& cachedIndex);
     void loadMediaLibrary(const std::string& database, const std::string& mediaRoot);
     void readIdentityProperties();
     void detectModelType();

@@ -9,10 +9,12 @@
 
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/foundation/Exception.h"
+#include "ZQCore/foundation/IDIndex.h"
 #include "ZQCore/model/Podcasts.h"
 #include "ZQCore/model/SmartPlaylist.h"
 #include "ZQCore/model/SmartPlaylistRule.h"
 #include "ZQCore/reader/RecordLayouts.h"
+#include "ZQCore/reader/TrackListBuilder.h"
 #include "ZQCore/reader/WalkLimits.h"
 #include "ZQCore/reader/XRDataReader.h"
 
@@ -26,7 +28,6 @@ using namespace layout;
 namespace {
 
 constexpr std::uint32_t kTitleType = 1;
-constexpr std::uint32_t kLocationType = 2;
 constexpr std::uint32_t kSmartPrefsType = 50;
 constexpr std::uint32_t kSmartRulesType = 51;
 
@@ -59,6 +60,26 @@ TextRead readObjectText(XRDataReader& reader, std::string& out)
     const std::uint32_t length = le32(header, MHODString::length - MHODHeader::size);
     return reader.readStringInto(out, static_cast<std::int32_t>(length), StringEncoding::UTF16LE) ? TextRead::Text
                                                                                                  : TextRead::NotText;
+}
+
+/// As readObjectText, but the text's UTF-16LE bytes are handed out undecoded (valid until the
+/// next read); a text that reads as "" has none.
+TextRead readObjectBytes(XRDataReader& reader, std::span<const std::uint8_t>& out)
+{
+    out = {};
+    std::span<const std::uint8_t> header;
+    try {
+        header = reader.readRawBytes(MHODString::headerSize);
+    } catch (const Exception&) {
+        return TextRead::Unreadable;
+    }
+    const std::uint32_t length = le32(header, MHODString::length - MHODHeader::size);
+    try {
+        out = reader.readRawBytes(static_cast<std::int32_t>(length));
+    } catch (const Exception&) {
+        return TextRead::Text;
+    }
+    return out.size() % 2 == 0 ? TextRead::Text : TextRead::NotText;
 }
 
 Value::Dictionary readSmartPrefs(XRDataReader& reader)
@@ -140,11 +161,16 @@ void ZQCoreiPod::parseiTunesDBWithReader(XRDataReader& readerRef)
         } else if (type == MHSDHeader::playlistListGrouped) {
             // Built from the tracks already read: a playlist data set that comes before the
             // track list resolves nothing.
-            TrackIndexCache cache(tracks_.size());
+            // A later track of the same ID takes its place, as in the cache of the public walk.
+            IDIndex cache;
+            cache.reserve(tracks_.size());
             for (std::size_t i = 0; i < tracks_.size(); ++i)
-                cache.insert_or_assign(tracks_[i]->trackID(), static_cast<std::int32_t>(i));
+                cache.assign(tracks_[i]->trackID(), static_cast<std::uint32_t>(static_cast<std::int32_t>(i)));
             reader->setPosition(p + le32(setHeader, ChunkStart::headerLength));
-            playlists_ = parsePlaylistListWithReader(*reader, tracks_, cache);
+            playlists_ = parsePlaylistList(*reader, tracks_, [&](std::uint64_t trackID) {
+                const std::uint32_t index = cache.find(trackID);
+                return index == IDIndex::kNone ? 0 : index;
+            });
         }
         reader->setPosition(p + le32(setHeader, ChunkStart::totalLength));
     }
@@ -152,52 +178,50 @@ void ZQCoreiPod::parseiTunesDBWithReader(XRDataReader& readerRef)
 
 ZQCoreiPod::Tracks ZQCoreiPod::parseTrackList(XRDataReader& reader)
 {
-    const auto self = shared_from_this();
-    LocalDateConverter dates;
-    Tracks tracks;
-
     const std::uint32_t start = reader.position();
     const auto list = reader.readBlock<ListHeader::size>();
     const std::uint32_t count = le32(list, ChunkStart::childCount);
     reader.setPosition(start + le32(list, ChunkStart::headerLength));
     // The count is the file's claim; reserve only what the remaining bytes could hold.
-    tracks.reserve(std::min<std::uint64_t>(count, static_cast<std::uint64_t>(reader.length()) / MHITHeader::size + 1));
+    TrackListBuilder builder(shared_from_this(), iPodBasePath_,
+                             std::min<std::uint64_t>(count, static_cast<std::uint64_t>(reader.length()) / MHITHeader::size + 1));
 
-    iPodTrack::MHITStrings strings;
-    std::string text;
+    std::span<const std::uint8_t> text;
     for (std::uint32_t i = 0; i < count; ++i) {
         const std::uint32_t p = reader.position();
         const auto header = reader.readBlock<MHITHeader::size>();
         const std::uint32_t objects = le32(header, MHITHeader::dataObjectCount);
         reader.setPosition(p + le32(header, ChunkStart::headerLength));
-        strings.clear();
+        builder.beginTrack(header);
 
         for (std::uint32_t j = 0; j < objects; ++j) {
             const std::uint32_t q = reader.position();
             const auto object = reader.readBlock<MHODHeader::size>();
             const std::uint32_t type = le32(object, MHODHeader::type);
-            if (!isSkippedObjectType(type) && reachesTrackField(type)) {
-                // Text that is not UTF-16 (an odd byte count) is left out rather than stored:
-                // the field keeps what an earlier object of the type gave, or stays absent.
-                if (readObjectText(reader, text) != TextRead::NotText) {
-                    if (type == kLocationType) {
-                        // ":iPod_Control:Music:F00:X.mp3" on the volume mounted at the base path.
-                        std::replace(text.begin(), text.end(), ':', '/');
-                        text.insert(0, iPodBasePath_);
-                    }
-                    std::swap(strings.slot(type), text);
-                }
-            }
+            // Text that is not UTF-16 (an odd byte count) is left out rather than stored: the
+            // field keeps what an earlier object of the type gave, or stays absent.
+            if (!isSkippedObjectType(type) && reachesTrackField(type) &&
+                readObjectBytes(reader, text) != TextRead::NotText)
+                builder.addText(type, text);
             reader.setPosition(q + le32(object, ChunkStart::totalLength));
         }
-        tracks.push_back(iPodTrack::initWithMHIT(header, strings, self, dates));
+        builder.endTrack();
         reader.setPosition(p + le32(header, ChunkStart::totalLength));
     }
-    return tracks;
+    return builder.finish();
 }
 
 ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistListWithReader(XRDataReader& reader, const Tracks& tracks,
                                                               const TrackIndexCache& cache)
+{
+    return parsePlaylistList(reader, tracks, [&](std::uint64_t trackID) {
+        auto cached = cache.find(trackID);
+        return cached == cache.end() ? 0 : static_cast<std::uint32_t>(cached->second);
+    });
+}
+
+ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistList(XRDataReader& reader, const Tracks& tracks,
+                                                    const std::function<std::uint32_t(std::uint64_t)>& cachedIndex)
 {
     // The cache is a fast path, always checked against the track's own ID. A miss falls back to
     // the first of the library's tracks with that ID; that search is answered from an index
@@ -205,8 +229,7 @@ ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistListWithReader(XRDataReader& read
     std::unordered_map<std::uint32_t, const std::shared_ptr<iPodTrack>*> firstByID;
     bool firstByIDBuilt = false;
     auto resolve = [&](std::uint32_t trackID) -> const std::shared_ptr<iPodTrack>* {
-        auto cached = cache.find(trackID);
-        const std::uint32_t index = cached == cache.end() ? 0 : static_cast<std::uint32_t>(cached->second);
+        const std::uint32_t index = cachedIndex(trackID);
         if (index < tracks.size() && tracks[index] && tracks[index]->trackID() == trackID)
             return &tracks[index];
         if (!firstByIDBuilt) {

@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -390,9 +391,7 @@ void writeManual(std::ostream& out)
     zqpod::writeManPage(out, pages, ZQPOD_VERSION);
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int runCommandLine(int argc, char** argv)
 {
     std::vector<std::string> args(argv + 1, argv + argc);
     if (args.empty()) {
@@ -445,4 +444,22 @@ int main(int argc, char** argv)
     std::cerr << "zqpod: unknown command '" << args[0] << "'\n\n";
     printUsage(std::cerr);
     return kExitUsage;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const int status = runCommandLine(argc, argv);
+    std::cout.flush();
+    std::cerr.flush();
+    std::fflush(nullptr);
+#if defined(__SANITIZE_ADDRESS__)
+    return status;  // the leak check runs at exit and must see the whole teardown
+#else
+    // Everything the command wrote is out and every temporary file is gone by now. Taking the
+    // device's library apart object by object would only hand memory back to a process that is
+    // ending: a tenth of the time of `zqpod library` on a large library.
+    std::_Exit(status);
+#endif
 }

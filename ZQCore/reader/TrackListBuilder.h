@@ -1,0 +1,88 @@
+#pragma once
+
+// Making the tracks of a track list from its raw records, beside the walk that reads them.
+
+#include "ZQCore/device/ZQCoreiPod.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace zq {
+
+/// Takes the walk's raw track records (the header block and the UTF-16 bytes of each text
+/// object, in the order they come) and makes the tracks from them.
+///
+/// Reading a large database and making its tracks cost about the same, so for a long list the
+/// tracks are made on a thread of their own while the walk reads on; the walk hands over the
+/// records in batches, copied, because its spans last only until its next read. For a short
+/// list a thread would cost more than it saves, and each batch is made where it is handed over.
+/// Either way the tracks come out in the order of their records and equal to each other: the
+/// walk alone decides what is read, what fails and where it stops.
+class TrackListBuilder {
+public:
+    /// `expectedTracks` is the list's own count (the thread starts when it reaches
+    /// minimumTracksForThread and the machine has a second processor).
+    TrackListBuilder(std::shared_ptr<ZQCoreiPod> parent, std::string basePath, std::size_t expectedTracks);
+    /// Stops and waits for the thread on every way out, a walk that throws included.
+    ~TrackListBuilder();
+    TrackListBuilder(const TrackListBuilder&) = delete;
+    TrackListBuilder& operator=(const TrackListBuilder&) = delete;
+
+    /// Starts the next record with its header block.
+    void beginTrack(std::span<const std::uint8_t> header);
+    /// A text object of `type` (one that reaches a track field) whose UTF-16LE bytes (an even
+    /// count) are `bytes`; no bytes for a string that could not be read, which makes "".
+    void addText(std::uint32_t type, std::span<const std::uint8_t> bytes);
+    /// Ends the record: its track is made.
+    void endTrack();
+    /// Waits for every track and hands them over, in record order.
+    ZQCoreiPod::Tracks finish();
+
+    /// Lists shorter than this are made without a thread; tests lower it to use the thread.
+    static std::size_t minimumTracksForThread;
+
+private:
+    struct Batch {
+        std::vector<std::uint8_t> bytes;
+        struct Entry {
+            std::uint32_t type; // kHeader, kEnd or a text object's type
+            std::uint32_t offset;
+            std::uint32_t length;
+        };
+        std::vector<Entry> entries;
+    };
+    static constexpr std::uint32_t kHeader = 0;
+    static constexpr std::uint32_t kEnd = UINT32_MAX;
+
+    std::uint32_t append(std::span<const std::uint8_t> bytes);
+    void handOver();
+    void make(const Batch& batch);
+    void run();
+
+    std::shared_ptr<ZQCoreiPod> parent_;
+    std::string basePath_;
+    LocalDateConverter dates_;
+    iPodTrack::MHITStrings strings_;
+    std::string text_;
+    std::size_t header_ = 0;
+    ZQCoreiPod::Tracks tracks_;
+
+    Batch filling_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<Batch> queue_;
+    std::vector<Batch> spare_;
+    bool closed_ = false;
+    std::exception_ptr failure_;
+    std::thread thread_;
+};
+
+} // namespace zq
