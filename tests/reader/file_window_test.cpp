@@ -3,6 +3,7 @@
 // these tests parse the same databases both ways and compare the libraries, with windows small
 // enough that nearly every read moves the window (and steps back into bytes it has dropped).
 
+#include "ZQCore/reader/TrackListBuilder.h"
 #include "ZQCore/reader/XRDataReader.h"
 #include "tests/support/TestLibrary.h"
 
@@ -32,6 +33,13 @@ std::string summary(const zq::ZQCoreiPod& library)
         out << playlist->description() << testing::PrintToString(idsOf(playlist->tracks())) << '\n';
     return out.str();
 }
+
+/// Long track lists are made on a second thread; for as long as this lives, every list is.
+struct TracksMadeOnAThread {
+    std::size_t saved = zq::TrackListBuilder::minimumTracksForThread;
+    TracksMadeOnAThread() { zq::TrackListBuilder::minimumTracksForThread = 1; }
+    ~TracksMadeOnAThread() { zq::TrackListBuilder::minimumTracksForThread = saved; }
+};
 
 std::string parsedInMemory(const zq::Data& data)
 {
@@ -63,6 +71,10 @@ TEST(ReaderFileWindow, WalkSeesTheSameLibraryAsInMemoryForEveryWindowSize)
     for (std::size_t window : {std::size_t{1}, std::size_t{7}, std::size_t{64}, std::size_t{4096},
                                zq::XRDataReader::kDefaultWindowSize})
         EXPECT_EQ(parsedThroughWindow(dir.file("iTunesDB"), window), expected) << "window " << window;
+    // The same tracks, in the same order, when a second thread makes them.
+    TracksMadeOnAThread threaded;
+    EXPECT_EQ(parsedInMemory(data), expected);
+    EXPECT_EQ(parsedThroughWindow(dir.file("iTunesDB"), 64), expected);
 }
 
 TEST(ReaderFileWindow, FileThatShrinksUnderTheWalkFailsLikeATruncatedOne)
@@ -75,6 +87,11 @@ TEST(ReaderFileWindow, FileThatShrinksUnderTheWalkFailsLikeATruncatedOne)
     std::filesystem::resize_file(dir.file("iTunesDB"), data.size() / 3);
 
     expectThrown([&] { std::make_shared<DetachedLibrary>()->parseiTunesDBWithReader(*reader); });
+    // A walk that fails while a second thread makes its tracks fails the same way.
+    TracksMadeOnAThread threaded;
+    auto again = zq::XRDataReader::dataReaderWithFile(dir.file("iTunesDB"), true, 256);
+    ASSERT_NE(again, nullptr);
+    expectThrown([&] { std::make_shared<DetachedLibrary>()->parseiTunesDBWithReader(*again); });
 }
 
 } // namespace
