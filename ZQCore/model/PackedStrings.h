@@ -40,28 +40,15 @@ public:
     /// Replaces every string at once with copies of the characters viewed.
     void assign(const std::array<std::optional<std::string_view>, N>& strings)
     {
-        std::size_t total = 0;
-        std::uint32_t presence = 0;
-        for (std::size_t i = 0; i < N; ++i) {
-            if (strings[i]) {
-                total += strings[i]->size();
-                presence |= 1u << i;
-            }
-        }
-        if (!presence) {
-            block_.reset();
-            return;
-        }
-        block_.reset(new char[kHeader + total]);
-        std::uint32_t end = 0;
-        for (std::size_t i = 0; i < N; ++i) {
-            if (strings[i]) {
-                std::memcpy(characters() + end, strings[i]->data(), strings[i]->size());
-                end += static_cast<std::uint32_t>(strings[i]->size());
-            }
-            std::memcpy(block_.get() + i * 4, &end, 4);
-        }
-        std::memcpy(block_.get() + N * 4, &presence, 4);
+        assign(strings, [](std::size_t size) { return new char[size]; }, false);
+    }
+
+    /// The same, in a block from `allocate(size)` that belongs to whoever supplied it: these
+    /// strings never free it.
+    template <class Allocate>
+    void assignBorrowed(const std::array<std::optional<std::string_view>, N>& strings, Allocate&& allocate)
+    {
+        assign(strings, allocate, true);
     }
 
     void set(std::size_t index, const std::optional<std::string>& value)
@@ -81,6 +68,47 @@ public:
 
 private:
     static constexpr std::size_t kHeader = (N + 1) * 4;
+    // The presence mask has a bit per string; its top bit marks a borrowed block.
+    static constexpr std::uint32_t kBorrowed = 0x80000000u;
+
+    struct BlockDeleter {
+        void operator()(char* block) const
+        {
+            std::uint32_t mask;
+            std::memcpy(&mask, block + N * 4, 4);
+            if (!(mask & kBorrowed))
+                delete[] block;
+        }
+    };
+
+    template <class Allocate>
+    void assign(const std::array<std::optional<std::string_view>, N>& strings, Allocate&& allocate, bool borrowed)
+    {
+        std::size_t total = 0;
+        std::uint32_t presence = 0;
+        for (std::size_t i = 0; i < N; ++i) {
+            if (strings[i]) {
+                total += strings[i]->size();
+                presence |= 1u << i;
+            }
+        }
+        if (!presence) {
+            block_.reset();
+            return;
+        }
+        block_.reset(allocate(kHeader + total));
+        std::uint32_t end = 0;
+        for (std::size_t i = 0; i < N; ++i) {
+            if (strings[i]) {
+                std::memcpy(characters() + end, strings[i]->data(), strings[i]->size());
+                end += static_cast<std::uint32_t>(strings[i]->size());
+            }
+            std::memcpy(block_.get() + i * 4, &end, 4);
+        }
+        const std::uint32_t mask = presence | (borrowed ? kBorrowed : 0);
+        std::memcpy(block_.get() + N * 4, &mask, 4);
+    }
+
     std::uint32_t offset(std::size_t index) const
     {
         std::uint32_t value;
@@ -90,7 +118,7 @@ private:
     std::uint32_t mask() const { return offset(N); }
     char* characters() const { return block_.get() + kHeader; }
 
-    std::unique_ptr<char[]> block_;
+    std::unique_ptr<char[], BlockDeleter> block_;
 };
 
 } // namespace zq

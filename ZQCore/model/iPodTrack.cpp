@@ -6,6 +6,7 @@
 #include "ZQCore/foundation/Description.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/File.h"
+#include "ZQCore/model/TrackArena.h"
 
 #include <sys/stat.h>
 
@@ -16,9 +17,19 @@ namespace zq {
 
 std::shared_ptr<iPodTrack> iPodTrack::make(const std::shared_ptr<ZQCoreiPod>& parent)
 {
-    auto track = std::make_shared<iPodTrack>(Key());
+    const auto& arena = TrackArena::current();
+    auto track = arena ? std::allocate_shared<iPodTrack>(TrackArenaAllocator<iPodTrack>(arena), Key())
+                       : std::make_shared<iPodTrack>(Key());
     track->parent_ = parent;
     return track;
+}
+
+void iPodTrack::assignStrings(const std::array<std::optional<std::string_view>, StringFieldCount>& strings)
+{
+    if (const auto& arena = TrackArena::current())
+        strings_.assignBorrowed(strings, [&](std::size_t size) { return static_cast<char*>(arena->allocate(size, 4)); });
+    else
+        strings_.assign(strings);
 }
 
 std::shared_ptr<iPodTrack> iPodTrack::initWithParent(const std::shared_ptr<ZQCoreiPod>& parent) { return make(parent); }

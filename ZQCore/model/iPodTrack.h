@@ -178,7 +178,10 @@ private:
     struct Key {
         explicit Key() = default;
     };
+    /// A new track, in the arena of this thread's load when there is one.
     static std::shared_ptr<iPodTrack> make(const std::shared_ptr<ZQCoreiPod>& parent);
+    /// Sets every text field at once (in the arena of this thread's load when there is one).
+    void assignStrings(const std::array<std::optional<std::string_view>, StringFieldCount>& strings);
     std::optional<std::string> text(StringField field) const
     {
         auto view = strings_.get(field);

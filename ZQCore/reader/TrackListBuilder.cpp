@@ -1,6 +1,7 @@
 #include "ZQCore/reader/TrackListBuilder.h"
 
 #include "ZQCore/foundation/UTF16.h"
+#include "ZQCore/model/TrackArena.h"
 #include "ZQCore/reader/RecordLayouts.h"
 
 #include <algorithm>
@@ -24,6 +25,9 @@ TrackListBuilder::TrackListBuilder(std::shared_ptr<ZQCoreiPod> parent, std::stri
     : parent_(std::move(parent)), basePath_(std::move(basePath))
 {
     tracks_.reserve(expectedTracks);
+    // Small lists keep the general allocator: an arena's first chunk would outweigh them.
+    if (expectedTracks >= minimumTracksForThread)
+        arena_ = std::make_shared<TrackArena>();
     if (expectedTracks >= minimumTracksForThread && std::thread::hardware_concurrency() > 1)
         thread_ = std::thread([this] { run(); });
 }
@@ -137,6 +141,7 @@ void TrackListBuilder::run()
 
 void TrackListBuilder::make(const Batch& batch)
 {
+    const TrackArena::Use use(arena_);
     const std::uint8_t* bytes = batch.bytes.data();
     for (const Batch::Entry& entry : batch.entries) {
         if (entry.type == kHeader) {

@@ -17,6 +17,8 @@
 
 namespace zq {
 
+class TrackArena;
+
 /// Takes the walk's raw track records (the header block and the UTF-16 bytes of each text
 /// object, in the order they come) and makes the tracks from them.
 ///
@@ -69,6 +71,7 @@ private:
 
     std::shared_ptr<ZQCoreiPod> parent_;
     std::string basePath_;
+    std::shared_ptr<TrackArena> arena_;
     LocalDateConverter dates_;
     iPodTrack::MHITStrings strings_;
     std::string text_;

@@ -64,11 +64,11 @@ std::shared_ptr<iPodTrack> iPodTrack::initWithMHIT(std::span<const std::uint8_t>
         {1, Title}, {2, FilePath}, {3, Album}, {4, Artist}, {5, Genre}, {6, FileType}, {7, EQSettingText},
         {8, Comment}, {9, PodcastCategory}, {12, Composer}, {13, Grouping}, {14, TrackDescription}, {22, AlbumArtist},
     };
-    std::array<const std::string*, StringFieldCount> fields{};
+    std::array<std::optional<std::string_view>, StringFieldCount> fields{};
     for (const auto& target : kTargets)
         if (strings.has(target.type))
-            fields[target.field] = &strings.text[target.type];
-    t.strings_.assign(fields);
+            fields[target.field] = strings.text[target.type];
+    t.assignStrings(fields);
     return track;
 }
 
