@@ -3,6 +3,10 @@
 #include <bit>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace zq {
 
 namespace {
@@ -32,25 +36,28 @@ constexpr char32_t kReplacement = 0xFFFD;
 
 } // namespace
 
-bool decodeUTF16Into(std::string& out, const std::uint8_t* bytes, std::size_t length, bool littleEndian)
+std::size_t decodeUTF16To(char* out, const std::uint8_t* bytes, std::size_t length, bool littleEndian)
 {
-    out.clear();
-    if (length % 2 != 0)
-        return false;
     const std::size_t units = length / 2;
     const int lo = littleEndian ? 0 : 1;
     const int hi = 1 - lo;
-    // No unit needs more than three bytes of UTF-8 (a surrogate pair is two units for four
-    // bytes), so the text is written straight into a buffer of that size and cut to length;
-    // growing the string a byte at a time costs more than the decoding itself.
-    out.resize(units * 3);
-    char* const begin = out.data();
-    char* p = begin;
+    char* p = out;
 
     std::size_t i = 0;
-    // Most library text is ASCII: copy it without the general decoder, four units (one 64-bit
-    // word) at a time while the text and the machine are both little-endian, then unit by unit.
+    // Most library text is ASCII: copy it without the general decoder, eight units at a time
+    // while the text and the machine are both little-endian, then unit by unit.
     if (littleEndian && std::endian::native == std::endian::little) {
+#if defined(__SSE2__)
+        const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
+        while (i + 8 <= units) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + 2 * i));
+            if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, high), _mm_setzero_si128())) != 0xFFFF)
+                break;
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packus_epi16(v, v));
+            p += 8;
+            i += 8;
+        }
+#endif
         while (i + 4 <= units) {
             std::uint64_t word;
             std::memcpy(&word, bytes + 2 * i, sizeof word);
@@ -64,13 +71,11 @@ bool decodeUTF16Into(std::string& out, const std::uint8_t* bytes, std::size_t le
             i += 4;
         }
     }
-    while (i < units && bytes[2 * i + hi] == 0 && bytes[2 * i + lo] < 0x80) {
-        *p++ = static_cast<char>(bytes[2 * i + lo]);
-        ++i;
-    }
     for (; i < units; ++i) {
         char32_t unit = static_cast<char32_t>(bytes[2 * i + lo] | (bytes[2 * i + hi] << 8));
-        if (unit >= 0xD800 && unit <= 0xDBFF) {
+        if (unit < 0x80) {
+            *p++ = static_cast<char>(unit);
+        } else if (unit >= 0xD800 && unit <= 0xDBFF) {
             if (i + 1 < units) {
                 char32_t next = static_cast<char32_t>(bytes[2 * i + 2 + lo] | (bytes[2 * i + 2 + hi] << 8));
                 if (next >= 0xDC00 && next <= 0xDFFF) {
@@ -86,7 +91,19 @@ bool decodeUTF16Into(std::string& out, const std::uint8_t* bytes, std::size_t le
             p = putUTF8(p, unit);
         }
     }
-    out.resize(static_cast<std::size_t>(p - begin));
+    return static_cast<std::size_t>(p - out);
+}
+
+bool decodeUTF16Into(std::string& out, const std::uint8_t* bytes, std::size_t length, bool littleEndian)
+{
+    out.clear();
+    if (length % 2 != 0)
+        return false;
+    // No unit needs more than three bytes of UTF-8 (a surrogate pair is two units for four
+    // bytes), so the text is written straight into a buffer of that size and cut to length;
+    // growing the string a byte at a time costs more than the decoding itself.
+    out.resize(length / 2 * 3);
+    out.resize(decodeUTF16To(out.data(), bytes, length, littleEndian));
     return true;
 }
 

@@ -20,6 +20,9 @@ std::optional<std::string> decodeUTF16(const std::uint8_t* bytes, std::size_t le
 /// reuse one buffer. Returns false (and leaves `out` empty) for an odd byte count.
 bool decodeUTF16Into(std::string& out, const std::uint8_t* bytes, std::size_t length, bool littleEndian);
 
+/// The same for an even `length`, written at `out`, which has room for 3 * length / 2 bytes
+/// (the most UTF-8 that many units can need); returns the bytes written.
+std::size_t decodeUTF16To(char* out, const std::uint8_t* bytes, std::size_t length, bool littleEndian);
 /// Encodes UTF-8 as UTF-16 (invalid UTF-8 sequences become U+FFFD). For writers of test images.
 std::string encodeUTF16(const std::string& utf8, bool littleEndian);
 

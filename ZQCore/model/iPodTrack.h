@@ -48,6 +48,12 @@ public:
     struct MHITStrings;
     static std::shared_ptr<iPodTrack> initWithMHIT(std::span<const std::uint8_t> header, const MHITStrings& strings,
                                                    const std::shared_ptr<ZQCoreiPod>& parent, LocalDateConverter& dates);
+    /// The same with the texts in place: `texts[type]` is the text of that object type, if
+    /// any (types below MHITStrings::kTypeLimit).
+    static std::shared_ptr<iPodTrack> initWithMHITTexts(std::span<const std::uint8_t> header,
+                                                        std::span<const std::optional<std::string_view>> texts,
+                                                        const std::shared_ptr<ZQCoreiPod>& parent,
+                                                        LocalDateConverter& dates);
 
     /// The track of the row `row` of the SQLite library's item table, with its sub-rows from
     /// the library, locations and dynamics connections (`extrasDatabase` is passed along and

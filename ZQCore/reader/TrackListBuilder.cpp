@@ -5,6 +5,7 @@
 #include "ZQCore/reader/RecordLayouts.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace zq {
 
@@ -45,27 +46,50 @@ TrackListBuilder::~TrackListBuilder()
     thread_.join();
 }
 
-std::uint32_t TrackListBuilder::append(std::span<const std::uint8_t> bytes)
+char* TrackListBuilder::Bytes::reserve(std::size_t count)
 {
-    const auto offset = static_cast<std::uint32_t>(filling_.bytes.size());
-    filling_.bytes.insert(filling_.bytes.end(), bytes.begin(), bytes.end());
-    return offset;
+    if (capacity - size < count) {
+        const std::size_t grown = std::max(capacity * 2, size + count + kBatchBytes / 4);
+        std::unique_ptr<char[]> larger(new char[grown]);
+        if (size)
+            std::memcpy(larger.get(), data.get(), size);
+        data = std::move(larger);
+        capacity = grown;
+    }
+    return data.get() + size;
 }
 
 void TrackListBuilder::beginTrack(std::span<const std::uint8_t> header)
 {
-    filling_.entries.push_back({kHeader, append(header), static_cast<std::uint32_t>(header.size())});
+    char* at = filling_.bytes.reserve(header.size());
+    std::memcpy(at, header.data(), header.size());
+    filling_.entries.push_back({kHeader, filling_.bytes.size, 0});
+    filling_.bytes.size += header.size();
 }
 
 void TrackListBuilder::addText(std::uint32_t type, std::span<const std::uint8_t> bytes)
 {
-    filling_.entries.push_back({type, append(bytes), static_cast<std::uint32_t>(bytes.size())});
+    const bool location = type == kLocationType;
+    char* const at = filling_.bytes.reserve((location ? basePath_.size() : 0) + bytes.size() / 2 * 3);
+    char* p = at;
+    if (location) {
+        // ":iPod_Control:Music:F00:X.mp3" on the volume mounted at the base path.
+        std::memcpy(p, basePath_.data(), basePath_.size());
+        p += basePath_.size();
+    }
+    const std::size_t decoded = bytes.empty() ? 0 : decodeUTF16To(p, bytes.data(), bytes.size(), true);
+    if (location)
+        std::replace(p, p + decoded, ':', '/');
+    p += decoded;
+    const auto length = static_cast<std::size_t>(p - at);
+    filling_.entries.push_back({type, filling_.bytes.size, length});
+    filling_.bytes.size += length;
 }
 
 void TrackListBuilder::endTrack()
 {
     filling_.entries.push_back({kEnd, 0, 0});
-    if (filling_.bytes.size() >= kBatchBytes)
+    if (filling_.bytes.size >= kBatchBytes)
         handOver();
 }
 
@@ -75,7 +99,7 @@ void TrackListBuilder::handOver()
         return;
     if (!thread_.joinable()) {
         make(filling_);
-        filling_.bytes.clear();
+        filling_.bytes.size = 0;
         filling_.entries.clear();
         return;
     }
@@ -92,7 +116,7 @@ void TrackListBuilder::handOver()
         }
     }
     changed_.notify_all();
-    next.bytes.clear();
+    next.bytes.size = 0;
     next.entries.clear();
     filling_ = std::move(next);
 }
@@ -142,22 +166,17 @@ void TrackListBuilder::run()
 void TrackListBuilder::make(const Batch& batch)
 {
     const TrackArena::Use use(arena_);
-    const std::uint8_t* bytes = batch.bytes.data();
+    const char* bytes = batch.bytes.data.get();
     for (const Batch::Entry& entry : batch.entries) {
         if (entry.type == kHeader) {
             header_ = entry.offset;
-            strings_.clear();
+            texts_.fill(std::nullopt);
         } else if (entry.type == kEnd) {
-            tracks_.push_back(iPodTrack::initWithMHIT(std::span(bytes + header_, layout::MHITHeader::size), strings_,
-                                                      parent_, dates_));
+            const auto* header = reinterpret_cast<const std::uint8_t*>(bytes + header_);
+            tracks_.push_back(iPodTrack::initWithMHITTexts(std::span(header, layout::MHITHeader::size), texts_,
+                                                           parent_, dates_));
         } else {
-            decodeUTF16Into(text_, bytes + entry.offset, entry.length, true);
-            if (entry.type == kLocationType) {
-                // ":iPod_Control:Music:F00:X.mp3" on the volume mounted at the base path.
-                std::replace(text_.begin(), text_.end(), ':', '/');
-                text_.insert(0, basePath_);
-            }
-            std::swap(strings_.slot(entry.type), text_);
+            texts_[entry.type] = std::string_view(bytes + entry.offset, entry.length);
         }
     }
 }

@@ -6,12 +6,15 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <array>
 #include <deque>
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -19,15 +22,15 @@ namespace zq {
 
 class TrackArena;
 
-/// Takes the walk's raw track records (the header block and the UTF-16 bytes of each text
-/// object, in the order they come) and makes the tracks from them.
+/// Takes the walk's track records (the header block and the text objects, in the order they
+/// come) and makes the tracks from them.
 ///
 /// Reading a large database and making its tracks cost about the same, so for a long list the
-/// tracks are made on a thread of their own while the walk reads on; the walk hands over the
-/// records in batches, copied, because its spans last only until its next read. For a short
-/// list a thread would cost more than it saves, and each batch is made where it is handed over.
-/// Either way the tracks come out in the order of their records and equal to each other: the
-/// walk alone decides what is read, what fails and where it stops.
+/// tracks are made on a thread of their own while the walk reads on. The walk decodes each text
+/// as it reads it (its spans last only until its next read) into a batch, and hands over whole
+/// batches. For a short list a thread would cost more than it saves, and each batch is made
+/// where it is handed over. Either way the tracks come out in the order of their records and
+/// equal to each other: the walk alone decides what is read, what fails and where it stops.
 class TrackListBuilder {
 public:
     /// `expectedTracks` is the list's own count (the thread starts when it reaches
@@ -41,7 +44,8 @@ public:
     /// Starts the next record with its header block.
     void beginTrack(std::span<const std::uint8_t> header);
     /// A text object of `type` (one that reaches a track field) whose UTF-16LE bytes (an even
-    /// count) are `bytes`; no bytes for a string that could not be read, which makes "".
+    /// count) are `bytes`; no bytes for a string that could not be read, which makes "". A
+    /// later text of the same type in the record replaces it.
     void addText(std::uint32_t type, std::span<const std::uint8_t> bytes);
     /// Ends the record: its track is made.
     void endTrack();
@@ -52,19 +56,26 @@ public:
     static std::size_t minimumTracksForThread;
 
 private:
+    /// Bytes that grow without being zeroed first (they are always written before use).
+    struct Bytes {
+        std::unique_ptr<char[]> data;
+        std::size_t size = 0;
+        std::size_t capacity = 0;
+        /// Room for `count` more bytes at data.get() + size.
+        char* reserve(std::size_t count);
+    };
     struct Batch {
-        std::vector<std::uint8_t> bytes;
+        Bytes bytes;
         struct Entry {
             std::uint32_t type; // kHeader, kEnd or a text object's type
-            std::uint32_t offset;
-            std::uint32_t length;
+            std::size_t offset;
+            std::size_t length;
         };
         std::vector<Entry> entries;
     };
     static constexpr std::uint32_t kHeader = 0;
     static constexpr std::uint32_t kEnd = UINT32_MAX;
 
-    std::uint32_t append(std::span<const std::uint8_t> bytes);
     void handOver();
     void make(const Batch& batch);
     void run();
@@ -73,8 +84,7 @@ private:
     std::string basePath_;
     std::shared_ptr<TrackArena> arena_;
     LocalDateConverter dates_;
-    iPodTrack::MHITStrings strings_;
-    std::string text_;
+    std::array<std::optional<std::string_view>, iPodTrack::MHITStrings::kTypeLimit> texts_;
     std::size_t header_ = 0;
     ZQCoreiPod::Tracks tracks_;
 
