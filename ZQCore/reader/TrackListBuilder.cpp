@@ -17,6 +17,8 @@ constexpr std::uint32_t kLocationType = 2;
 constexpr std::size_t kBatchBytes = 256 * 1024;
 // Batches waiting for the builder: the walk stops there, so memory stays bounded.
 constexpr std::size_t kQueueLength = 4;
+// Entries of a full batch, about: a record is its header, its texts and its end.
+constexpr std::size_t kBatchEntries = 8192;
 
 } // namespace
 
@@ -26,6 +28,7 @@ TrackListBuilder::TrackListBuilder(std::shared_ptr<ZQCoreiPod> parent, std::stri
     : parent_(std::move(parent)), basePath_(std::move(basePath))
 {
     tracks_.reserve(expectedTracks);
+    filling_.entries.reserve(kBatchEntries);
     // Small lists keep the general allocator: an arena's first chunk would outweigh them.
     if (expectedTracks >= minimumTracksForThread)
         arena_ = std::make_shared<TrackArena>();
@@ -118,6 +121,7 @@ void TrackListBuilder::handOver()
     changed_.notify_all();
     next.bytes.size = 0;
     next.entries.clear();
+    next.entries.reserve(kBatchEntries);
     filling_ = std::move(next);
 }
 

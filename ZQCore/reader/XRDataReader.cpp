@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <vector>
 
@@ -198,6 +199,17 @@ std::span<const std::uint8_t> XRDataReader::readRawBytes(std::int32_t count)
     readLimit_ -= static_cast<std::uint64_t>(count);
     streamPosition_ += count;
     return {count ? start : nullptr, static_cast<std::size_t>(count)};
+}
+
+std::span<const std::uint8_t> XRDataReader::peekRawBytes(std::uint32_t count)
+{
+    const std::int64_t remaining = length_ - streamPosition_;
+    if (count == 0 || count > static_cast<std::uint32_t>(INT32_MAX) || static_cast<std::int64_t>(count) > remaining ||
+        count > readLimit_)
+        return {};
+    const std::uint8_t* start =
+        file_ ? file_->bytesAt(streamPosition_, count, length_) : data_.bytes() + position();
+    return start ? std::span<const std::uint8_t>(start, count) : std::span<const std::uint8_t>();
 }
 
 std::optional<Data> XRDataReader::readBytes(std::int32_t count)

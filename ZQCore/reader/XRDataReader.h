@@ -83,6 +83,15 @@ public:
     /// (it could only come from a corrupt length field).
     std::span<const std::uint8_t> readRawBytes(std::int32_t count);
 
+    /// The next `count` bytes in place, without moving the cursor or counting them against
+    /// the read limit; no bytes where readRawBytes would refuse them. Lets a walk look at a
+    /// whole record before it decides how to read it.
+    std::span<const std::uint8_t> peekRawBytes(std::uint32_t count);
+    /// What reads may still hand out (see setReadLimit).
+    std::uint64_t readLimit() const { return readLimit_; }
+    /// Counts `count` bytes against the read limit, as reading them would have (for bytes a
+    /// walk took through peekRawBytes; the caller has checked that the limit holds them).
+    void countAsRead(std::uint64_t count) { readLimit_ -= count; }
     /// A copy of the next `count` bytes; no value when the read is refused (the failure is
     /// swallowed, as callers of this form treat an unreadable block as absent).
     std::optional<Data> readBytes(std::int32_t count);

@@ -19,6 +19,7 @@
 #include "ZQCore/reader/XRDataReader.h"
 
 #include <algorithm>
+#include <climits>
 #include <unordered_map>
 
 namespace zq {
@@ -80,6 +81,70 @@ TextRead readObjectBytes(XRDataReader& reader, std::span<const std::uint8_t>& ou
         return TextRead::Text;
     }
     return out.size() % 2 == 0 ? TextRead::Text : TextRead::NotText;
+}
+
+/// One track record read in place, in one look at its bytes instead of a read per object: the
+/// records of a large library are nearly all alike and plain. Returns false, having read
+/// nothing, for a record that is not wholly in the file or strays from the plain layout (an
+/// object or text outside the record, an object shorter than its header, more than the read
+/// limit allows): the general walk then takes it, with its rules for damaged records. A record
+/// read here gives the builder, the cursor and the read limit exactly what that walk gives.
+bool readPlainTrackRecord(XRDataReader& reader, TrackListBuilder& builder)
+{
+    constexpr std::uint32_t kLargestPlainRecord = 1u << 16;
+    const std::uint32_t p = reader.position();
+    const auto head = reader.peekRawBytes(MHITHeader::size);
+    if (head.empty())
+        return false;
+    const std::uint64_t headerLength = le32(head, ChunkStart::headerLength);
+    const std::uint32_t total = le32(head, ChunkStart::totalLength);
+    const std::uint32_t objects = le32(head, MHITHeader::dataObjectCount);
+    if (total < MHITHeader::size || total > kLargestPlainRecord || headerLength > total)
+        return false;
+    const auto record = reader.peekRawBytes(total);
+    if (record.empty())
+        return false;
+
+    // Checked whole before anything is handed over.
+    std::uint64_t counted = MHITHeader::size;
+    std::uint64_t q = headerLength;
+    for (std::uint32_t j = 0; j < objects; ++j) {
+        if (q + MHODHeader::size > total)
+            return false;
+        const std::uint32_t type = le32(record, q + MHODHeader::type);
+        const std::uint32_t length = le32(record, q + ChunkStart::totalLength);
+        counted += MHODHeader::size;
+        if (!isSkippedObjectType(type) && reachesTrackField(type)) {
+            if (q + MHODString::text > total)
+                return false;
+            const std::uint64_t textLength = le32(record, q + MHODString::length);
+            if (textLength > static_cast<std::uint64_t>(INT32_MAX) || q + MHODString::text + textLength > total)
+                return false;
+            counted += MHODString::headerSize + textLength;
+        }
+        if (length < MHODHeader::size)
+            return false;
+        q += length;
+    }
+    if (counted > reader.readLimit())
+        return false;
+
+    builder.beginTrack(record.first(MHITHeader::size));
+    q = headerLength;
+    for (std::uint32_t j = 0; j < objects; ++j) {
+        const std::uint32_t type = le32(record, q + MHODHeader::type);
+        if (!isSkippedObjectType(type) && reachesTrackField(type)) {
+            const std::uint32_t textLength = le32(record, q + MHODString::length);
+            // Text that is not UTF-16 (an odd byte count) is left out, as in the general walk.
+            if (textLength % 2 == 0)
+                builder.addText(type, record.subspan(q + MHODString::text, textLength));
+        }
+        q += le32(record, q + ChunkStart::totalLength);
+    }
+    builder.endTrack();
+    reader.countAsRead(counted);
+    reader.setPosition(p + total);
+    return true;
 }
 
 Value::Dictionary readSmartPrefs(XRDataReader& reader)
@@ -164,12 +229,26 @@ void ZQCoreiPod::parseiTunesDBWithReader(XRDataReader& readerRef)
             // A later track of the same ID takes its place, as in the cache of the public walk.
             IDIndex cache;
             cache.reserve(tracks_.size());
-            for (std::size_t i = 0; i < tracks_.size(); ++i)
-                cache.assign(tracks_[i]->trackID(), static_cast<std::uint32_t>(static_cast<std::int32_t>(i)));
+            bool repeatedIDs = false;
+            for (std::size_t i = 0; i < tracks_.size(); ++i) {
+                const auto index = static_cast<std::uint32_t>(static_cast<std::int32_t>(i));
+                if (!cache.insert(tracks_[i]->trackID(), index)) {
+                    cache.assign(tracks_[i]->trackID(), index);
+                    repeatedIDs = true;
+                }
+            }
+            // Playlists mostly list tracks in the track list's order: the track after the last
+            // one found is tried first. Only when no ID repeats, where it is the cache's answer.
+            std::uint32_t next = 0;
             reader->setPosition(p + le32(setHeader, ChunkStart::headerLength));
             playlists_ = parsePlaylistList(*reader, tracks_, [&](std::uint64_t trackID) {
-                const std::uint32_t index = cache.find(trackID);
-                return index == IDIndex::kNone ? 0 : index;
+                std::uint32_t index = next;
+                if (repeatedIDs || index >= tracks_.size() || tracks_[index]->trackID() != trackID)
+                    index = cache.find(trackID);
+                if (index == IDIndex::kNone)
+                    return std::uint32_t{0};
+                next = index + 1;
+                return index;
             });
         }
         reader->setPosition(p + le32(setHeader, ChunkStart::totalLength));
@@ -188,6 +267,8 @@ ZQCoreiPod::Tracks ZQCoreiPod::parseTrackList(XRDataReader& reader)
 
     std::span<const std::uint8_t> text;
     for (std::uint32_t i = 0; i < count; ++i) {
+        if (walkReadsPlainRecordsInPlace && readPlainTrackRecord(reader, builder))
+            continue;
         const std::uint32_t p = reader.position();
         const auto header = reader.readBlock<MHITHeader::size>();
         const std::uint32_t objects = le32(header, MHITHeader::dataObjectCount);

@@ -23,17 +23,6 @@ void writeFile(const std::string& path, const zq::Data& data)
     out.write(reinterpret_cast<const char*>(data.bytes()), static_cast<std::streamsize>(data.size()));
 }
 
-// Everything a walk decides, in one comparable text.
-std::string summary(const zq::ZQCoreiPod& library)
-{
-    std::ostringstream out;
-    for (const auto& track : library.allTracks())
-        out << trackFields(*track) << (track->dateAdded() ? track->dateAdded()->iso8601() : "-") << '\n';
-    for (const auto& playlist : library.allPlaylists())
-        out << playlist->description() << testing::PrintToString(idsOf(playlist->tracks())) << '\n';
-    return out.str();
-}
-
 /// Long track lists are made on a second thread; for as long as this lives, every list is.
 struct TracksMadeOnAThread {
     std::size_t saved = zq::TrackListBuilder::minimumTracksForThread;
@@ -45,7 +34,7 @@ std::string parsedInMemory(const zq::Data& data)
 {
     auto library = std::make_shared<DetachedLibrary>();
     library->parseiTunesDBWithData(data);
-    return summary(*library);
+    return librarySummary(*library);
 }
 
 std::string parsedThroughWindow(const std::string& path, std::size_t window)
@@ -54,7 +43,7 @@ std::string parsedThroughWindow(const std::string& path, std::size_t window)
     auto reader = zq::XRDataReader::dataReaderWithFile(path, true, window);
     EXPECT_NE(reader, nullptr);
     library->parseiTunesDBWithReader(*reader);
-    return summary(*library);
+    return librarySummary(*library);
 }
 
 TEST(ReaderFileWindow, WalkSeesTheSameLibraryAsInMemoryForEveryWindowSize)

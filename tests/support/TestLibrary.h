@@ -69,6 +69,18 @@ inline std::string trackFields(const zq::iPodTrack& t)
     return out.str();
 }
 
+/// Everything a walk decides, in one comparable text: every track's fields and date added,
+/// every playlist's description and members.
+inline std::string librarySummary(const zq::ZQCoreiPod& library)
+{
+    std::ostringstream out;
+    for (const auto& track : library.allTracks())
+        out << trackFields(*track) << (track->dateAdded() ? track->dateAdded()->iso8601() : "-") << '\n';
+    for (const auto& playlist : library.allPlaylists())
+        out << playlist->description() << testing::PrintToString(idsOf(playlist->tracks())) << '\n';
+    return out.str();
+}
+
 /// Runs `action` and expects the framework exception `name` (and `reason`, when given).
 inline void expectThrown(const std::function<void()>& action, const std::string& name = "XRDataReaderInvalidRead",
                          const std::optional<std::string>& reason = std::nullopt)
