@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <span>
 #include <vector>
 
 namespace zq {
@@ -206,8 +207,8 @@ std::optional<Data> AFCDevice::contentsOfFileAtPath(const std::string& path)
         return std::nullopt;
     std::vector<std::uint8_t> contents;
     contents.reserve(static_cast<std::size_t>(*size));
-    readFile(path, 0, UINT64_MAX, [&](const Data& chunk) {
-        contents.insert(contents.end(), chunk.bytes(), chunk.bytes() + chunk.size());
+    readFile(path, 0, UINT64_MAX, kChunkSize, [&](std::span<const std::uint8_t> piece) {
+        contents.insert(contents.end(), piece.begin(), piece.end());
         return 0;
     });
     return Data(std::move(contents));
@@ -221,8 +222,8 @@ std::optional<Data> AFCDevice::chunkOfFileAtPath(const std::string& path, Range 
     std::vector<std::uint8_t> contents;
     if (*size > range.location)
         contents.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(range.length, *size - range.location)));
-    readFile(path, range.location, range.length, [&](const Data& chunk) {
-        contents.insert(contents.end(), chunk.bytes(), chunk.bytes() + chunk.size());
+    readFile(path, range.location, range.length, kChunkSize, [&](std::span<const std::uint8_t> piece) {
+        contents.insert(contents.end(), piece.begin(), piece.end());
         return 0;
     });
     return Data(std::move(contents));
@@ -232,12 +233,14 @@ FileCopyResult AFCDevice::copyFileAtPath(const std::string& path, int destinatio
 {
     if (!regularFile(path))
         return {.error = ENOENT};
-    return readFile(path, 0, UINT64_MAX, [&](const Data& chunk) { return writeAll(destination, chunk.bytes(), chunk.size()); },
-                    progress);
+    return readFile(
+        path, 0, UINT64_MAX, kCopyPieceSize,
+        [&](std::span<const std::uint8_t> piece) { return writeAll(destination, piece.data(), piece.size()); }, progress);
 }
 
 FileCopyResult AFCDevice::readFile(const std::string& path, std::uint64_t location, std::uint64_t length,
-                                   const std::function<int(const Data&)>& take, const FileCopyProgress& progress)
+                                   std::uint32_t pieceSize, const std::function<int(std::span<const std::uint8_t>)>& take,
+                                   const FileCopyProgress& progress)
 {
     const std::uint64_t file = openForReading(path);
     // The file is closed on every way out, the thrown ones included.
@@ -252,16 +255,17 @@ FileCopyResult AFCDevice::readFile(const std::string& path, std::uint64_t locati
     std::uint64_t offset = location;
     // Each request asks for what the last one got: after a short read the requests stay at
     // that size. A failed read is an error, never the end of the file.
-    std::uint32_t count = static_cast<std::uint32_t>(std::min<std::uint64_t>(remaining, kChunkSize));
+    std::uint32_t count = static_cast<std::uint32_t>(std::min<std::uint64_t>(remaining, pieceSize));
+    // One buffer for every piece: requests never grow, so the first one sizes it.
+    std::vector<std::uint8_t> buffer(std::max<std::uint32_t>(count, 1));
     // Sizes on these devices are 32-bit: a device that never ends a file stops there.
     constexpr std::uint64_t kLargestFile = 0xFFFFFFFFULL;
     for (;;) {
-        const auto chunk = deviceInterface_->readFromFile(file, count, offset);
-        if (!chunk)
+        if (!deviceInterface_->readFromFile(file, buffer.data(), count, offset))
             raiseFailure(path, offset);
         if (count == 0)
             break;
-        if (const int error = take(*chunk)) {
+        if (const int error = take({buffer.data(), count})) {
             result.error = error;
             return result;
         }
