@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <span>
 #include <vector>
 
 namespace zq {
@@ -199,19 +198,89 @@ std::uint64_t AFCDevice::openForReading(const std::string& path)
     return file;
 }
 
+/// Where readFile puts what it reads: each piece goes straight into the room the sink gives,
+/// so that no piece is copied on its way.
+class AFCDevice::PieceSink {
+public:
+    virtual ~PieceSink() = default;
+    /// Room for the next piece, `count` bytes at most; it holds them until take().
+    virtual std::uint8_t* room(std::uint32_t count) = 0;
+    /// The room now holds a piece of `count` bytes: 0, or an errno that ends the read.
+    virtual int take(std::uint32_t count) = 0;
+};
+
+namespace {
+
+/// A whole file or a range of one, gathered in one buffer reserved for the size the device
+/// gave. Pieces go straight into it while they fit; one that does not (the device misstated
+/// the size, or the last request, which finds the end) goes into a piece of its own first, so
+/// that reaching the end never reallocates the whole file.
+class GrowingBuffer final : public AFCDevice::PieceSink {
+public:
+    explicit GrowingBuffer(std::size_t expected) { bytes_.reserve(expected); }
+    std::uint8_t* room(std::uint32_t count) override
+    {
+        spare_ = count == 0 || used_ + count > bytes_.capacity();
+        if (spare_) {
+            piece_.resize(std::max<std::uint32_t>(count, 1));
+            return piece_.data();
+        }
+        bytes_.resize(used_ + count);
+        return bytes_.data() + used_;
+    }
+    int take(std::uint32_t count) override
+    {
+        if (spare_) {
+            bytes_.resize(used_);
+            bytes_.insert(bytes_.end(), piece_.begin(), piece_.begin() + count);
+        }
+        used_ += count;
+        return 0;
+    }
+    Data data()
+    {
+        bytes_.resize(used_);
+        return Data(std::move(bytes_));
+    }
+
+private:
+    std::vector<std::uint8_t> bytes_;
+    std::size_t used_ = 0;
+    std::vector<std::uint8_t> piece_;
+    bool spare_ = false;  // the room given last is piece_
+};
+
+/// A copy into a descriptor: one buffer for every piece, so memory stays at one piece whatever
+/// the file's size. (Writing on a thread of its own while the next piece is read was tried: on
+/// two busy cores the device, the reader and the writer only took turns, and it came out slower.)
+class DescriptorWrites final : public AFCDevice::PieceSink {
+public:
+    explicit DescriptorWrites(int destination) : destination_(destination) {}
+    std::uint8_t* room(std::uint32_t count) override
+    {
+        // Requests never grow, so the first one sizes the buffer.
+        if (buffer_.empty())
+            buffer_.resize(std::max<std::uint32_t>(count, 1));
+        return buffer_.data();
+    }
+    int take(std::uint32_t count) override { return writeAll(destination_, buffer_.data(), count); }
+
+private:
+    int destination_;
+    std::vector<std::uint8_t> buffer_;
+};
+
+} // namespace
+
 std::optional<Data> AFCDevice::contentsOfFileAtPath(const std::string& path)
 {
     // The regular-file test, which also tells the size to reserve.
     const auto size = regularFile(path);
     if (!size)
         return std::nullopt;
-    std::vector<std::uint8_t> contents;
-    contents.reserve(static_cast<std::size_t>(*size));
-    readFile(path, 0, UINT64_MAX, kChunkSize, [&](std::span<const std::uint8_t> piece) {
-        contents.insert(contents.end(), piece.begin(), piece.end());
-        return 0;
-    });
-    return Data(std::move(contents));
+    GrowingBuffer contents(static_cast<std::size_t>(*size));
+    readFile(path, 0, UINT64_MAX, kChunkSize, contents);
+    return contents.data();
 }
 
 std::optional<Data> AFCDevice::chunkOfFileAtPath(const std::string& path, Range range)
@@ -219,28 +288,23 @@ std::optional<Data> AFCDevice::chunkOfFileAtPath(const std::string& path, Range 
     const auto size = regularFile(path);
     if (!size)
         return std::nullopt;
-    std::vector<std::uint8_t> contents;
-    if (*size > range.location)
-        contents.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(range.length, *size - range.location)));
-    readFile(path, range.location, range.length, kChunkSize, [&](std::span<const std::uint8_t> piece) {
-        contents.insert(contents.end(), piece.begin(), piece.end());
-        return 0;
-    });
-    return Data(std::move(contents));
+    GrowingBuffer contents(*size > range.location ? static_cast<std::size_t>(std::min<std::uint64_t>(
+                                                        range.length, *size - range.location))
+                                                  : 0);
+    readFile(path, range.location, range.length, kChunkSize, contents);
+    return contents.data();
 }
 
 FileCopyResult AFCDevice::copyFileAtPath(const std::string& path, int destination, const FileCopyProgress& progress)
 {
     if (!regularFile(path))
         return {.error = ENOENT};
-    return readFile(
-        path, 0, UINT64_MAX, kCopyPieceSize,
-        [&](std::span<const std::uint8_t> piece) { return writeAll(destination, piece.data(), piece.size()); }, progress);
+    DescriptorWrites writes(destination);
+    return readFile(path, 0, UINT64_MAX, kCopyPieceSize, writes, progress);
 }
 
 FileCopyResult AFCDevice::readFile(const std::string& path, std::uint64_t location, std::uint64_t length,
-                                   std::uint32_t pieceSize, const std::function<int(std::span<const std::uint8_t>)>& take,
-                                   const FileCopyProgress& progress)
+                                   std::uint32_t pieceSize, PieceSink& sink, const FileCopyProgress& progress)
 {
     const std::uint64_t file = openForReading(path);
     // The file is closed on every way out, the thrown ones included.
@@ -256,16 +320,14 @@ FileCopyResult AFCDevice::readFile(const std::string& path, std::uint64_t locati
     // Each request asks for what the last one got: after a short read the requests stay at
     // that size. A failed read is an error, never the end of the file.
     std::uint32_t count = static_cast<std::uint32_t>(std::min<std::uint64_t>(remaining, pieceSize));
-    // One buffer for every piece: requests never grow, so the first one sizes it.
-    std::vector<std::uint8_t> buffer(std::max<std::uint32_t>(count, 1));
     // Sizes on these devices are 32-bit: a device that never ends a file stops there.
     constexpr std::uint64_t kLargestFile = 0xFFFFFFFFULL;
     for (;;) {
-        if (!deviceInterface_->readFromFile(file, buffer.data(), count, offset))
+        if (!deviceInterface_->readFromFile(file, sink.room(count), count, offset))
             raiseFailure(path, offset);
         if (count == 0)
             break;
-        if (const int error = take({buffer.data(), count})) {
+        if (const int error = sink.take(count)) {
             result.error = error;
             return result;
         }

@@ -11,7 +11,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -92,6 +91,9 @@ public:
     /// True for a regular file (folders answer false).
     bool fileExistsAtPath(const std::string& path);
 
+    /// Where the reads put their pieces (defined with them).
+    class PieceSink;
+
 private:
     AFCDevice() = default;
 
@@ -100,10 +102,9 @@ private:
     std::optional<std::uint64_t> regularFile(const std::string& path);
     std::uint64_t openForReading(const std::string& path);
     /// Reads up to `length` bytes from `location` to the end of the file, at most `pieceSize` per
-    /// request, handing each piece to `take` (which answers 0, or an errno that ends the read).
+    /// request, each piece straight into the room `sink` gives.
     FileCopyResult readFile(const std::string& path, std::uint64_t location, std::uint64_t length, std::uint32_t pieceSize,
-                            const std::function<int(std::span<const std::uint8_t>)>& take,
-                            const FileCopyProgress& progress = {});
+                            PieceSink& sink, const FileCopyProgress& progress = {});
 
     std::shared_ptr<AFCInterface> deviceInterface_;
     std::shared_ptr<AFCDeviceRef> device_;
