@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <vector>
 
 namespace zq {
@@ -258,16 +259,17 @@ public:
     explicit DescriptorWrites(int destination) : destination_(destination) {}
     std::uint8_t* room(std::uint32_t count) override
     {
-        // Requests never grow, so the first one sizes the buffer.
-        if (buffer_.empty())
-            buffer_.resize(std::max<std::uint32_t>(count, 1));
-        return buffer_.data();
+        // Requests never grow, so the first one sizes the buffer. It is not cleared: a small
+        // file touches only the pages its bytes land in.
+        if (!buffer_)
+            buffer_ = std::make_unique_for_overwrite<std::uint8_t[]>(std::max<std::uint32_t>(count, 1));
+        return buffer_.get();
     }
-    int take(std::uint32_t count) override { return writeAll(destination_, buffer_.data(), count); }
+    int take(std::uint32_t count) override { return writeAll(destination_, buffer_.get(), count); }
 
 private:
     int destination_;
-    std::vector<std::uint8_t> buffer_;
+    std::unique_ptr<std::uint8_t[]> buffer_;
 };
 
 } // namespace
