@@ -213,41 +213,47 @@ public:
 namespace {
 
 /// A whole file or a range of one, gathered in one buffer reserved for the size the device
-/// gave. Pieces go straight into it while they fit; one that does not (the device misstated
-/// the size, or the last request, which finds the end) goes into a piece of its own first, so
-/// that reaching the end never reallocates the whole file.
+/// gave. A piece goes straight into it when the whole request fits; a request that would run
+/// past the reservation (a file's last piece, the request that finds the end, every one of a
+/// file shorter than a request, or any after the device understated the size) is read into a
+/// spare piece and appended from there, so that a size given right never moves the buffer.
 class GrowingBuffer final : public AFCDevice::PieceSink {
 public:
     explicit GrowingBuffer(std::size_t expected) { bytes_.reserve(expected); }
     std::uint8_t* room(std::uint32_t count) override
     {
         spare_ = count == 0 || used_ + count > bytes_.capacity();
-        if (spare_) {
-            piece_.resize(std::max<std::uint32_t>(count, 1));
-            return piece_.data();
+        if (!spare_) {
+            bytes_.resize(used_ + count);
+            return bytes_.data() + used_;
         }
-        bytes_.resize(used_ + count);
-        return bytes_.data() + used_;
+        // Requests never grow, so the first spare piece is large enough for the later ones.
+        if (count > pieceSize_ || !piece_) {
+            pieceSize_ = std::max<std::uint32_t>(count, 1);
+            piece_ = std::make_unique_for_overwrite<std::uint8_t[]>(pieceSize_);
+        }
+        return piece_.get();
     }
     int take(std::uint32_t count) override
     {
-        if (spare_) {
-            bytes_.resize(used_);
-            bytes_.insert(bytes_.end(), piece_.begin(), piece_.begin() + count);
-        }
+        if (spare_)
+            bytes_.insert(bytes_.end(), piece_.get(), piece_.get() + count);
+        else
+            bytes_.resize(used_ + count);  // a short read leaves the rest of its room unused
         used_ += count;
         return 0;
     }
     Data data()
     {
-        bytes_.resize(used_);
+        bytes_.resize(used_);  // the room of a request that found the end holds nothing
         return Data(std::move(bytes_));
     }
 
 private:
-    std::vector<std::uint8_t> bytes_;
+    std::vector<std::uint8_t> bytes_;  // used_ long, and the room of the request under way
     std::size_t used_ = 0;
-    std::vector<std::uint8_t> piece_;
+    std::unique_ptr<std::uint8_t[]> piece_;
+    std::uint32_t pieceSize_ = 0;
     bool spare_ = false;  // the room given last is piece_
 };
 
