@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <vector>
 
 namespace zq {
@@ -198,19 +199,96 @@ std::uint64_t AFCDevice::openForReading(const std::string& path)
     return file;
 }
 
+/// Where readFile puts what it reads: each piece goes straight into the room the sink gives,
+/// so that no piece is copied on its way.
+class AFCDevice::PieceSink {
+public:
+    virtual ~PieceSink() = default;
+    /// Room for the next piece, `count` bytes at most; it holds them until take().
+    virtual std::uint8_t* room(std::uint32_t count) = 0;
+    /// The room now holds a piece of `count` bytes: 0, or an errno that ends the read.
+    virtual int take(std::uint32_t count) = 0;
+};
+
+namespace {
+
+/// A whole file or a range of one, gathered in one buffer reserved for the size the device
+/// gave. A piece goes straight into it when the whole request fits; a request that would run
+/// past the reservation (a file's last piece, the request that finds the end, every one of a
+/// file shorter than a request, or any after the device understated the size) is read into a
+/// spare piece and appended from there, so that a size given right never moves the buffer.
+class GrowingBuffer final : public AFCDevice::PieceSink {
+public:
+    explicit GrowingBuffer(std::size_t expected) { bytes_.reserve(expected); }
+    std::uint8_t* room(std::uint32_t count) override
+    {
+        spare_ = count == 0 || used_ + count > bytes_.capacity();
+        if (!spare_) {
+            bytes_.resize(used_ + count);
+            return bytes_.data() + used_;
+        }
+        // Requests never grow, so the first spare piece is large enough for the later ones.
+        if (count > pieceSize_ || !piece_) {
+            pieceSize_ = std::max<std::uint32_t>(count, 1);
+            piece_ = std::make_unique_for_overwrite<std::uint8_t[]>(pieceSize_);
+        }
+        return piece_.get();
+    }
+    int take(std::uint32_t count) override
+    {
+        if (spare_)
+            bytes_.insert(bytes_.end(), piece_.get(), piece_.get() + count);
+        else
+            bytes_.resize(used_ + count);  // a short read leaves the rest of its room unused
+        used_ += count;
+        return 0;
+    }
+    Data data()
+    {
+        bytes_.resize(used_);  // the room of a request that found the end holds nothing
+        return Data(std::move(bytes_));
+    }
+
+private:
+    std::vector<std::uint8_t> bytes_;  // used_ long, and the room of the request under way
+    std::size_t used_ = 0;
+    std::unique_ptr<std::uint8_t[]> piece_;
+    std::uint32_t pieceSize_ = 0;
+    bool spare_ = false;  // the room given last is piece_
+};
+
+/// A copy into a descriptor: one buffer for every piece, so memory stays at one piece whatever
+/// the file's size. (Writing on a thread of its own while the next piece is read was tried: on
+/// two busy cores the device, the reader and the writer only took turns, and it came out slower.)
+class DescriptorWrites final : public AFCDevice::PieceSink {
+public:
+    explicit DescriptorWrites(int destination) : destination_(destination) {}
+    std::uint8_t* room(std::uint32_t count) override
+    {
+        // Requests never grow, so the first one sizes the buffer. It is not cleared: a small
+        // file touches only the pages its bytes land in.
+        if (!buffer_)
+            buffer_ = std::make_unique_for_overwrite<std::uint8_t[]>(std::max<std::uint32_t>(count, 1));
+        return buffer_.get();
+    }
+    int take(std::uint32_t count) override { return writeAll(destination_, buffer_.get(), count); }
+
+private:
+    int destination_;
+    std::unique_ptr<std::uint8_t[]> buffer_;
+};
+
+} // namespace
+
 std::optional<Data> AFCDevice::contentsOfFileAtPath(const std::string& path)
 {
     // The regular-file test, which also tells the size to reserve.
     const auto size = regularFile(path);
     if (!size)
         return std::nullopt;
-    std::vector<std::uint8_t> contents;
-    contents.reserve(static_cast<std::size_t>(*size));
-    readFile(path, 0, UINT64_MAX, [&](const Data& chunk) {
-        contents.insert(contents.end(), chunk.bytes(), chunk.bytes() + chunk.size());
-        return 0;
-    });
-    return Data(std::move(contents));
+    GrowingBuffer contents(static_cast<std::size_t>(*size));
+    readFile(path, 0, UINT64_MAX, kChunkSize, contents);
+    return contents.data();
 }
 
 std::optional<Data> AFCDevice::chunkOfFileAtPath(const std::string& path, Range range)
@@ -218,26 +296,23 @@ std::optional<Data> AFCDevice::chunkOfFileAtPath(const std::string& path, Range 
     const auto size = regularFile(path);
     if (!size)
         return std::nullopt;
-    std::vector<std::uint8_t> contents;
-    if (*size > range.location)
-        contents.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(range.length, *size - range.location)));
-    readFile(path, range.location, range.length, [&](const Data& chunk) {
-        contents.insert(contents.end(), chunk.bytes(), chunk.bytes() + chunk.size());
-        return 0;
-    });
-    return Data(std::move(contents));
+    GrowingBuffer contents(*size > range.location ? static_cast<std::size_t>(std::min<std::uint64_t>(
+                                                        range.length, *size - range.location))
+                                                  : 0);
+    readFile(path, range.location, range.length, kChunkSize, contents);
+    return contents.data();
 }
 
 FileCopyResult AFCDevice::copyFileAtPath(const std::string& path, int destination, const FileCopyProgress& progress)
 {
     if (!regularFile(path))
         return {.error = ENOENT};
-    return readFile(path, 0, UINT64_MAX, [&](const Data& chunk) { return writeAll(destination, chunk.bytes(), chunk.size()); },
-                    progress);
+    DescriptorWrites writes(destination);
+    return readFile(path, 0, UINT64_MAX, kCopyPieceSize, writes, progress);
 }
 
 FileCopyResult AFCDevice::readFile(const std::string& path, std::uint64_t location, std::uint64_t length,
-                                   const std::function<int(const Data&)>& take, const FileCopyProgress& progress)
+                                   std::uint32_t pieceSize, PieceSink& sink, const FileCopyProgress& progress)
 {
     const std::uint64_t file = openForReading(path);
     // The file is closed on every way out, the thrown ones included.
@@ -252,16 +327,15 @@ FileCopyResult AFCDevice::readFile(const std::string& path, std::uint64_t locati
     std::uint64_t offset = location;
     // Each request asks for what the last one got: after a short read the requests stay at
     // that size. A failed read is an error, never the end of the file.
-    std::uint32_t count = static_cast<std::uint32_t>(std::min<std::uint64_t>(remaining, kChunkSize));
+    std::uint32_t count = static_cast<std::uint32_t>(std::min<std::uint64_t>(remaining, pieceSize));
     // Sizes on these devices are 32-bit: a device that never ends a file stops there.
     constexpr std::uint64_t kLargestFile = 0xFFFFFFFFULL;
     for (;;) {
-        const auto chunk = deviceInterface_->readFromFile(file, count, offset);
-        if (!chunk)
+        if (!deviceInterface_->readFromFile(file, sink.room(count), count, offset))
             raiseFailure(path, offset);
         if (count == 0)
             break;
-        if (const int error = take(*chunk)) {
+        if (const int error = sink.take(count)) {
             result.error = error;
             return result;
         }

@@ -27,7 +27,8 @@ public:
 };
 
 /// A session on one mobile device with its file conduit open, and the file operations built
-/// on it: whole and ranged reads and writes in chunks of 262144 bytes, listings, existence.
+/// on it: whole and ranged reads and writes in chunks of 262144 bytes, streaming copies in
+/// pieces of up to kCopyPieceSize, listings, existence.
 ///
 /// Every failure to open the session throws "AFCDevice" with a reason that names the step
 /// ("Device pairing failed", "AMDeviceConnect failed with error <n>", ...); nothing is undone
@@ -36,6 +37,9 @@ public:
 class ZQ_EXPORT AFCDevice : public std::enable_shared_from_this<AFCDevice> {
 public:
     static constexpr std::uint32_t kChunkSize = 262144;
+    /// The first request of a streaming copy: as large as libimobiledevice's own tools ask
+    /// for, since a copy to a file keeps one piece in memory and pays a round trip per piece.
+    static constexpr std::uint32_t kCopyPieceSize = 1u << 20;
 
     /// A ready session on the referenced device; nullptr when there is no device to open.
     static std::shared_ptr<AFCDevice> initWithRef(const std::shared_ptr<AFCDeviceRef>& reference);
@@ -70,7 +74,7 @@ public:
     /// Up to `range.length` bytes from `range.location` (what exists of them); no value when no
     /// regular file is there.
     std::optional<Data> chunkOfFileAtPath(const std::string& path, Range range);
-    /// Streams the whole file into `destination` in pieces of kChunkSize, one file opened once,
+    /// Streams the whole file into `destination` in pieces of kCopyPieceSize, one file opened once,
     /// in constant memory. ENOENT when no regular file is there, a write's errno when the
     /// destination fails; `progress` may stop the copy.
     FileCopyResult copyFileAtPath(const std::string& path, int destination, const FileCopyProgress& progress = {});
@@ -87,6 +91,9 @@ public:
     /// True for a regular file (folders answer false).
     bool fileExistsAtPath(const std::string& path);
 
+    /// Where the reads put their pieces (defined with them).
+    class PieceSink;
+
 private:
     AFCDevice() = default;
 
@@ -94,10 +101,10 @@ private:
     bool hasGone() const;
     std::optional<std::uint64_t> regularFile(const std::string& path);
     std::uint64_t openForReading(const std::string& path);
-    /// Reads up to `length` bytes from `location` to the end of the file, handing each piece to
-    /// `take` (which answers 0, or an errno that ends the read).
-    FileCopyResult readFile(const std::string& path, std::uint64_t location, std::uint64_t length,
-                            const std::function<int(const Data&)>& take, const FileCopyProgress& progress = {});
+    /// Reads up to `length` bytes from `location` to the end of the file, at most `pieceSize` per
+    /// request, each piece straight into the room `sink` gives.
+    FileCopyResult readFile(const std::string& path, std::uint64_t location, std::uint64_t length, std::uint32_t pieceSize,
+                            PieceSink& sink, const FileCopyProgress& progress = {});
 
     std::shared_ptr<AFCInterface> deviceInterface_;
     std::shared_ptr<AFCDeviceRef> device_;

@@ -84,35 +84,69 @@ std::uint64_t AFCInterface::openFileAtPath(const std::string& path, std::uint64_
         log("AFCFileRefOpen(" + std::to_string(static_cast<std::int32_t>(mode)) + "): " + std::to_string(error));
         return 0;
     }
+    // Reading and writing modes open at the first byte; the appending ones (5, 6) are left
+    // to a seek.
+    if (mode >= 1 && mode <= 4)
+        positions_[file] = 0;
+    else
+        positions_.erase(file);
     return file;
 }
 
-bool AFCInterface::closeFile(std::uint64_t file) { return track(afc_handle_->fileRefClose(file)) == 0; }
+bool AFCInterface::closeFile(std::uint64_t file)
+{
+    positions_.erase(file);
+    return track(afc_handle_->fileRefClose(file)) == 0;
+}
+
+bool AFCInterface::positionAt(std::uint64_t file, std::uint64_t offset)
+{
+    if (const auto known = positions_.find(file); known != positions_.end() && known->second == offset)
+        return true;
+    positions_.erase(file);
+    if (track(afc_handle_->fileRefSeek(file, static_cast<std::int64_t>(offset), 0)) != 0)
+        return false;
+    positions_[file] = offset;
+    return true;
+}
+
+bool AFCInterface::readFromFile(std::uint64_t file, std::uint8_t* buffer, std::uint32_t& size, std::uint64_t offset)
+{
+    if (!positionAt(file, offset)) {
+        size = 0;
+        return false;
+    }
+    std::uint32_t count = size;
+    if (track(afc_handle_->fileRefRead(file, buffer, count)) != 0 || count > size) {
+        positions_.erase(file);
+        size = 0;
+        return false;
+    }
+    positions_[file] = offset + count;
+    size = count;
+    return true;
+}
 
 std::optional<Data> AFCInterface::readFromFile(std::uint64_t file, std::uint32_t& size, std::uint64_t offset)
 {
-    if (track(afc_handle_->fileRefSeek(file, static_cast<std::int64_t>(offset), 0)) != 0) {
-        size = 0;
-        return std::nullopt;
-    }
     // Sized by the request, which the callers bound to one chunk.
     std::unique_ptr<std::uint8_t[]> buffer(new std::uint8_t[size == 0 ? 1 : size]);
-    std::uint32_t count = size;
-    if (track(afc_handle_->fileRefRead(file, buffer.get(), count)) != 0 || count > size) {
-        size = 0;
+    if (!readFromFile(file, buffer.get(), size, offset))
         return std::nullopt;
-    }
-    size = count;
-    return Data(buffer.get(), count);
+    return Data(buffer.get(), size);
 }
 
 bool AFCInterface::writeToFile(std::uint64_t file, const std::uint8_t* data, std::uint32_t size, std::uint64_t offset)
 {
     if (size == 0)
         return true;
+    positions_.erase(file);
     if (afc_handle_->fileRefSeek(file, static_cast<std::int64_t>(offset), 0) != 0)
         return false;
-    return afc_handle_->fileRefWrite(file, data, size) == 0;
+    if (afc_handle_->fileRefWrite(file, data, size) != 0)
+        return false;
+    positions_[file] = offset + size;
+    return true;
 }
 
 bool AFCInterface::setSizeOfFile(const std::string& path, std::uint64_t size)

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace zq {
@@ -41,6 +42,9 @@ public:
     bool closeFile(std::uint64_t file);
     /// Up to `size` bytes at `offset`; `size` becomes the number read, 0 on failure (no value then).
     std::optional<Data> readFromFile(std::uint64_t file, std::uint32_t& size, std::uint64_t offset);
+    /// The same into `buffer` (room for `size` bytes): false on failure. A read that starts where
+    /// the last read or write of the handle ended asks the device for no seek first.
+    bool readFromFile(std::uint64_t file, std::uint8_t* buffer, std::uint32_t& size, std::uint64_t offset);
     bool writeToFile(std::uint64_t file, const std::uint8_t* data, std::uint32_t size, std::uint64_t offset);
     bool setSizeOfFile(const std::string& path, std::uint64_t size);
     static Attributes createDictionaryForAFCDictionary(AFCKeyValue& information);
@@ -52,9 +56,15 @@ public:
 private:
     AFCInterface() = default;
     int track(int error) { return lastError_ = error; }
+    /// Brings the handle to `offset`: a seek, unless it is known to be there already.
+    bool positionAt(std::uint64_t file, std::uint64_t offset);
 
     std::shared_ptr<AFCConnection> afc_handle_;
     int lastError_ = 0;
+    /// Where each open handle stands, as far as it is known: set by an open at the start, a seek,
+    /// a read or a write that succeeded; forgotten after any failure, when the device may have
+    /// moved by part of a request.
+    std::unordered_map<std::uint64_t, std::uint64_t> positions_;
 };
 
 } // namespace zq

@@ -62,7 +62,9 @@ std::atomic<long long> gTimeoutMilliseconds{-1};  // -1: not settled yet
 
 /// Cuts requests short that take too long (or are cancelled) by shutting down their socket, the
 /// one thing that wakes a client blocked in a receive. One thread for the process, started on
-/// first use; it looks every 100 ms while a request is under way and sleeps otherwise.
+/// first use; it looks every 100 ms while requests are under way and sleeps once a look has
+/// found none. Only a request that finds it asleep wakes it: a file read as a stream of
+/// requests costs a lock per request, not a thread switch.
 class Watchdog {
 public:
     struct Watch {
@@ -85,7 +87,8 @@ public:
     {
         std::lock_guard lock(mutex_);
         armed_.insert(&watch);
-        wake_.notify_one();
+        if (asleep_)
+            wake_.notify_one();
     }
     void disarm(Watch& watch)
     {
@@ -98,10 +101,14 @@ private:
     {
         std::unique_lock lock(mutex_);
         for (;;) {
-            if (armed_.empty())
+            if (armed_.empty()) {
+                asleep_ = true;
                 wake_.wait(lock, [this] { return !armed_.empty(); });
-            else
-                wake_.wait_for(lock, std::chrono::milliseconds(100));
+                asleep_ = false;
+            }
+            // Requests that begin during this wait are looked at when it ends, within their
+            // deadline's 100 ms.
+            wake_.wait_for(lock, std::chrono::milliseconds(100));
             const auto now = std::chrono::steady_clock::now();
             for (auto it = armed_.begin(); it != armed_.end();) {
                 Watch& watch = **it;
@@ -119,6 +126,7 @@ private:
     std::mutex mutex_;
     std::condition_variable wake_;
     std::set<Watch*> armed_;
+    bool asleep_ = false;  // waiting for a request, rather than looking every 100 ms
 };
 
 /// The sockets open in this process now.

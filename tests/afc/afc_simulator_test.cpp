@@ -180,6 +180,7 @@ struct ReadCase {
     std::optional<Range> range;  ///< none: the whole file
     std::size_t expectedStart;
     std::size_t expectedLength;
+    std::vector<std::uint64_t> shortReadsAt = {};  ///< the device's reads stop short at these bytes
 };
 void PrintTo(const ReadCase& c, std::ostream* out) { *out << c.name; }
 
@@ -190,7 +191,10 @@ TEST_P(MobileDeviceReads, GiveTheBytesOfTheFile)
     const auto& c = GetParam();
     const std::string contents = patterned(c.fileSize);
     writeFile(fs::path(root.path()) / "Music" / "track.m4a", contents);
-    auto reference = attach(device(root.path()));
+    auto spec = device(root.path());
+    for (const auto at : c.shortReadsAt)
+        spec.faults += " shortReadAt=/Music/track.m4a@" + std::to_string(at);
+    auto reference = attach(spec);
     ASSERT_NE(reference, nullptr);
     auto& session = *reference->device();
 
@@ -211,7 +215,10 @@ INSTANTIATE_TEST_SUITE_P(
                       ReadCase{"Range300000", 700000, Range{1000, 300000}, 1000, 300000},
                       ReadCase{"RangeLengthZero", 300000, Range{5000, 0}, 5000, 0},
                       ReadCase{"RangePastTheEnd", 300000, Range{400000, 10}, 300000, 0},
-                      ReadCase{"RangeRunningPastTheEnd", 300000, Range{299990, 100}, 299990, 10}),
+                      ReadCase{"RangeRunningPastTheEnd", 300000, Range{299990, 100}, 299990, 10},
+                      // A short read, then requests of its size: the last runs past the size given.
+                      ReadCase{"WholeReadShort", 300000, std::nullopt, 0, 300000, {200000}},
+                      ReadCase{"RangeReadShortTwice", 700000, Range{1000, 600000}, 1000, 600000, {200000, 250001}}),
     [](const auto& testCase) { return std::string(testCase.param.name); });
 
 // ---- the library -----------------------------------------------------------------------------

@@ -532,6 +532,8 @@ private:
                 if (device_.depart)
                     device_.depart();
                 return false;
+            case Device::Fault::ShortRead:
+                break;  // it has cut the read before it short; from here on reads are whole
             }
         }
         std::vector<std::uint8_t> packet(kHeaderSize + wanted);

@@ -35,7 +35,9 @@ struct Device {
     /// A fault that strikes when a read of one file reaches a byte; what comes before it is
     /// served as usual.
     struct Fault {
-        enum Kind { ReadError, Depart, Freeze } kind;  ///< an I/O error; the device leaves; it stops answering
+        /// an I/O error; the device leaves; it stops answering; nothing (only the read before
+        /// it comes back short, as a device's reads may)
+        enum Kind { ReadError, Depart, Freeze, ShortRead } kind;
         std::string path;
         std::uint64_t offset = 0;
     };

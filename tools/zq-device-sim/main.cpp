@@ -8,7 +8,8 @@
 //
 //   attach UDID ROOT [key=value ...]   keys: name, productType, productVersion, serial,
 //                                      deviceClass, modelNumber, paired=0|1, and faults:
-//                                      readErrorAt=PATH@OFFSET, departAt=PATH@OFFSET, freezeAt=PATH@OFFSET
+//                                      readErrorAt=PATH@OFFSET, departAt=PATH@OFFSET, freezeAt=PATH@OFFSET,
+//                                      shortReadAt=PATH@OFFSET
 //   detach UDID
 //   restart                            drop every client connection, keep listening
 //   quit                               (also at the end of standard input)
@@ -92,9 +93,13 @@ std::string attach(zq::sim::Simulator& simulator, const std::vector<std::string>
             device->modelNumber = value;
         else if (key == "paired" && (value == "0" || value == "1"))
             device->paired = value == "1";
-        else if (key == "readErrorAt" || key == "departAt" || key == "freezeAt") {
+        else if (key == "readErrorAt" || key == "departAt" || key == "freezeAt" || key == "shortReadAt") {
             using Fault = zq::sim::Device::Fault;
-            Fault fault{key == "readErrorAt" ? Fault::ReadError : key == "departAt" ? Fault::Depart : Fault::Freeze, {}, 0};
+            Fault fault{key == "readErrorAt" ? Fault::ReadError
+                        : key == "departAt"  ? Fault::Depart
+                        : key == "freezeAt"  ? Fault::Freeze
+                                             : Fault::ShortRead,
+                        {}, 0};
             const auto at = value.rfind('@');
             if (at == std::string::npos || at == 0 || !byteCount(value.substr(at + 1), fault.offset))
                 return "expected " + key + "=PATH@OFFSET, got " + words[i];
@@ -131,6 +136,8 @@ const char* const kHelp =
     "                                      departAt=PATH@OFFSET     the phone leaves, as if unplugged\n"
     "                                      freezeAt=PATH@OFFSET     the phone stops answering its file\n"
     "                                                               service (connections stay open)\n"
+    "                                      shortReadAt=PATH@OFFSET  the read that reaches OFFSET stops\n"
+    "                                                               short there; the next ones go on\n"
     "  detach UDID                       the phone leaves; its connections drop\n"
     "  restart                           every client connection drops, as when usbmuxd restarts\n"
     "  quit                              ends the simulator (so does the end of the input)\n"
