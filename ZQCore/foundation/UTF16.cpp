@@ -36,25 +36,17 @@ constexpr char32_t kReplacement = 0xFFFD;
 
 } // namespace
 
-std::size_t decodeUTF16To(char* out, const std::uint8_t* bytes, std::size_t length, bool littleEndian)
+std::size_t decodeASCIIPrefixUTF16LE(char* out, const std::uint8_t* bytes, std::size_t units)
 {
-    const std::size_t units = length / 2;
-    const int lo = littleEndian ? 0 : 1;
-    const int hi = 1 - lo;
-    char* p = out;
-
     std::size_t i = 0;
-    // Most library text is ASCII: copy it without the general decoder, eight units at a time
-    // while the text and the machine are both little-endian, then unit by unit.
-    if (littleEndian && std::endian::native == std::endian::little) {
+    if constexpr (std::endian::native == std::endian::little) {
 #if defined(__SSE2__)
         const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
         while (i + 8 <= units) {
             const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + 2 * i));
             if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, high), _mm_setzero_si128())) != 0xFFFF)
                 break;
-            _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packus_epi16(v, v));
-            p += 8;
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(out + i), _mm_packus_epi16(v, v));
             i += 8;
         }
 #endif
@@ -63,14 +55,28 @@ std::size_t decodeUTF16To(char* out, const std::uint8_t* bytes, std::size_t leng
             std::memcpy(&word, bytes + 2 * i, sizeof word);
             if (word & 0xFF80FF80FF80FF80ull)
                 break;
-            p[0] = static_cast<char>(word);
-            p[1] = static_cast<char>(word >> 16);
-            p[2] = static_cast<char>(word >> 32);
-            p[3] = static_cast<char>(word >> 48);
-            p += 4;
+            out[i] = static_cast<char>(word);
+            out[i + 1] = static_cast<char>(word >> 16);
+            out[i + 2] = static_cast<char>(word >> 32);
+            out[i + 3] = static_cast<char>(word >> 48);
             i += 4;
         }
     }
+    while (i < units && bytes[2 * i + 1] == 0 && bytes[2 * i] < 0x80) {
+        out[i] = static_cast<char>(bytes[2 * i]);
+        ++i;
+    }
+    return i;
+}
+
+std::size_t decodeUTF16To(char* out, const std::uint8_t* bytes, std::size_t length, bool littleEndian)
+{
+    const std::size_t units = length / 2;
+    const int lo = littleEndian ? 0 : 1;
+    const int hi = 1 - lo;
+    // Most library text is ASCII: it is copied without the general decoder.
+    std::size_t i = littleEndian ? decodeASCIIPrefixUTF16LE(out, bytes, units) : 0;
+    char* p = out + i;
     for (; i < units; ++i) {
         char32_t unit = static_cast<char32_t>(bytes[2 * i + lo] | (bytes[2 * i + hi] << 8));
         if (unit < 0x80) {

@@ -23,6 +23,9 @@ bool decodeUTF16Into(std::string& out, const std::uint8_t* bytes, std::size_t le
 /// The same for an even `length`, written at `out`, which has room for 3 * length / 2 bytes
 /// (the most UTF-8 that many units can need); returns the bytes written.
 std::size_t decodeUTF16To(char* out, const std::uint8_t* bytes, std::size_t length, bool littleEndian);
+/// The ASCII characters that `units` UTF-16LE units start with, written at `out` one byte
+/// each; returns how many there were (decoding stops at the first unit that is not ASCII).
+std::size_t decodeASCIIPrefixUTF16LE(char* out, const std::uint8_t* bytes, std::size_t units);
 /// Encodes UTF-8 as UTF-16 (invalid UTF-8 sequences become U+FFFD). For writers of test images.
 std::string encodeUTF16(const std::string& utf8, bool littleEndian);
 

@@ -17,8 +17,6 @@ constexpr std::uint32_t kLocationType = 2;
 constexpr std::size_t kBatchBytes = 256 * 1024;
 // Batches waiting for the builder: the walk stops there, so memory stays bounded.
 constexpr std::size_t kQueueLength = 4;
-// Entries of a full batch, about: a record is its header, its texts and its end.
-constexpr std::size_t kBatchEntries = 8192;
 
 } // namespace
 
@@ -28,7 +26,6 @@ TrackListBuilder::TrackListBuilder(std::shared_ptr<ZQCoreiPod> parent, std::stri
     : parent_(std::move(parent)), basePath_(std::move(basePath))
 {
     tracks_.reserve(expectedTracks);
-    filling_.entries.reserve(kBatchEntries);
     // Small lists keep the general allocator: an arena's first chunk would outweigh them.
     if (expectedTracks >= minimumTracksForThread)
         arena_ = std::make_shared<TrackArena>();
@@ -62,48 +59,60 @@ char* TrackListBuilder::Bytes::reserve(std::size_t count)
     return data.get() + size;
 }
 
+char* TrackListBuilder::addEntry(EntryHead head, std::size_t room)
+{
+    char* at = filling_.bytes.reserve(sizeof head + room);
+    std::memcpy(at, &head, sizeof head);
+    filling_.bytes.size += sizeof head;
+    return at + sizeof head;
+}
+
 void TrackListBuilder::beginTrack(std::span<const std::uint8_t> header)
 {
-    char* at = filling_.bytes.reserve(header.size());
-    std::memcpy(at, header.data(), header.size());
-    filling_.entries.push_back({kHeader, filling_.bytes.size, 0});
-    filling_.bytes.size += header.size();
+    const auto size = static_cast<std::uint32_t>(header.size());
+    std::memcpy(addEntry({kHeader, size, 0}, size), header.data(), size);
+    filling_.bytes.size += size;
 }
 
 void TrackListBuilder::addText(std::uint32_t type, std::span<const std::uint8_t> bytes)
 {
+    // The walk decodes the ASCII a text starts with, which costs no more than copying it; the
+    // rest (the slow part) is left to the builder, behind room for its UTF-8.
     const bool location = type == kLocationType;
-    char* const at = filling_.bytes.reserve((location ? basePath_.size() : 0) + bytes.size() / 2 * 3);
-    char* p = at;
-    if (location) {
-        // ":iPod_Control:Music:F00:X.mp3" on the volume mounted at the base path.
-        std::memcpy(p, basePath_.data(), basePath_.size());
-        p += basePath_.size();
-    }
-    const std::size_t decoded = bytes.empty() ? 0 : decodeUTF16To(p, bytes.data(), bytes.size(), true);
+    const std::size_t base = location ? basePath_.size() : 0;
+    const std::size_t units = bytes.size() / 2;
+    const std::size_t size = filling_.bytes.size;
+    char* const at = addEntry({}, base + units * 5);
     if (location)
-        std::replace(p, p + decoded, ':', '/');
-    p += decoded;
-    const auto length = static_cast<std::size_t>(p - at);
-    filling_.entries.push_back({type, filling_.bytes.size, length});
-    filling_.bytes.size += length;
+        std::memcpy(at, basePath_.data(), base);
+    const std::size_t ascii = decodeASCIIPrefixUTF16LE(at + base, bytes.data(), units);
+    const std::size_t rest = units - ascii;
+    if (rest) {
+        std::memcpy(at + base + ascii + rest * 3, bytes.data() + ascii * 2, rest * 2);
+    } else if (location) {
+        // ":iPod_Control:Music:F00:X.mp3" on the volume mounted at the base path.
+        std::replace(at + base, at + base + ascii, ':', '/');
+    }
+    const EntryHead head{rest ? type | kUndecoded : type, static_cast<std::uint32_t>(base + ascii),
+                         static_cast<std::uint32_t>(rest * 2)};
+    std::memcpy(filling_.bytes.data.get() + size, &head, sizeof head);
+    filling_.bytes.size += base + ascii + rest * 5;
 }
 
 void TrackListBuilder::endTrack()
 {
-    filling_.entries.push_back({kEnd, 0, 0});
+    addEntry({kEnd, 0, 0}, 0);
     if (filling_.bytes.size >= kBatchBytes)
         handOver();
 }
 
 void TrackListBuilder::handOver()
 {
-    if (filling_.entries.empty())
+    if (filling_.bytes.size == 0)
         return;
     if (!thread_.joinable()) {
         make(filling_);
         filling_.bytes.size = 0;
-        filling_.entries.clear();
         return;
     }
     Batch next;
@@ -120,8 +129,6 @@ void TrackListBuilder::handOver()
     }
     changed_.notify_all();
     next.bytes.size = 0;
-    next.entries.clear();
-    next.entries.reserve(kBatchEntries);
     filling_ = std::move(next);
 }
 
@@ -167,20 +174,39 @@ void TrackListBuilder::run()
     }
 }
 
-void TrackListBuilder::make(const Batch& batch)
+void TrackListBuilder::make(Batch& batch)
 {
     const TrackArena::Use use(arena_);
-    const char* bytes = batch.bytes.data.get();
-    for (const Batch::Entry& entry : batch.entries) {
-        if (entry.type == kHeader) {
-            header_ = entry.offset;
+    char* const bytes = batch.bytes.data.get();
+    std::size_t at = 0;
+    while (at < batch.bytes.size) {
+        EntryHead head;
+        std::memcpy(&head, bytes + at, sizeof head);
+        char* const text = bytes + at + sizeof head;
+        at += sizeof head + head.length;
+        if (head.type == kHeader) {
+            header_ = static_cast<std::size_t>(text - bytes);
             texts_.fill(std::nullopt);
-        } else if (entry.type == kEnd) {
+        } else if (head.type == kEnd) {
             const auto* header = reinterpret_cast<const std::uint8_t*>(bytes + header_);
             tracks_.push_back(iPodTrack::initWithMHITTexts(std::span(header, layout::MHITHeader::size), texts_,
                                                            parent_, dates_));
         } else {
-            texts_[entry.type] = std::string_view(bytes + entry.offset, entry.length);
+            const std::uint32_t type = head.type & ~kUndecoded;
+            std::size_t length = head.length;
+            if (head.type & kUndecoded) {
+                // The rest lies behind room for its UTF-8, which follows the walk's part.
+                const std::size_t rest = head.rest;
+                const auto* utf16 = reinterpret_cast<const std::uint8_t*>(text + length + rest / 2 * 3);
+                const std::size_t decoded = decodeUTF16To(text + length, utf16, rest, true);
+                if (type == kLocationType) {
+                    const std::size_t base = basePath_.size();
+                    std::replace(text + base, text + length + decoded, ':', '/');
+                }
+                length += decoded;
+                at += rest / 2 * 5;
+            }
+            texts_[type] = std::string_view(text, length);
         }
     }
 }

@@ -64,20 +64,24 @@ private:
         /// Room for `count` more bytes at data.get() + size.
         char* reserve(std::size_t count);
     };
+    /// The walk's records as one stream of entries, each an EntryHead and its bytes: a
+    /// header block, a text, or a record's end.
     struct Batch {
         Bytes bytes;
-        struct Entry {
-            std::uint32_t type; // kHeader, kEnd or a text object's type
-            std::size_t offset;
-            std::size_t length;
-        };
-        std::vector<Entry> entries;
+    };
+    struct EntryHead {
+        std::uint32_t type;   // kHeader, kEnd, or a text object's type (with kUndecoded)
+        std::uint32_t length; // the bytes that follow (a text's UTF-8 so far)
+        std::uint32_t rest;   // undecoded UTF-16 bytes, after room for their UTF-8
     };
     static constexpr std::uint32_t kHeader = 0;
-    static constexpr std::uint32_t kEnd = UINT32_MAX;
+    static constexpr std::uint32_t kEnd = 0xFFFF;
+    static constexpr std::uint32_t kUndecoded = 0x10000;
+
+    char* addEntry(EntryHead head, std::size_t room);
 
     void handOver();
-    void make(const Batch& batch);
+    void make(Batch& batch);
     void run();
 
     std::shared_ptr<ZQCoreiPod> parent_;
