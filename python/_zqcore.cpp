@@ -245,7 +245,7 @@ PYBIND11_MODULE(_zqcore, m)
         .def_property_readonly("kind", [](const zq::Playlist& p) { return std::string(p.kind()); })
         .def_property_readonly("is_master", &zq::Playlist::isMaster)
         .def_property_readonly("tracks", &zq::Playlist::tracks)
-        .def("__len__", [](const zq::Playlist& p) { return p.tracks().size(); })
+        .def("__len__", [](const zq::Playlist& p) { return p.trackCount(); })
         .def("__iter__", [](const zq::Playlist& p) { return py::iter(py::cast(p.tracks())); })
         .def("__repr__", [](const zq::Playlist& p) {
             return std::string("<zqcore.Playlist ") + p.kind() + " '" + p.name().value_or("") + "'>";

@@ -35,7 +35,7 @@ void Playlist::removeTrack(const std::shared_ptr<iPodTrack>& track)
 std::string Playlist::playlistDescription() const
 {
     return std::string(isMaster() ? "Master playlist name: " : "Playlist name: ") + describe(name()) +
-           ", ID: " + std::to_string(playlistID()) + ", " + std::to_string(static_cast<int>(tracks().size())) +
+           ", ID: " + std::to_string(playlistID()) + ", " + std::to_string(static_cast<int>(trackCount())) +
            " tracks.";
 }
 

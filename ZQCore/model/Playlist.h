@@ -55,6 +55,8 @@ public:
 
     /// The members in order. Podcasts and folders answer the concatenation of their children.
     virtual Tracks tracks() const { return tracks_; }
+    /// tracks().size(), without copying the list (a master playlist holds every track).
+    virtual std::size_t trackCount() const { return tracks_.size(); }
 
     /// Appends (a track may stand twice); a null track is ignored.
     void addTrack(const std::shared_ptr<iPodTrack>& track);

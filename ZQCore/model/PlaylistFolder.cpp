@@ -38,6 +38,14 @@ Playlist::Tracks PlaylistFolder::tracks() const
     return all;
 }
 
+std::size_t PlaylistFolder::trackCount() const
+{
+    std::size_t count = 0;
+    for (const auto& child : playlists_)
+        count += child->trackCount();
+    return count;
+}
+
 std::string PlaylistFolder::description() const
 {
     std::vector<std::string> children;

@@ -21,6 +21,7 @@ public:
     void removePlaylist(const std::shared_ptr<Playlist>& child);
 
     Tracks tracks() const override;
+    std::size_t trackCount() const override;
     /// "Playlist folder: <name>, ID: <id>, Children:\n" and the children's descriptions.
     std::string description() const override;
 

@@ -35,6 +35,14 @@ Playlist::Tracks Podcasts::tracks() const
     return all;
 }
 
+std::size_t Podcasts::trackCount() const
+{
+    std::size_t count = 0;
+    for (const auto& show : podcasts_)
+        count += show->trackCount();
+    return count;
+}
+
 std::shared_ptr<Image> Podcasts::icon() const { return Resources::imageForResource("Podcasts", "png"); }
 
 } // namespace zq

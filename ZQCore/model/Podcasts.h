@@ -22,6 +22,7 @@ public:
 
     bool isPodcasts() const override { return true; }
     Tracks tracks() const override;
+    std::size_t trackCount() const override;
     std::string description() const override { return "Podcasts"; }
     std::shared_ptr<Image> icon() const override;
 

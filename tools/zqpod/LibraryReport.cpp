@@ -377,7 +377,7 @@ void printLibraryText(std::ostream& out, const zq::ZQCoreiPod& library)
         if (const auto* podcasts = dynamic_cast<const zq::Podcasts*>(playlist.get())) {
             for (const auto& show : podcasts->podcasts())
                 out << "    " << (show->name() ? *show->name() : std::string("(unnamed show)")) << ": "
-                    << show->tracks().size() << (show->tracks().size() == 1 ? " episode" : " episodes") << '\n';
+                    << show->trackCount() << (show->trackCount() == 1 ? " episode" : " episodes") << '\n';
         }
     }
 }
