@@ -23,6 +23,7 @@ namespace zq {
 class AlbumArt;
 class Podcasts;
 class XRDataReader;
+struct TrackIDIndex;
 class ZQCoreiPodRef;
 
 /// What a client may hang on a library object. The framework itself calls nothing on it.
@@ -233,6 +234,8 @@ protected:
     bool phoneFolder_ = false;
 
 private:
+    /// parseTrackList, with the walked tracks' index by ID.
+    Tracks parseTrackList(XRDataReader& reader, TrackIDIndex& index);
     /// parsePlaylistListWithReader with the cache asked through `cachedIndex` (the index of the
     /// track with that ID, or anything when it has none: the answer is checked).
     Playlists parsePlaylistList(XRDataReader& reader, const Tracks& tracks,

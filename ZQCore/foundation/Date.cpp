@@ -1,8 +1,11 @@
 #include "ZQCore/foundation/Date.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <optional>
 #include <string>
@@ -232,29 +235,57 @@ Date LocalDateConverter::dateFrom1904Seconds(std::uint32_t value)
 
 std::string Date::iso8601() const
 {
-    std::time_t t = static_cast<std::time_t>(std::floor(unixTime()));
+    char text[kISO8601Capacity];
+    return std::string(text, iso8601(text));
+}
+
+std::size_t Date::iso8601(char* out) const
+{
+    const double seconds = std::floor(unixTime());
+    // Years 0000 to 9999, the common case, are worked out and written digit by digit: a JSON
+    // listing formats half a million dates, and the C library's calendar costs more than all
+    // the rest of a date's text. The calendar is the proleptic Gregorian one of gmtime.
+    constexpr double kYear0 = -62167219200.0, kYear10000 = 253402300800.0;
+    if (seconds >= kYear0 && seconds < kYear10000) {
+        const auto t = static_cast<std::int64_t>(seconds);
+        std::int64_t days = t / 86400;
+        std::int64_t rest = t % 86400;
+        if (rest < 0) {
+            rest += 86400;
+            --days;
+        }
+        // Days since 1970-01-01 to a civil date (counted in 400-year eras from 0000-03-01).
+        days += 719468;
+        const std::int64_t era = (days >= 0 ? days : days - 146096) / 146097;
+        const std::int64_t dayOfEra = days - era * 146097;
+        const std::int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+        const std::int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+        const std::int64_t shiftedMonth = (5 * dayOfYear + 2) / 153;
+        const auto day = static_cast<int>(dayOfYear - (153 * shiftedMonth + 2) / 5 + 1);
+        const auto month = static_cast<int>(shiftedMonth < 10 ? shiftedMonth + 3 : shiftedMonth - 9);
+        const auto year = static_cast<int>(yearOfEra + era * 400 + (month <= 2 ? 1 : 0));
+
+        std::memcpy(out, "0000-00-00T00:00:00Z", 20);
+        auto put = [&](int at, int value, int digits) {
+            for (int i = at + digits - 1; i >= at; --i, value /= 10)
+                out[i] = static_cast<char>('0' + value % 10);
+        };
+        put(0, year, 4);
+        put(5, month, 2);
+        put(8, day, 2);
+        put(11, static_cast<int>(rest / 3600), 2);
+        put(14, static_cast<int>(rest / 60 % 60), 2);
+        put(17, static_cast<int>(rest % 60), 2);
+        return 20;
+    }
+    std::time_t t = static_cast<std::time_t>(seconds);
     std::tm parts{};
     ::gmtime_r(&t, &parts);
     const int year = parts.tm_year + 1900;
-    if (year >= 0 && year <= 9999) {
-        // The common case, written digit by digit: a JSON listing formats half a million dates.
-        char text[21] = "0000-00-00T00:00:00Z";
-        auto put = [&](int at, int value, int digits) {
-            for (int i = at + digits - 1; i >= at; --i, value /= 10)
-                text[i] = static_cast<char>('0' + value % 10);
-        };
-        put(0, year, 4);
-        put(5, parts.tm_mon + 1, 2);
-        put(8, parts.tm_mday, 2);
-        put(11, parts.tm_hour, 2);
-        put(14, parts.tm_min, 2);
-        put(17, parts.tm_sec, 2);
-        return std::string(text, 20);
-    }
-    char text[80];  // room for any int fields, so the format can never truncate
-    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", year, parts.tm_mon + 1, parts.tm_mday,
-                  parts.tm_hour, parts.tm_min, parts.tm_sec);
-    return text;
+    // Room for any int fields, so the format can never truncate.
+    const int length = std::snprintf(out, kISO8601Capacity, "%04d-%02d-%02dT%02d:%02d:%02dZ", year, parts.tm_mon + 1,
+                                     parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+    return static_cast<std::size_t>(std::min<int>(length, static_cast<int>(kISO8601Capacity) - 1));
 }
 
 } // namespace zq

@@ -33,6 +33,10 @@ public:
 
     /// "YYYY-MM-DDTHH:MM:SSZ", in UTC, whole seconds (rounded down).
     std::string iso8601() const;
+    /// The same text written at `out`, which has room for kISO8601Capacity characters (no
+    /// terminator); returns its length. For writers of many dates.
+    std::size_t iso8601(char* out) const;
+    static constexpr std::size_t kISO8601Capacity = 80;
 
     friend constexpr bool operator==(Date a, Date b) { return a.seconds_ == b.seconds_; }
     friend constexpr auto operator<=>(Date a, Date b) { return a.seconds_ <=> b.seconds_; }

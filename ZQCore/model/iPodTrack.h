@@ -174,11 +174,16 @@ public:
     /// library object not connected, as contentsOfTrackFile does.
     FileCopyResult copyTrackFileTo(int destination, const FileCopyProgress& progress = {}) const;
 
-private:
+    /// The text fields, for textView.
     enum StringField : std::size_t {
         Artist, Album, Title, FilePath, Genre, FileType, EQSettingText, Comment, PodcastCategory,
         Composer, Grouping, TrackDescription, AlbumArtist, StringFieldCount
     };
+    /// A text field in place, without a copy (a listing of a large library reads millions):
+    /// valid while the track lives and the field is not set again.
+    std::optional<std::string_view> textView(StringField field) const { return strings_.get(field); }
+
+private:
     friend class ZQCoreiPod;
 
     struct Key {

@@ -26,6 +26,7 @@ TrackListBuilder::TrackListBuilder(std::shared_ptr<ZQCoreiPod> parent, std::stri
     : parent_(std::move(parent)), basePath_(std::move(basePath))
 {
     tracks_.reserve(expectedTracks);
+    index_.byID.reserve(expectedTracks);
     // Small lists keep the general allocator: an arena's first chunk would outweigh them.
     if (expectedTracks >= minimumTracksForThread)
         arena_ = std::make_shared<TrackArena>();
@@ -189,8 +190,15 @@ void TrackListBuilder::make(Batch& batch)
             texts_.fill(std::nullopt);
         } else if (head.type == kEnd) {
             const auto* header = reinterpret_cast<const std::uint8_t*>(bytes + header_);
-            tracks_.push_back(iPodTrack::initWithMHITTexts(std::span(header, layout::MHITHeader::size), texts_,
-                                                           parent_, dates_));
+            auto track = iPodTrack::initWithMHITTexts(std::span(header, layout::MHITHeader::size), texts_, parent_,
+                                                      dates_);
+            // A later track of the same ID takes the earlier one's place in the index.
+            const auto position = static_cast<std::uint32_t>(static_cast<std::int32_t>(tracks_.size()));
+            if (!index_.byID.insert(track->trackID(), position)) {
+                index_.byID.assign(track->trackID(), position);
+                index_.repeatedIDs = true;
+            }
+            tracks_.push_back(std::move(track));
         } else {
             const std::uint32_t type = head.type & ~kUndecoded;
             std::size_t length = head.length;

@@ -3,6 +3,7 @@
 // Making the tracks of a track list from its raw records, beside the walk that reads them.
 
 #include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/foundation/IDIndex.h"
 
 #include <condition_variable>
 #include <cstdint>
@@ -21,6 +22,12 @@
 namespace zq {
 
 class TrackArena;
+
+/// The tracks of a walked list by ID: where each ID last stands, and whether any ID stands twice.
+struct TrackIDIndex {
+    IDIndex byID;
+    bool repeatedIDs = false;
+};
 
 /// Takes the walk's track records (the header block and the text objects, in the order they
 /// come) and makes the tracks from them.
@@ -51,6 +58,9 @@ public:
     void endTrack();
     /// Waits for every track and hands them over, in record order.
     ZQCoreiPod::Tracks finish();
+    /// After finish(): the tracks by ID, made along the way (on the builder's own thread, while
+    /// the walk was still reading).
+    TrackIDIndex takeIndex() { return std::move(index_); }
 
     /// Lists shorter than this are made without a thread; tests lower it to use the thread.
     static std::size_t minimumTracksForThread;
@@ -91,6 +101,7 @@ private:
     std::array<std::optional<std::string_view>, iPodTrack::MHITStrings::kTypeLimit> texts_;
     std::size_t header_ = 0;
     ZQCoreiPod::Tracks tracks_;
+    TrackIDIndex index_;
 
     Batch filling_;
     std::mutex mutex_;

@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <optional>
 #include <unordered_map>
 
 namespace zq {
@@ -216,35 +217,40 @@ void ZQCoreiPod::parseiTunesDBWithReader(XRDataReader& readerRef)
     const auto dataSets = static_cast<std::int32_t>(le32(header, MHBDHeader::dataSetCount));
     reader->setPosition(start + le32(header, ChunkStart::headerLength));
 
+    // The index of the track list this file gives, made while it is read.
+    std::optional<TrackIDIndex> walked;
     for (std::int32_t set = 1; set <= dataSets; ++set) {
         const std::uint32_t p = reader->position();
         const auto setHeader = reader->readBlock<MHSDHeader::size>();
         const std::uint32_t type = le32(setHeader, MHSDHeader::type);
         if (type == MHSDHeader::trackList) {
             reader->setPosition(p + le32(setHeader, ChunkStart::headerLength));
-            tracks_ = parseTrackList(*reader);
+            walked.emplace();
+            tracks_ = parseTrackList(*reader, *walked);
         } else if (type == MHSDHeader::playlistListGrouped) {
             // Built from the tracks already read: a playlist data set that comes before the
-            // track list resolves nothing.
-            // A later track of the same ID takes its place, as in the cache of the public walk.
-            IDIndex cache;
-            cache.reserve(tracks_.size());
-            bool repeatedIDs = false;
-            for (std::size_t i = 0; i < tracks_.size(); ++i) {
-                const auto index = static_cast<std::uint32_t>(static_cast<std::int32_t>(i));
-                if (!cache.insert(tracks_[i]->trackID(), index)) {
-                    cache.assign(tracks_[i]->trackID(), index);
-                    repeatedIDs = true;
+            // track list resolves nothing. A later track of the same ID takes its place, as in
+            // the cache of the public walk.
+            if (!walked) {
+                walked.emplace();
+                walked->byID.reserve(tracks_.size());
+                for (std::size_t i = 0; i < tracks_.size(); ++i) {
+                    const auto index = static_cast<std::uint32_t>(static_cast<std::int32_t>(i));
+                    if (!walked->byID.insert(tracks_[i]->trackID(), index)) {
+                        walked->byID.assign(tracks_[i]->trackID(), index);
+                        walked->repeatedIDs = true;
+                    }
                 }
             }
+            const TrackIDIndex& cache = *walked;
             // Playlists mostly list tracks in the track list's order: the track after the last
             // one found is tried first. Only when no ID repeats, where it is the cache's answer.
             std::uint32_t next = 0;
             reader->setPosition(p + le32(setHeader, ChunkStart::headerLength));
             playlists_ = parsePlaylistList(*reader, tracks_, [&](std::uint64_t trackID) {
                 std::uint32_t index = next;
-                if (repeatedIDs || index >= tracks_.size() || tracks_[index]->trackID() != trackID)
-                    index = cache.find(trackID);
+                if (cache.repeatedIDs || index >= tracks_.size() || tracks_[index]->trackID() != trackID)
+                    index = cache.byID.find(trackID);
                 if (index == IDIndex::kNone)
                     return std::uint32_t{0};
                 next = index + 1;
@@ -256,6 +262,12 @@ void ZQCoreiPod::parseiTunesDBWithReader(XRDataReader& readerRef)
 }
 
 ZQCoreiPod::Tracks ZQCoreiPod::parseTrackList(XRDataReader& reader)
+{
+    TrackIDIndex unused;
+    return parseTrackList(reader, unused);
+}
+
+ZQCoreiPod::Tracks ZQCoreiPod::parseTrackList(XRDataReader& reader, TrackIDIndex& index)
 {
     const std::uint32_t start = reader.position();
     const auto list = reader.readBlock<ListHeader::size>();
@@ -289,7 +301,9 @@ ZQCoreiPod::Tracks ZQCoreiPod::parseTrackList(XRDataReader& reader)
         builder.endTrack();
         reader.setPosition(p + le32(header, ChunkStart::totalLength));
     }
-    return builder.finish();
+    auto tracks = builder.finish();
+    index = builder.takeIndex();
+    return tracks;
 }
 
 ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistListWithReader(XRDataReader& reader, const Tracks& tracks,

@@ -7,7 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <ctime>
+#include <vector>
 #include <string>
 
 namespace {
@@ -143,6 +145,34 @@ TEST_F(FoundationDate1904, ChangingTZBetweenConversionsIsNoticed)
     EXPECT_EQ(inUTC.timeIntervalSinceReferenceDate() - inBerlin.timeIntervalSinceReferenceDate(), 7200.0);
     useZone("UTC0");
     EXPECT_EQ(Date::from1904LocalSeconds(summerNoon), inUTC);
+}
+
+
+// ISO 8601 text works out the calendar itself; it must agree with gmtime's day for day, from
+// year 0000 (and before, where gmtime writes the year as it is) to 9999 and beyond.
+TEST(FoundationDateText, ISO8601AgreesWithTheCLibraryCalendar)
+{
+    constexpr double kUnixToReference = 978307200.0;
+    auto reference = [](std::int64_t t) {
+        const std::time_t seconds = static_cast<std::time_t>(t);
+        std::tm parts{};
+        ::gmtime_r(&seconds, &parts);
+        char text[80];
+        std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02dZ", parts.tm_year + 1900, parts.tm_mon + 1,
+                      parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+        return std::string(text);
+    };
+    std::vector<std::int64_t> times = {-62167219201, -62167219200, -62162035201, -2208988801, -1, 0, 951782399,
+                                       951782400,    4107542400,   253402300799, 253402300800};
+    std::uint64_t state = 88172645463325252ull;
+    for (int i = 0; i < 20000; ++i) {  // xorshift: spread over the whole range, every hour of the day
+        state ^= state << 13, state ^= state >> 7, state ^= state << 17;
+        times.push_back(static_cast<std::int64_t>(state % 315569520000ull) - 62167219200 - 1000000);
+    }
+    for (const std::int64_t t : times)
+        ASSERT_EQ(Date(static_cast<double>(t) - kUnixToReference).iso8601(), reference(t)) << t;
+    // Fractions of a second are cut towards the past.
+    EXPECT_EQ(Date(-0.5 - kUnixToReference).iso8601(), "1969-12-31T23:59:59Z");
 }
 
 } // namespace

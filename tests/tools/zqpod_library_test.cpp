@@ -3,7 +3,10 @@
 
 #include "tests/support/Expectations.h"
 #include "tests/support/SampleDevice.h"
+#include "tests/support/TestLibrary.h"
 #include "tests/tools/ToolProcess.h"
+
+#include "LibraryReport.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -11,6 +14,7 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -110,6 +114,35 @@ Json comparablePlaylist(Json playlist)
         playlist.erase("playlistID");
     }
     return playlist;
+}
+
+// Texts are written as the JSON library writes them: escapes, UTF-8 of every length as it is,
+// and bytes that are not well-formed UTF-8 replaced, in runs shorter and longer than sixteen.
+TEST(ToolLibraryJSON, TextsAreWrittenAsTheJSONLibraryWritesThem)
+{
+    const std::vector<std::string> texts = {
+        "", "plain ASCII text longer than sixteen characters", "quote \" backslash \\ slash /",
+        std::string("controls \x01\x1f\t\n\r\b\f and NUL \0 inside", 35), "delete \x7f stays", "0123456789abcde\x1f unit separator alone in its block",
+        "Café Über Sølv – 日本語 😀 after sixteen plain bytes", "\xC0\x80 overlong", "\xE0\x80\x80 overlong",
+        "surrogate \xED\xA0\x80", "beyond \xF4\x90\x80\x80", "\xF5 no lead byte", "cut at the end \xC3",
+        "lone \x80 continuation after sixteen plain bytes", "\xE2\x82 cut three-byte \xF0\x9F\x98 cut four-byte"};
+    auto library = std::make_shared<test::DetachedLibrary>();
+    for (const std::string& text : texts) {
+        auto track = iPodTrack::initWithParent(library);
+        track->setTitle(text);
+        library->addTrack(track);
+    }
+    std::ostringstream out;
+    zqpod::printLibraryJSON(out, *library);
+    std::vector<std::string> titles;
+    std::istringstream lines(out.str());
+    for (std::string line; std::getline(lines, line);)
+        if (const auto at = line.find("\"title\": "); at != std::string::npos)
+            titles.push_back(line.substr(at + 9, line.size() - at - 10));  // without the comma
+    ASSERT_EQ(titles.size(), texts.size());
+    for (std::size_t i = 0; i < texts.size(); ++i)
+        EXPECT_EQ(titles[i], nlohmann::ordered_json(texts[i]).dump(-1, ' ', false, Json::error_handler_t::replace))
+            << i;
 }
 
 TEST(ToolLibraryFormats, BinaryAndSQLiteLibrariesOfOneDescriptionPrintTheSame)

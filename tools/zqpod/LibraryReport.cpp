@@ -10,9 +10,14 @@
 #include <nlohmann/json.hpp>
 
 #include <charconv>
+#include <cstdint>
 #include <ostream>
 #include <string>
 #include <string_view>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace zqpod {
 
@@ -26,14 +31,6 @@ std::string serialOf(const zq::ZQCoreiPod& library)
 {
     const zq::Value* serial = library.properties().find("SerialNumber");
     return serial && serial->string() ? *serial->string() : std::string();
-}
-
-Json trackIDs(const zq::Playlist::Tracks& tracks)
-{
-    Json ids = Json::array();
-    for (const auto& track : tracks)
-        ids.push_back(track->trackID());
-    return ids;
 }
 
 // Writes the library's JSON as it is produced, in nlohmann's pretty-printed form (two-space
@@ -79,6 +76,13 @@ public:
         buffer_.append(indent, ' ');
         first_ = true;
     }
+    // Starts an array element that is a single value.
+    void item(unsigned indent)
+    {
+        buffer_ += first_ ? "\n" : ",\n";
+        buffer_.append(indent, ' ');
+        first_ = false;
+    }
     // Starts an object member; `name` is plain ASCII and needs no escaping.
     void key(std::string_view name, unsigned indent)
     {
@@ -91,21 +95,75 @@ public:
     }
     void text(const std::optional<std::string>& value)
     {
+        text(value ? std::optional<std::string_view>(*value) : std::nullopt);
+    }
+    // A string as nlohmann writes it (ensure_ascii off): well-formed UTF-8 as it is, quote,
+    // backslash and control characters escaped. Text that is not well-formed UTF-8 takes
+    // nlohmann's own path, which replaces what it cannot read.
+    void text(std::optional<std::string_view> value)
+    {
         if (!value) {
             buffer_ += "null";
             return;
         }
-        // Printable ASCII without quote or backslash is written as it is; anything else takes
-        // nlohmann's escaping and UTF-8 checks.
-        for (unsigned char c : *value) {
-            if (c < 0x20 || c >= 0x80 || c == '"' || c == '\\') {
-                serializer_.dump(Json(*value), true, false, 2, 0);
-                return;
+        const std::string_view s = *value;
+        const std::size_t mark = buffer_.size();
+        buffer_ += '"';
+        std::size_t i = 0, run = 0;
+        while (i < s.size()) {
+#if defined(__SSE2__)
+            // Sixteen plain characters at a time: none below 0x20 or above 0x7F (a signed
+            // compare catches both), no quote, no backslash.
+            if (i + 16 <= s.size()) {
+                const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.data() + i));
+                const __m128i special = _mm_or_si128(
+                    _mm_cmplt_epi8(v, _mm_set1_epi8(0x20)),
+                    _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('"')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\\'))));
+                if (_mm_movemask_epi8(special) == 0) {
+                    i += 16;
+                    continue;
+                }
             }
+#endif
+            const auto c = static_cast<unsigned char>(s[i]);
+            if (c >= 0x20 && c < 0x80 && c != '"' && c != '\\') {
+                ++i;
+                continue;
+            }
+            if (c >= 0x80) {
+                const std::size_t length = wellFormedSequence(s, i);
+                if (length == 0) {
+                    buffer_.resize(mark);
+                    serializer_.dump(Json(std::string(s)), true, false, 2, 0);
+                    return;
+                }
+                i += length;
+                continue;
+            }
+            buffer_.append(s.data() + run, i - run);
+            escape(c);
+            run = ++i;
         }
+        buffer_.append(s.data() + run, s.size() - run);
         buffer_ += '"';
-        buffer_ += *value;
+    }
+    void date(const std::optional<zq::Date>& value)
+    {
+        if (!value) {
+            buffer_ += "null";
+            return;
+        }
+        char digits[zq::Date::kISO8601Capacity];
         buffer_ += '"';
+        buffer_.append(digits, value->iso8601(digits));
+        buffer_ += '"';
+    }
+    // A member whose "\n", indent, name and colon are written out in `prefix` (",\n..." for
+    // every member but an object's first).
+    void member(std::string_view prefix)
+    {
+        buffer_ += prefix;
+        first_ = false;
     }
     template <class Integer>
     void number(Integer value)
@@ -131,6 +189,45 @@ public:
 
 private:
     static constexpr std::size_t kBlock = 1 << 16;
+
+    void escape(unsigned char c)
+    {
+        switch (c) {
+        case '\b': buffer_ += "\\b"; break;
+        case '\t': buffer_ += "\\t"; break;
+        case '\n': buffer_ += "\\n"; break;
+        case '\f': buffer_ += "\\f"; break;
+        case '\r': buffer_ += "\\r"; break;
+        case '"': buffer_ += "\\\""; break;
+        case '\\': buffer_ += "\\\\"; break;
+        default: {
+            static constexpr char hex[] = "0123456789abcdef";
+            const char code[] = {'\\', 'u', '0', '0', hex[c >> 4], hex[c & 0xF]};
+            buffer_.append(code, sizeof code);
+        }
+        }
+    }
+    // The length of the well-formed UTF-8 sequence at s[i] (Unicode's table of well-formed
+    // byte sequences), or 0.
+    static std::size_t wellFormedSequence(std::string_view s, std::size_t i)
+    {
+        auto at = [&](std::size_t k) { return i + k < s.size() ? static_cast<unsigned char>(s[i + k]) : 0u; };
+        auto tail = [](unsigned b) { return b >= 0x80 && b <= 0xBF; };
+        const unsigned c = at(0);
+        if (c >= 0xC2 && c <= 0xDF)
+            return tail(at(1)) ? 2 : 0;
+        if (c >= 0xE0 && c <= 0xEF) {
+            const unsigned b = at(1);
+            const bool second = c == 0xE0 ? (b >= 0xA0 && b <= 0xBF) : c == 0xED ? (b >= 0x80 && b <= 0x9F) : tail(b);
+            return second && tail(at(2)) ? 3 : 0;
+        }
+        if (c >= 0xF0 && c <= 0xF4) {
+            const unsigned b = at(1);
+            const bool second = c == 0xF0 ? (b >= 0x90 && b <= 0xBF) : c == 0xF4 ? (b >= 0x80 && b <= 0x8F) : tail(b);
+            return second && tail(at(2)) && tail(at(3)) ? 4 : 0;
+        }
+        return 0;
+    }
     void flushIfFull()
     {
         if (buffer_.size() >= kBlock)
@@ -143,72 +240,67 @@ private:
     bool first_ = true;
 };
 
-void writeDate(JSONStream& json, const std::optional<zq::Date>& value)
-{
-    if (value)
-        json.text(value->iso8601());
-    else
-        json.null();
-}
-
-// One track object at indent 4, members at 6, in the order programs have always seen.
+// One track object at indent 4, members at 6, in the order programs have always seen. Member
+// names are written with their line breaks and indent in one piece.
+#define ZQPOD_MEMBER(name) ",\n      \"" name "\": "
 void writeTrack(JSONStream& json, const zq::iPodTrack& t)
 {
-    constexpr unsigned kIndent = 6;
+    using T = zq::iPodTrack;
     json.open('{', 4);
-    auto number = [&](std::string_view name, auto value) {
-        json.key(name, kIndent);
+    json.member("\n      \"trackID\": ");
+    json.number(t.trackID());
+    auto number = [&](std::string_view member, auto value) {
+        json.member(member);
         json.number(value);
     };
-    auto string = [&](std::string_view name, const std::optional<std::string>& value) {
-        json.key(name, kIndent);
-        json.text(value);
+    auto string = [&](std::string_view member, T::StringField field) {
+        json.member(member);
+        json.text(t.textView(field));
     };
-    auto date = [&](std::string_view name, const std::optional<zq::Date>& value) {
-        json.key(name, kIndent);
-        writeDate(json, value);
+    auto date = [&](std::string_view member, const std::optional<zq::Date>& value) {
+        json.member(member);
+        json.date(value);
     };
-    number("trackID", t.trackID());
-    number("dbid", t.dbid());
-    string("title", t.title());
-    string("artist", t.artist());
-    string("album", t.album());
-    string("albumArtist", t.albumArtist());
-    string("genre", t.genre());
-    string("composer", t.composer());
-    string("comment", t.comment());
-    string("grouping", t.grouping());
-    string("fileType", t.fileType());
-    string("EQSetting", t.EQSetting());
-    string("podcastCategory", t.podcastCategory());
-    string("trackDescription", t.trackDescription());
-    string("filePath", t.filePath());
-    number("rating", t.rating());
-    number("fileSize", t.fileSize());
-    number("trackLength", t.trackLength());
-    number("trackNumber", t.trackNumber());
-    number("trackTotal", t.trackTotal());
-    number("discNumber", t.discNumber());
-    number("discTotal", t.discTotal());
-    number("year", t.year());
-    number("bitrate", t.bitrate());
-    number("sampleRate", t.sampleRate());
-    number("volume", t.volume());
-    number("startTime", t.startTime());
-    number("endTime", t.endTime());
-    number("soundcheckValue", t.soundcheckValue());
-    number("playCount", t.playCount());
-    number("BPM", t.BPM());
-    number("mediaType", t.mediaType());
-    date("lastModified", t.lastModified());
-    date("lastPlayedTime", t.lastPlayedTime());
-    date("dateAdded", t.dateAdded());
-    date("dateReleased", t.dateReleased());
-    date("lastSkippedTime", t.lastSkippedTime());
-    json.key("compilation", kIndent);
+    number(ZQPOD_MEMBER("dbid"), t.dbid());
+    string(ZQPOD_MEMBER("title"), T::Title);
+    string(ZQPOD_MEMBER("artist"), T::Artist);
+    string(ZQPOD_MEMBER("album"), T::Album);
+    string(ZQPOD_MEMBER("albumArtist"), T::AlbumArtist);
+    string(ZQPOD_MEMBER("genre"), T::Genre);
+    string(ZQPOD_MEMBER("composer"), T::Composer);
+    string(ZQPOD_MEMBER("comment"), T::Comment);
+    string(ZQPOD_MEMBER("grouping"), T::Grouping);
+    string(ZQPOD_MEMBER("fileType"), T::FileType);
+    string(ZQPOD_MEMBER("EQSetting"), T::EQSettingText);
+    string(ZQPOD_MEMBER("podcastCategory"), T::PodcastCategory);
+    string(ZQPOD_MEMBER("trackDescription"), T::TrackDescription);
+    string(ZQPOD_MEMBER("filePath"), T::FilePath);
+    number(ZQPOD_MEMBER("rating"), t.rating());
+    number(ZQPOD_MEMBER("fileSize"), t.fileSize());
+    number(ZQPOD_MEMBER("trackLength"), t.trackLength());
+    number(ZQPOD_MEMBER("trackNumber"), t.trackNumber());
+    number(ZQPOD_MEMBER("trackTotal"), t.trackTotal());
+    number(ZQPOD_MEMBER("discNumber"), t.discNumber());
+    number(ZQPOD_MEMBER("discTotal"), t.discTotal());
+    number(ZQPOD_MEMBER("year"), t.year());
+    number(ZQPOD_MEMBER("bitrate"), t.bitrate());
+    number(ZQPOD_MEMBER("sampleRate"), t.sampleRate());
+    number(ZQPOD_MEMBER("volume"), t.volume());
+    number(ZQPOD_MEMBER("startTime"), t.startTime());
+    number(ZQPOD_MEMBER("endTime"), t.endTime());
+    number(ZQPOD_MEMBER("soundcheckValue"), t.soundcheckValue());
+    number(ZQPOD_MEMBER("playCount"), t.playCount());
+    number(ZQPOD_MEMBER("BPM"), t.BPM());
+    number(ZQPOD_MEMBER("mediaType"), t.mediaType());
+    date(ZQPOD_MEMBER("lastModified"), t.lastModified());
+    date(ZQPOD_MEMBER("lastPlayedTime"), t.lastPlayedTime());
+    date(ZQPOD_MEMBER("dateAdded"), t.dateAdded());
+    date(ZQPOD_MEMBER("dateReleased"), t.dateReleased());
+    date(ZQPOD_MEMBER("lastSkippedTime"), t.lastSkippedTime());
+    json.member(ZQPOD_MEMBER("compilation"));
     json.boolean(t.compilation());
-    number("albumID", t.albumID());
-    number("artworkLink", t.artworkLink());
+    number(ZQPOD_MEMBER("albumID"), t.albumID());
+    number(ZQPOD_MEMBER("artworkLink"), t.artworkLink());
     // The artwork the track carries: its image identifier and the visible size of the stored
     // size its image is made from; null for a track without artwork.
     std::optional<std::uint32_t> artworkID;
@@ -221,18 +313,19 @@ void writeTrack(JSONStream& json, const zq::iPodTrack& t)
             artworkHeight = rep->height();
         }
     }
-    auto optionalNumber = [&](std::string_view name, auto value) {
-        json.key(name, kIndent);
+    auto optionalNumber = [&](std::string_view member, auto value) {
+        json.member(member);
         if (value)
             json.number(*value);
         else
             json.null();
     };
-    optionalNumber("artworkID", artworkID);
-    optionalNumber("artworkWidth", artworkWidth);
-    optionalNumber("artworkHeight", artworkHeight);
+    optionalNumber(ZQPOD_MEMBER("artworkID"), artworkID);
+    optionalNumber(ZQPOD_MEMBER("artworkWidth"), artworkWidth);
+    optionalNumber(ZQPOD_MEMBER("artworkHeight"), artworkHeight);
     json.endObject(4);
 }
+#undef ZQPOD_MEMBER
 
 Json ruleJSON(const zq::SmartPlaylistRule& rule)
 {
@@ -253,43 +346,86 @@ Json ruleJSON(const zq::SmartPlaylistRule& rule)
     return json;
 }
 
-Json playlistJSON(const zq::Playlist& playlist)
+// A list of track IDs at `indent`, one per line, as nlohmann prints an array ("[]" when empty).
+void writeTrackIDs(JSONStream& json, const zq::Playlist::Tracks& tracks, unsigned indent)
 {
-    Json json{
-        {"kind", playlist.kind()},
-        {"name", text(playlist.name())},
-        {"playlistID", playlist.playlistID()},
-        {"parentID", playlist.parentID()},
-        {"isMaster", playlist.isMaster()},
-        {"isPodcasts", playlist.isPodcasts()},
-        {"trackIDs", trackIDs(playlist.tracks())},
-    };
+    json.open('[', indent, tracks.empty());
+    for (const auto& track : tracks) {
+        json.item(indent + 2);
+        json.number(track->trackID());
+    }
+    json.close(']', indent, tracks.empty());
+}
+
+// One playlist object at `indent` (members at indent + 2), written as it is produced: a master
+// playlist lists every track of the library.
+void writePlaylist(JSONStream& json, const zq::Playlist& playlist, unsigned indent)
+{
+    const unsigned inner = indent + 2;
+    json.open('{', indent);
+    json.key("kind", inner);
+    json.text(std::optional<std::string_view>(playlist.kind()));
+    json.key("name", inner);
+    json.text(playlist.name());
+    json.key("playlistID", inner);
+    json.number(playlist.playlistID());
+    json.key("parentID", inner);
+    json.number(playlist.parentID());
+    json.key("isMaster", inner);
+    json.boolean(playlist.isMaster());
+    json.key("isPodcasts", inner);
+    json.boolean(playlist.isPodcasts());
+    json.key("trackIDs", inner);
+    writeTrackIDs(json, playlist.tracks(), inner);
     if (const auto* smart = dynamic_cast<const zq::SmartPlaylist*>(&playlist)) {
-        json["limitType"] = smart->limitType();
-        json["limitSortType"] = smart->limitSortType();
-        json["limit"] = smart->limit();
-        json["liveUpdating"] = smart->liveUpdating();
-        json["rulesEnabled"] = smart->rulesEnabled();
-        json["limitsEnabled"] = smart->limitsEnabled();
-        json["onlyMatchCheckedTracks"] = smart->onlyMatchCheckedTracks();
-        json["limitSortReversed"] = smart->limitSortReversed();
-        json["isOr"] = smart->isOr();
+        auto number = [&](std::string_view name, std::int32_t value) {
+            json.key(name, inner);
+            json.number(value);
+        };
+        auto boolean = [&](std::string_view name, bool value) {
+            json.key(name, inner);
+            json.boolean(value);
+        };
+        number("limitType", smart->limitType());
+        number("limitSortType", smart->limitSortType());
+        number("limit", smart->limit());
+        boolean("liveUpdating", smart->liveUpdating());
+        boolean("rulesEnabled", smart->rulesEnabled());
+        boolean("limitsEnabled", smart->limitsEnabled());
+        boolean("onlyMatchCheckedTracks", smart->onlyMatchCheckedTracks());
+        boolean("limitSortReversed", smart->limitSortReversed());
+        boolean("isOr", smart->isOr());
+        // Rules are few: nlohmann writes them.
         Json rules = Json::array();
         for (const auto& rule : smart->rules())
             rules.push_back(ruleJSON(*rule));
-        json["rules"] = std::move(rules);
+        json.key("rules", inner);
+        json.value(rules, inner);
     } else if (const auto* podcasts = dynamic_cast<const zq::Podcasts*>(&playlist)) {
-        Json groups = Json::array();
-        for (const auto& show : podcasts->podcasts())
-            groups.push_back(Json{{"name", text(show->name())}, {"trackIDs", trackIDs(show->tracks())}});
-        json["groups"] = std::move(groups);
+        const auto& shows = podcasts->podcasts();
+        json.key("groups", inner);
+        json.open('[', inner, shows.empty());
+        for (const auto& show : shows) {
+            json.element(inner + 2);
+            json.open('{', inner + 2);
+            json.key("name", inner + 4);
+            json.text(show->name());
+            json.key("trackIDs", inner + 4);
+            writeTrackIDs(json, show->tracks(), inner + 4);
+            json.close('}', inner + 2);
+        }
+        json.close(']', inner, shows.empty());
     } else if (const auto* folder = dynamic_cast<const zq::PlaylistFolder*>(&playlist)) {
-        Json children = Json::array();
-        for (const auto& child : folder->playlists())
-            children.push_back(playlistJSON(*child));
-        json["children"] = std::move(children);
+        const auto& children = folder->playlists();
+        json.key("children", inner);
+        json.open('[', inner, children.empty());
+        for (const auto& child : children) {
+            json.element(inner + 2);
+            writePlaylist(json, *child, inner + 2);
+        }
+        json.close(']', inner, children.empty());
     }
-    return json;
+    json.close('}', indent);
 }
 
 // Folder children are printed under their folder, so a top-level listing skips playlists that
@@ -340,7 +476,6 @@ void printLibraryJSON(std::ostream& out, const zq::ZQCoreiPod& library)
         writeTrack(json, *track);
     }
     json.close(']', 2, tracks.empty());
-    // Playlists are few; each is built whole (its track IDs included) and written at once.
     json.key("playlists", 2);
     std::size_t written = 0;
     for (const auto& playlist : library.allPlaylists()) {
@@ -349,7 +484,7 @@ void printLibraryJSON(std::ostream& out, const zq::ZQCoreiPod& library)
         if (written++ == 0)
             json.open('[', 2);
         json.element(4);
-        json.value(playlistJSON(*playlist), 4);
+        writePlaylist(json, *playlist, 4);
     }
     if (written == 0)
         json.open('[', 2, true);
