@@ -9,8 +9,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <cstring>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -33,6 +36,59 @@ std::string serialOf(const zq::ZQCoreiPod& library)
     return serial && serial->string() ? *serial->string() : std::string();
 }
 
+// Characters gathered for one write to the stream: the JSON of a large library is a great many
+// short appends, and each here checks its room once and copies.
+class Block {
+public:
+    explicit Block(std::size_t capacity) : data_(new char[capacity]), capacity_(capacity) {}
+
+    const char* data() const { return data_.get(); }
+    std::size_t size() const { return size_; }
+    void clear() { size_ = 0; }
+    /// Drops what came after `size` (never grows).
+    void resize(std::size_t size) { size_ = std::min(size, size_); }
+
+    void append(const char* text, std::size_t length)
+    {
+        std::memcpy(room(length), text, length);
+        size_ += length;
+    }
+    void append(std::size_t count, char c)
+    {
+        std::memset(room(count), c, count);
+        size_ += count;
+    }
+    Block& operator+=(std::string_view text)
+    {
+        append(text.data(), text.size());
+        return *this;
+    }
+    Block& operator+=(const char* text) { return *this += std::string_view(text); }
+    Block& operator+=(char c)
+    {
+        *room(1) = c;
+        ++size_;
+        return *this;
+    }
+
+private:
+    char* room(std::size_t length)
+    {
+        if (capacity_ - size_ < length) {
+            const std::size_t grown = std::max(capacity_ * 2, size_ + length);
+            std::unique_ptr<char[]> larger(new char[grown]);
+            std::memcpy(larger.get(), data_.get(), size_);
+            data_ = std::move(larger);
+            capacity_ = grown;
+        }
+        return data_.get() + size_;
+    }
+
+    std::unique_ptr<char[]> data_;
+    std::size_t capacity_;
+    std::size_t size_ = 0;
+};
+
 // Writes the library's JSON as it is produced, in nlohmann's pretty-printed form (two-space
 // indent, one element per line, "[]" for an empty array) so the text is the same as a
 // whole-document dump, without holding a document of 100,000 tracks in memory. Text goes out
@@ -41,10 +97,11 @@ std::string serialOf(const zq::ZQCoreiPod& library)
 class JSONStream {
 public:
     explicit JSONStream(std::ostream& out)
-        : out_(out), serializer_(nlohmann::detail::output_adapter<char, std::string>(buffer_), ' ',
-                                 Json::error_handler_t::replace)
+        : out_(out),
+          buffer_(kBlock + 4096),
+          serializer_(nlohmann::detail::output_adapter<char, std::string>(scratch_), ' ',
+                      Json::error_handler_t::replace)
     {
-        buffer_.reserve(kBlock + 4096);
     }
 
     // "{" or "[" opening a container whose members are indented by indent + 2; an empty one is
@@ -134,7 +191,7 @@ public:
                 const std::size_t length = wellFormedSequence(s, i);
                 if (length == 0) {
                     buffer_.resize(mark);
-                    serializer_.dump(Json(std::string(s)), true, false, 2, 0);
+                    dump(Json(std::string(s)), 0);
                     return;
                 }
                 i += length;
@@ -170,11 +227,15 @@ public:
     {
         char digits[24];
         const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-        buffer_.append(digits, end);
+        buffer_.append(digits, static_cast<std::size_t>(end - digits));
     }
     void boolean(bool value) { buffer_ += value ? "true" : "false"; }
     void null() { buffer_ += "null"; }
-    void value(const Json& json, unsigned indent) { serializer_.dump(json, true, false, 2, indent); first_ = false; }
+    void value(const Json& json, unsigned indent)
+    {
+        dump(json, indent);
+        first_ = false;
+    }
     void raw(std::string_view text) { buffer_ += text; }
     void endObject(unsigned indent)
     {
@@ -189,6 +250,14 @@ public:
 
 private:
     static constexpr std::size_t kBlock = 1 << 16;
+
+    // nlohmann's pretty form of `json` at `indent`, into the block.
+    void dump(const Json& json, unsigned indent)
+    {
+        scratch_.clear();
+        serializer_.dump(json, true, false, 2, indent);
+        buffer_ += scratch_;
+    }
 
     void escape(unsigned char c)
     {
@@ -235,7 +304,8 @@ private:
     }
 
     std::ostream& out_;
-    std::string buffer_;
+    Block buffer_;
+    std::string scratch_;
     nlohmann::detail::serializer<Json> serializer_;
     bool first_ = true;
 };
