@@ -4,6 +4,7 @@
 
 #include "ZQCore/foundation/IDIndex.h"
 #include "ZQCore/model/PlaylistFolder.h"
+#include "ZQCore/model/TrackArena.h"
 #include "ZQCore/model/Podcasts.h"
 #include "ZQCore/sqlite/SQLiteDatabase.h"
 #include "ZQCore/sqlite/SQLiteSubRows.h"
@@ -36,6 +37,8 @@ bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const s
     IDIndex trackByID;
     Tracks collected;
     {
+        // The tracks and their strings come from one arena (see TrackArena).
+        const TrackArena::Use arena(std::make_shared<TrackArena>());
         SQLiteSubRows subRows(libraryDB.handle(), locationsDB.handle(), dynamicsDB.handle(), true);
         SQLiteStatement items(libraryDB.handle(),
                               "SELECT pid, title, album, artist, album_artist, description, grouping, composer, "

@@ -148,7 +148,7 @@ std::shared_ptr<iPodTrack> iPodTrack::initWithSQLiteRow(sqlite3_stmt* row, SQLit
 
     if (filePath)
         text[FilePath] = *filePath;
-    t.strings_.assign(text);
+    t.assignStrings(text);
     return track;
 }
 
