@@ -30,7 +30,7 @@ constexpr const char* kArtworkDatabase = "/iTunes_Control/Artwork/ArtworkDB";
 
 std::shared_ptr<ZQCoreiPod> AFCiPod::initWithiPodReference(const std::shared_ptr<ZQCoreiPodRef>& reference)
 {
-    if (auto existing = ZQCore::sharedInstance()->existingiPodForReference(reference))
+    if (auto existing = ZQCore::existingLibraryForReference(reference))
         return existing;
     auto mobile = std::dynamic_pointer_cast<AFCiPodRef>(reference);
     if (!mobile || !mobile->device())
@@ -104,7 +104,7 @@ void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
     additionalData_ = {};
     setIsConnected(true);
     loaded_ = true;
-    ZQCore::sharedInstance()->iPodWasCreated(shared_from_this());
+    ZQCore::libraryWasLoaded(shared_from_this());
 }
 
 bool AFCiPod::loadFromSQLiteDatabases()

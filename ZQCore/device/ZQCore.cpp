@@ -33,9 +33,31 @@ bool isPresent(const ZQCoreiPodRef& reference, const std::vector<MountedVolume>&
     return std::any_of(volumes.begin(), volumes.end(), [&](const MountedVolume& volume) { return volume.mountPath == *path; });
 }
 
+// Library objects loaded while there was no shared instance yet, and that instance once made.
+std::vector<std::shared_ptr<ZQCoreiPod>>& librariesLoadedEarly()
+{
+    static std::vector<std::shared_ptr<ZQCoreiPod>> libraries;
+    return libraries;
+}
+ZQCore* madeInstance = nullptr;
+
+std::shared_ptr<ZQCoreiPod> firstWithSerialOf(const std::vector<std::shared_ptr<ZQCoreiPod>>& libraries,
+                                              const std::shared_ptr<ZQCoreiPodRef>& reference)
+{
+    const auto serial = reference ? reference->serialNumber() : std::nullopt;
+    if (!serial)
+        return nullptr;
+    for (const auto& library : libraries) {
+        const Value* theirs = library->properties().find("SerialNumber");
+        if (theirs && theirs->string() && *theirs->string() == *serial)
+            return library;
+    }
+    return nullptr;
+}
+
 } // namespace
 
-ZQCore::ZQCore()
+ZQCore::ZQCore() : iPodInstances_(std::move(librariesLoadedEarly()))
 {
     // libimobiledevice is linked in, so mobile devices are always looked for; without a
     // running usbmuxd none arrive. The factory's delegate is set by sharedInstance, which
@@ -50,7 +72,11 @@ ZQCore::ZQCore()
             connectedDevices_.push_back(ZQCoreiPodRef::initWithPath(volume));
 }
 
-ZQCore::~ZQCore() = default;
+ZQCore::~ZQCore()
+{
+    if (madeInstance == this)
+        madeInstance = nullptr;
+}
 
 const std::shared_ptr<ZQCore>& ZQCore::sharedInstance()
 {
@@ -58,6 +84,7 @@ const std::shared_ptr<ZQCore>& ZQCore::sharedInstance()
         std::shared_ptr<ZQCore> core(new ZQCore());
         if (core->supportsAFCDevices_)
             AFCFactory::factory()->setDelegate(core);
+        madeInstance = core.get();
         return core;
     }();
     return instance;
@@ -70,18 +97,24 @@ std::vector<std::shared_ptr<ZQCoreiPodRef>> ZQCore::connectediPodsOfSharedInstan
 
 std::shared_ptr<ZQCoreiPod> ZQCore::existingiPodForReference(const std::shared_ptr<ZQCoreiPodRef>& reference) const
 {
-    const auto serial = reference ? reference->serialNumber() : std::nullopt;
-    if (!serial)
-        return nullptr;
-    for (const auto& library : iPodInstances_) {
-        const Value* theirs = library->properties().find("SerialNumber");
-        if (theirs && theirs->string() && *theirs->string() == *serial)
-            return library;
-    }
-    return nullptr;
+    return firstWithSerialOf(iPodInstances_, reference);
 }
 
 void ZQCore::iPodWasCreated(const std::shared_ptr<ZQCoreiPod>& library) { iPodInstances_.push_back(library); }
+
+std::shared_ptr<ZQCoreiPod> ZQCore::existingLibraryForReference(const std::shared_ptr<ZQCoreiPodRef>& reference)
+{
+    return madeInstance ? madeInstance->existingiPodForReference(reference)
+                        : firstWithSerialOf(librariesLoadedEarly(), reference);
+}
+
+void ZQCore::libraryWasLoaded(const std::shared_ptr<ZQCoreiPod>& library)
+{
+    if (madeInstance)
+        madeInstance->iPodWasCreated(library);
+    else
+        librariesLoadedEarly().push_back(library);
+}
 
 void ZQCore::checkForNewiPods()
 {

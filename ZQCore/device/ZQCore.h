@@ -39,6 +39,13 @@ public:
     /// The shared instance's connected devices.
     static std::vector<std::shared_ptr<ZQCoreiPodRef>> connectediPodsOfSharedInstance();
 
+    /// existingiPodForReference and iPodWasCreated of the shared instance, without making it:
+    /// opening a device by its path needs no watching of volumes and phones, which costs a
+    /// command-line program much of its start. Library objects loaded before the shared
+    /// instance is made are kept aside and become its iPodInstances when it is.
+    static std::shared_ptr<ZQCoreiPod> existingLibraryForReference(const std::shared_ptr<ZQCoreiPodRef>& reference);
+    static void libraryWasLoaded(const std::shared_ptr<ZQCoreiPod>& library);
+
     std::shared_ptr<ZQCoreDelegate> delegate() const { return delegate_; }
     void setDelegate(std::shared_ptr<ZQCoreDelegate> delegate) { delegate_ = std::move(delegate); }
 

@@ -25,7 +25,7 @@ std::shared_ptr<ZQCoreiPod> ZQCoreiPod::initWithiPodReference(const std::shared_
     // A device reached through a session has a library object of its own kind.
     if (reference && !reference->isMountedVolume())
         return AFCiPod::initWithiPodReference(reference);
-    if (auto existing = ZQCore::sharedInstance()->existingiPodForReference(reference))
+    if (auto existing = ZQCore::existingLibraryForReference(reference))
         return existing;
     std::shared_ptr<ZQCoreiPod> library(new ZQCoreiPod());
     library->loadLibrary(reference);
@@ -56,7 +56,7 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
             }
         }
         setIsConnected(true);
-        ZQCore::sharedInstance()->iPodWasCreated(shared_from_this());
+        ZQCore::libraryWasLoaded(shared_from_this());
         return;
     }
 
@@ -111,7 +111,7 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
     readIdentityProperties();
     detectModelType();
 
-    ZQCore::sharedInstance()->iPodWasCreated(shared_from_this());
+    ZQCore::libraryWasLoaded(shared_from_this());
 }
 
 void ZQCoreiPod::readIdentityProperties()

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <ostream>
 
@@ -85,6 +86,21 @@ TEST(DeviceLibrary, EmptyVolumeGetsTheDeviceFolderAndNothingElse)
     EXPECT_TRUE(library->allTracks().empty() && library->allPlaylists().empty());
     EXPECT_TRUE(library->properties().isNull());
     EXPECT_EQ(library->type(), 0);
+}
+
+// Opening a device by its path watches nothing: the shared instance is not made for it. A
+// library opened before that instance exists is still found again for the same serial number,
+// and is among the instance's libraries once it is made.
+TEST(DeviceLibrary, LibrariesOpenedBeforeTheSharedInstanceBecomeItsOwn)
+{
+    TempDir dir;
+    test::writeVolume(dir.path(), VolumeSpec{.sysInfo = test::sysInfoText("ZQEARLY1Y5N")});
+    const auto reference = ZQCoreiPodRef::initWithPath(dir.path());
+    const auto library = ZQCoreiPod::initWithiPodReference(reference);
+    EXPECT_EQ(ZQCoreiPod::initWithiPodReference(ZQCoreiPodRef::initWithPath(dir.path())), library);
+    const auto& instances = ZQCore::sharedInstance()->iPodInstances();
+    EXPECT_NE(std::find(instances.begin(), instances.end(), library), instances.end());
+    EXPECT_EQ(ZQCore::sharedInstance()->existingiPodForReference(reference), library);
 }
 
 struct TypeCase {
