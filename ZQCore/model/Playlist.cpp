@@ -26,6 +26,16 @@ void Playlist::addTrack(const std::shared_ptr<iPodTrack>& track)
     tracks_.push_back(track);
 }
 
+void Playlist::addTracks(Tracks tracks)
+{
+    ChangeScope change(*this, "tracks");
+    std::erase(tracks, nullptr);
+    if (tracks_.empty())
+        tracks_ = std::move(tracks);
+    else
+        tracks_.insert(tracks_.end(), std::make_move_iterator(tracks.begin()), std::make_move_iterator(tracks.end()));
+}
+
 void Playlist::removeTrack(const std::shared_ptr<iPodTrack>& track)
 {
     ChangeScope change(*this, "tracks");

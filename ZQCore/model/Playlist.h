@@ -60,6 +60,8 @@ public:
 
     /// Appends (a track may stand twice); a null track is ignored.
     void addTrack(const std::shared_ptr<iPodTrack>& track);
+    /// Appends several in order (null ones ignored), with one change notice for them all.
+    void addTracks(Tracks tracks);
     /// Removes every occurrence; the change is announced even when nothing was removed.
     void removeTrack(const std::shared_ptr<iPodTrack>& track);
 

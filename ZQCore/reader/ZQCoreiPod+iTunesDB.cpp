@@ -391,6 +391,11 @@ ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistList(XRDataReader& reader, const 
             playlist = Playlist::initWithMHYP(header, name);
 
         std::shared_ptr<Playlist> group;
+        // A plain list's members are gathered and added at once (one change notice). The count
+        // is the file's claim: room is made for no more than the library's tracks.
+        Playlist::Tracks members;
+        if (!podcasts)
+            members.reserve(std::min<std::size_t>(items, tracks.size()));
         for (std::uint32_t k = 0; k < items; ++k) {
             const std::uint32_t r = reader.position();
             const auto item = reader.readBlock<MHIPHeader::size>();
@@ -408,13 +413,17 @@ ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistList(XRDataReader& reader, const 
                         group->setName(read == TextRead::Text ? std::optional<std::string>(std::move(title)) : std::nullopt);
                 }
                 podcasts->addPodcast(group);
-            } else if (auto target = podcasts ? group : playlist) {
+            } else if (podcasts) {
                 // Episodes listed before the first show header belong to no show and are dropped.
-                if (const auto* track = resolve(trackID))
-                    target->addTrack(*track);
+                if (const auto* track = group ? resolve(trackID) : nullptr)
+                    group->addTrack(*track);
+            } else if (const auto* track = resolve(trackID)) {
+                members.push_back(*track);
             }
             reader.setPosition(r + le32(item, ChunkStart::totalLength));
         }
+        if (!members.empty())
+            playlist->addTracks(std::move(members));
         playlists.push_back(std::move(playlist));
         reader.setPosition(p + le32(header, ChunkStart::totalLength));
     }
