@@ -120,9 +120,10 @@ Json comparablePlaylist(Json playlist)
 // and bytes that are not well-formed UTF-8 replaced, in runs shorter and longer than sixteen.
 TEST(ToolLibraryJSON, TextsAreWrittenAsTheJSONLibraryWritesThem)
 {
+    constexpr char kControls[] = "controls \x01\x1f\t\n\r\b\f and NUL \0 inside";
     const std::vector<std::string> texts = {
         "", "plain ASCII text longer than sixteen characters", "quote \" backslash \\ slash /",
-        std::string("controls \x01\x1f\t\n\r\b\f and NUL \0 inside", 35), "delete \x7f stays", "0123456789abcde\x1f unit separator alone in its block",
+        std::string(kControls, sizeof kControls - 1), "delete \x7f stays", "0123456789abcde\x1f unit separator alone in its block",
         "Café Über Sølv – 日本語 😀 after sixteen plain bytes", "\xC0\x80 overlong", "\xE0\x80\x80 overlong",
         "surrogate \xED\xA0\x80", "beyond \xF4\x90\x80\x80", "\xF5 no lead byte", "cut at the end \xC3",
         "lone \x80 continuation after sixteen plain bytes", "\xE2\x82 cut three-byte \xF0\x9F\x98 cut four-byte"};
