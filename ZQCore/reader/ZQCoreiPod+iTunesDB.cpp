@@ -10,6 +10,7 @@
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/IDIndex.h"
+#include "ZQCore/foundation/UTF16.h"
 #include "ZQCore/model/Podcasts.h"
 #include "ZQCore/model/SmartPlaylist.h"
 #include "ZQCore/model/SmartPlaylistRule.h"
@@ -48,24 +49,9 @@ enum class TextRead {
     Unreadable, // the 24-byte string header itself runs past the end
 };
 
-/// Reads a string object's 24-byte string header and its UTF-16LE text; the reader stands just
-/// after the object's 16-byte header. `out` is "" unless the result is Text.
-TextRead readObjectText(XRDataReader& reader, std::string& out)
-{
-    out.clear();
-    std::span<const std::uint8_t> header;
-    try {
-        header = reader.readRawBytes(MHODString::headerSize);
-    } catch (const Exception&) {
-        return TextRead::Unreadable;
-    }
-    const std::uint32_t length = le32(header, MHODString::length - MHODHeader::size);
-    return reader.readStringInto(out, static_cast<std::int32_t>(length), StringEncoding::UTF16LE) ? TextRead::Text
-                                                                                                 : TextRead::NotText;
-}
-
-/// As readObjectText, but the text's UTF-16LE bytes are handed out undecoded (valid until the
-/// next read); a text that reads as "" has none.
+/// Reads a string object's 24-byte string header and hands out its UTF-16LE bytes undecoded
+/// (valid until the next read); the reader stands just after the object's 16-byte header. A
+/// text that reads as "" (its bytes run past the end) has none.
 TextRead readObjectBytes(XRDataReader& reader, std::span<const std::uint8_t>& out)
 {
     out = {};
@@ -82,6 +68,17 @@ TextRead readObjectBytes(XRDataReader& reader, std::span<const std::uint8_t>& ou
         return TextRead::Text;
     }
     return out.size() % 2 == 0 ? TextRead::Text : TextRead::NotText;
+}
+
+/// The same, decoded into `out`, which is "" unless the result is Text.
+TextRead readObjectText(XRDataReader& reader, std::string& out)
+{
+    std::span<const std::uint8_t> bytes;
+    const TextRead read = readObjectBytes(reader, bytes);
+    out.clear();
+    if (read == TextRead::Text)
+        decodeUTF16Into(out, bytes.data(), bytes.size(), true);
+    return read;
 }
 
 /// One track record read in place, in one look at its bytes instead of a read per object: the

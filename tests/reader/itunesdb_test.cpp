@@ -163,6 +163,20 @@ TEST(ReaderPlaylistRecords, HeaderFieldsAndTitles)
     EXPECT_EQ(names, (std::vector<std::optional<std::string>>{"My iPod", std::nullopt, "", "", std::nullopt, "Later"}));
 }
 
+// Two tracks of one ID (a damaged file): a playlist naming the ID gets the later of them,
+// however the members are looked up.
+TEST(ReaderPlaylistRecords, ARepeatedTrackIDNamesTheLaterTrack)
+{
+    TempDir dir;
+    DatabaseSpec db{.tracks = {TrackSpec{.trackID = 7, .title = "Earlier"}, TrackSpec{.trackID = 8, .title = "Other"},
+                               TrackSpec{.trackID = 7, .title = "Later"}}};
+    db.playlists = {{.name = "My iPod", .master = 1, .items = {7, 8, 7}}};
+    std::vector<std::string> titles;
+    for (const auto& track : load(dir, db)->allPlaylists().at(0)->tracks())
+        titles.push_back(track->title().value_or("-"));
+    EXPECT_EQ(titles, (std::vector<std::string>{"Later", "Other", "Later"}));
+}
+
 TEST(ReaderSmartRuleBlob, OnlyTheLowByteOfTheConjunctionCounts)
 {
     for (auto [conjunction, anyRule] : {std::pair{0u, false}, std::pair{1u, true}, std::pair{0x100u, false},
