@@ -191,10 +191,10 @@ TEST_P(MobileDeviceReads, GiveTheBytesOfTheFile)
     const auto& c = GetParam();
     const std::string contents = patterned(c.fileSize);
     writeFile(fs::path(root.path()) / "Music" / "track.m4a", contents);
-    auto spec = device(root.path());
+    auto phone = device(root.path());
     for (const auto at : c.shortReadsAt)
-        spec.faults += " shortReadAt=/Music/track.m4a@" + std::to_string(at);
-    auto reference = attach(spec);
+        phone.faults += " shortReadAt=/Music/track.m4a@" + std::to_string(at);
+    auto reference = attach(phone);
     ASSERT_NE(reference, nullptr);
     auto& session = *reference->device();
 
