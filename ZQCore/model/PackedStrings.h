@@ -27,17 +27,8 @@ public:
         return std::string_view(characters() + begin, offset(index) - begin);
     }
 
-    /// Replaces every string at once; a null pointer is an absent string.
-    void assign(const std::array<const std::string*, N>& strings)
-    {
-        std::array<std::optional<std::string_view>, N> views;
-        for (std::size_t i = 0; i < N; ++i)
-            if (strings[i])
-                views[i] = *strings[i];
-        assign(views);
-    }
-
-    /// Replaces every string at once with copies of the characters viewed.
+    /// Replaces every string at once with copies of the characters viewed (which may be this
+    /// object's own: the old block goes only once the new one is filled).
     void assign(const std::array<std::optional<std::string_view>, N>& strings)
     {
         assign(strings, [](std::size_t size) { return new char[size]; }, false);
@@ -53,16 +44,9 @@ public:
 
     void set(std::size_t index, const std::optional<std::string>& value)
     {
-        std::array<std::string, N> copies;
-        std::array<const std::string*, N> strings{};
-        for (std::size_t i = 0; i < N; ++i) {
-            if (i == index) {
-                strings[i] = value ? &*value : nullptr;
-            } else if (auto current = get(i)) {
-                copies[i] = std::string(*current);
-                strings[i] = &copies[i];
-            }
-        }
+        std::array<std::optional<std::string_view>, N> strings;
+        for (std::size_t i = 0; i < N; ++i)
+            strings[i] = i != index ? get(i) : value ? std::optional<std::string_view>(*value) : std::nullopt;
         assign(strings);
     }
 
@@ -96,17 +80,19 @@ private:
             block_.reset();
             return;
         }
-        block_.reset(allocate(kHeader + total));
+        char* const block = allocate(kHeader + total);
+        const std::uint32_t mask = presence | (borrowed ? kBorrowed : 0);
+        std::memcpy(block + N * 4, &mask, 4);
+        std::unique_ptr<char[], BlockDeleter> filling(block);
         std::uint32_t end = 0;
         for (std::size_t i = 0; i < N; ++i) {
             if (strings[i]) {
-                std::memcpy(characters() + end, strings[i]->data(), strings[i]->size());
+                std::memcpy(block + kHeader + end, strings[i]->data(), strings[i]->size());
                 end += static_cast<std::uint32_t>(strings[i]->size());
             }
-            std::memcpy(block_.get() + i * 4, &end, 4);
+            std::memcpy(block + i * 4, &end, 4);
         }
-        const std::uint32_t mask = presence | (borrowed ? kBorrowed : 0);
-        std::memcpy(block_.get() + N * 4, &mask, 4);
+        block_ = std::move(filling);
     }
 
     std::uint32_t offset(std::size_t index) const
