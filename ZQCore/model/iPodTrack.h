@@ -41,19 +41,15 @@ public:
     /// A track with every field zero, false or absent, belonging to `parent`.
     static std::shared_ptr<iPodTrack> initWithParent(const std::shared_ptr<ZQCoreiPod>& parent);
 
+    /// Text object types below this can reach a track field (1 to 22).
+    static constexpr std::size_t kMHITTextTypes = 23;
     /// The track of one record of the binary database: `header` is the record's 356-byte header
-    /// block; `strings` holds the record's text objects by their type number (index = type,
-    /// location already turned into a full path); `dates` converts the record's 1904-based
-    /// local dates. Lives with the binary database reader.
-    struct MHITStrings;
-    static std::shared_ptr<iPodTrack> initWithMHIT(std::span<const std::uint8_t> header, const MHITStrings& strings,
+    /// block; `texts[type]` is the record's text object of that type, if any (types below
+    /// kMHITTextTypes; the location already turned into a full path), viewed in place; `dates`
+    /// converts the record's 1904-based local dates. Lives with the binary database reader.
+    static std::shared_ptr<iPodTrack> initWithMHIT(std::span<const std::uint8_t> header,
+                                                   std::span<const std::optional<std::string_view>> texts,
                                                    const std::shared_ptr<ZQCoreiPod>& parent, LocalDateConverter& dates);
-    /// The same with the texts in place: `texts[type]` is the text of that object type, if
-    /// any (types below MHITStrings::kTypeLimit).
-    static std::shared_ptr<iPodTrack> initWithMHITTexts(std::span<const std::uint8_t> header,
-                                                        std::span<const std::optional<std::string_view>> texts,
-                                                        const std::shared_ptr<ZQCoreiPod>& parent,
-                                                        LocalDateConverter& dates);
 
     /// The track of the row `row` of the SQLite library's item table, with its sub-rows from
     /// the library, locations and dynamics connections (`extrasDatabase` is passed along and
@@ -243,23 +239,6 @@ private:
     bool hasLyrics_ = false;
     bool isMovie_ = false;
     bool hasBeenPlayed_ = false;
-};
-
-/// The text objects of one track record, by their type number, as the record walk collects
-/// them (a later object of a type replaces an earlier one; types without a track field are not
-/// kept).
-struct iPodTrack::MHITStrings {
-    static constexpr std::size_t kTypeLimit = 23; // type numbers 1..22 can reach a field
-    std::array<std::string, kTypeLimit> text;
-    std::uint32_t present = 0;
-
-    void clear() { present = 0; }
-    bool has(std::size_t type) const { return type < kTypeLimit && (present & (1u << type)); }
-    std::string& slot(std::size_t type)
-    {
-        present |= 1u << type;
-        return text[type];
-    }
 };
 
 } // namespace zq

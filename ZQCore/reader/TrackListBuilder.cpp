@@ -190,14 +190,9 @@ void TrackListBuilder::make(Batch& batch)
             texts_.fill(std::nullopt);
         } else if (head.type == kEnd) {
             const auto* header = reinterpret_cast<const std::uint8_t*>(bytes + header_);
-            auto track = iPodTrack::initWithMHITTexts(std::span(header, layout::MHITHeader::size), texts_, parent_,
+            auto track = iPodTrack::initWithMHIT(std::span(header, layout::MHITHeader::size), texts_, parent_,
                                                       dates_);
-            // A later track of the same ID takes the earlier one's place in the index.
-            const auto position = static_cast<std::uint32_t>(static_cast<std::int32_t>(tracks_.size()));
-            if (!index_.byID.insert(track->trackID(), position)) {
-                index_.byID.assign(track->trackID(), position);
-                index_.repeatedIDs = true;
-            }
+            index_.add(track->trackID(), static_cast<std::uint32_t>(tracks_.size()));
             tracks_.push_back(std::move(track));
         } else {
             const std::uint32_t type = head.type & ~kUndecoded;

@@ -27,6 +27,16 @@ class TrackArena;
 struct TrackIDIndex {
     IDIndex byID;
     bool repeatedIDs = false;
+
+    /// The track at `position` has `trackID`; a later track of the same ID takes an earlier
+    /// one's place.
+    void add(std::uint64_t trackID, std::uint32_t position)
+    {
+        if (!byID.insert(trackID, position)) {
+            byID.assign(trackID, position);
+            repeatedIDs = true;
+        }
+    }
 };
 
 /// Takes the walk's track records (the header block and the text objects, in the order they
@@ -98,7 +108,7 @@ private:
     std::string basePath_;
     std::shared_ptr<TrackArena> arena_;
     LocalDateConverter dates_;
-    std::array<std::optional<std::string_view>, iPodTrack::MHITStrings::kTypeLimit> texts_;
+    std::array<std::optional<std::string_view>, iPodTrack::kMHITTextTypes> texts_;
     std::size_t header_ = 0;
     ZQCoreiPod::Tracks tracks_;
     TrackIDIndex index_;

@@ -231,13 +231,8 @@ void ZQCoreiPod::parseiTunesDBWithReader(XRDataReader& readerRef)
             if (!walked) {
                 walked.emplace();
                 walked->byID.reserve(tracks_.size());
-                for (std::size_t i = 0; i < tracks_.size(); ++i) {
-                    const auto index = static_cast<std::uint32_t>(static_cast<std::int32_t>(i));
-                    if (!walked->byID.insert(tracks_[i]->trackID(), index)) {
-                        walked->byID.assign(tracks_[i]->trackID(), index);
-                        walked->repeatedIDs = true;
-                    }
-                }
+                for (std::size_t i = 0; i < tracks_.size(); ++i)
+                    walked->add(tracks_[i]->trackID(), static_cast<std::uint32_t>(i));
             }
             const TrackIDIndex& cache = *walked;
             // Playlists mostly list tracks in the track list's order: the track after the last

@@ -15,20 +15,9 @@ struct TextTarget {
 
 } // namespace
 
-std::shared_ptr<iPodTrack> iPodTrack::initWithMHIT(std::span<const std::uint8_t> header, const MHITStrings& strings,
+std::shared_ptr<iPodTrack> iPodTrack::initWithMHIT(std::span<const std::uint8_t> header,
+                                                   std::span<const std::optional<std::string_view>> texts,
                                                    const std::shared_ptr<ZQCoreiPod>& parent, LocalDateConverter& dates)
-{
-    std::array<std::optional<std::string_view>, MHITStrings::kTypeLimit> texts;
-    for (std::size_t type = 0; type < MHITStrings::kTypeLimit; ++type)
-        if (strings.has(type))
-            texts[type] = strings.text[type];
-    return initWithMHITTexts(header, texts, parent, dates);
-}
-
-std::shared_ptr<iPodTrack> iPodTrack::initWithMHITTexts(std::span<const std::uint8_t> header,
-                                                        std::span<const std::optional<std::string_view>> texts,
-                                                        const std::shared_ptr<ZQCoreiPod>& parent,
-                                                        LocalDateConverter& dates)
 {
     using namespace layout;
     namespace H = MHITHeader;

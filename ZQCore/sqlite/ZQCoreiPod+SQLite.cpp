@@ -4,8 +4,8 @@
 
 #include "ZQCore/foundation/IDIndex.h"
 #include "ZQCore/model/PlaylistFolder.h"
-#include "ZQCore/model/TrackArena.h"
 #include "ZQCore/model/Podcasts.h"
+#include "ZQCore/model/TrackArena.h"
 #include "ZQCore/sqlite/SQLiteDatabase.h"
 #include "ZQCore/sqlite/SQLiteSubRows.h"
 
