@@ -14,6 +14,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -237,9 +238,11 @@ private:
     /// parseTrackList, with the walked tracks' index by ID.
     Tracks parseTrackList(XRDataReader& reader, TrackIDIndex& index);
     /// parsePlaylistListWithReader with the cache asked through `cachedIndex` (the index of the
-    /// track with that ID, or anything when it has none: the answer is checked).
+    /// track with that ID, or anything when it has none: the answer is checked, against `idAt`
+    /// when it gives the ID of every track by position, otherwise against the track).
     Playlists parsePlaylistList(XRDataReader& reader, const Tracks& tracks,
-                                const std::function<std::uint32_t(std::uint64_t)>& cachedIndex);
+                                const std::function<std::uint32_t(std::uint64_t)>& cachedIndex,
+                                std::span<const std::uint32_t> idAt = {});
     void loadMediaLibrary(const std::string& database, const std::string& mediaRoot);
     void readIdentityProperties();
     void detectModelType();

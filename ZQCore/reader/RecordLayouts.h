@@ -5,6 +5,7 @@
 // fixed-size block first, so a field load below never leaves its block (the static_asserts
 // check each offset against its block's size).
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <span>
@@ -13,32 +14,44 @@ namespace zq::layout {
 
 inline std::uint8_t u8(std::span<const std::uint8_t> block, std::size_t offset) { return block[offset]; }
 
-inline std::uint16_t le16(std::span<const std::uint8_t> block, std::size_t offset)
+// Fields are loaded whole and byte-swapped only on a big-endian host (a compiler does not
+// always see through four byte loads and shifts, and the track walk makes tens of millions).
+template <class T>
+constexpr T byteswap(T value)
 {
-    return static_cast<std::uint16_t>(block[offset] | (block[offset + 1] << 8));
+    if constexpr (sizeof value == 2)
+        return __builtin_bswap16(value);
+    else if constexpr (sizeof value == 4)
+        return __builtin_bswap32(value);
+    else
+        return __builtin_bswap64(value);
 }
 
-inline std::uint32_t le32(std::span<const std::uint8_t> block, std::size_t offset)
+template <class T>
+inline T loadLE(std::span<const std::uint8_t> block, std::size_t offset)
 {
-    return static_cast<std::uint32_t>(block[offset]) | (static_cast<std::uint32_t>(block[offset + 1]) << 8) |
-           (static_cast<std::uint32_t>(block[offset + 2]) << 16) | (static_cast<std::uint32_t>(block[offset + 3]) << 24);
+    T value;
+    std::memcpy(&value, block.subspan(offset, sizeof value).data(), sizeof value);
+    if constexpr (std::endian::native == std::endian::big)
+        value = byteswap(value);
+    return value;
 }
 
-inline std::uint64_t le64(std::span<const std::uint8_t> block, std::size_t offset)
+template <class T>
+inline T loadBE(std::span<const std::uint8_t> block, std::size_t offset)
 {
-    return static_cast<std::uint64_t>(le32(block, offset)) | (static_cast<std::uint64_t>(le32(block, offset + 4)) << 32);
+    T value;
+    std::memcpy(&value, block.subspan(offset, sizeof value).data(), sizeof value);
+    if constexpr (std::endian::native == std::endian::little)
+        value = byteswap(value);
+    return value;
 }
 
-inline std::uint32_t be32(std::span<const std::uint8_t> block, std::size_t offset)
-{
-    return (static_cast<std::uint32_t>(block[offset]) << 24) | (static_cast<std::uint32_t>(block[offset + 1]) << 16) |
-           (static_cast<std::uint32_t>(block[offset + 2]) << 8) | static_cast<std::uint32_t>(block[offset + 3]);
-}
-
-inline std::uint64_t be64(std::span<const std::uint8_t> block, std::size_t offset)
-{
-    return (static_cast<std::uint64_t>(be32(block, offset)) << 32) | be32(block, offset + 4);
-}
+inline std::uint16_t le16(std::span<const std::uint8_t> block, std::size_t offset) { return loadLE<std::uint16_t>(block, offset); }
+inline std::uint32_t le32(std::span<const std::uint8_t> block, std::size_t offset) { return loadLE<std::uint32_t>(block, offset); }
+inline std::uint64_t le64(std::span<const std::uint8_t> block, std::size_t offset) { return loadLE<std::uint64_t>(block, offset); }
+inline std::uint32_t be32(std::span<const std::uint8_t> block, std::size_t offset) { return loadBE<std::uint32_t>(block, offset); }
+inline std::uint64_t be64(std::span<const std::uint8_t> block, std::size_t offset) { return loadBE<std::uint64_t>(block, offset); }
 
 /// The first twelve bytes of every record: a tag that is never examined, the header length
 /// (start of the first child or payload) and the total length (start of the next sibling; list

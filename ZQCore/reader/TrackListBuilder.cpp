@@ -26,7 +26,7 @@ TrackListBuilder::TrackListBuilder(std::shared_ptr<ZQCoreiPod> parent, std::stri
     : parent_(std::move(parent)), basePath_(std::move(basePath))
 {
     tracks_.reserve(expectedTracks);
-    index_.byID.reserve(expectedTracks);
+    index_.reserve(expectedTracks);
     // Small lists keep the general allocator: an arena's first chunk would outweigh them.
     if (expectedTracks >= minimumTracksForThread)
         arena_ = std::make_shared<TrackArena>();
@@ -192,7 +192,7 @@ void TrackListBuilder::make(Batch& batch)
             const auto* header = reinterpret_cast<const std::uint8_t*>(bytes + header_);
             auto track = iPodTrack::initWithMHIT(std::span(header, layout::MHITHeader::size), texts_, parent_,
                                                       dates_);
-            index_.add(track->trackID(), static_cast<std::uint32_t>(tracks_.size()));
+            index_.add(track->trackID());
             tracks_.push_back(std::move(track));
         } else {
             const std::uint32_t type = head.type & ~kUndecoded;

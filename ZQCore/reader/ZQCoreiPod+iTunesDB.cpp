@@ -33,6 +33,8 @@ namespace {
 constexpr std::uint32_t kTitleType = 1;
 constexpr std::uint32_t kSmartPrefsType = 50;
 constexpr std::uint32_t kSmartRulesType = 51;
+// How far ahead of a playlist's member the track list is brought into the cache.
+constexpr std::size_t kMemberPrefetch = 8;
 
 // Data-object types 15, 16 and 17 are not strings and are never read as such.
 bool isSkippedObjectType(std::uint32_t type) { return type >= 15 && type <= 17; }
@@ -230,9 +232,9 @@ void ZQCoreiPod::parseiTunesDBWithReader(XRDataReader& readerRef)
             // the cache of the public walk.
             if (!walked) {
                 walked.emplace();
-                walked->byID.reserve(tracks_.size());
-                for (std::size_t i = 0; i < tracks_.size(); ++i)
-                    walked->add(tracks_[i]->trackID(), static_cast<std::uint32_t>(i));
+                walked->reserve(tracks_.size());
+                for (const auto& track : tracks_)
+                    walked->add(track->trackID());
             }
             const TrackIDIndex& cache = *walked;
             // Playlists mostly list tracks in the track list's order: the track after the last
@@ -241,13 +243,13 @@ void ZQCoreiPod::parseiTunesDBWithReader(XRDataReader& readerRef)
             reader->setPosition(p + le32(setHeader, ChunkStart::headerLength));
             playlists_ = parsePlaylistList(*reader, tracks_, [&](std::uint64_t trackID) {
                 std::uint32_t index = next;
-                if (cache.repeatedIDs || index >= tracks_.size() || tracks_[index]->trackID() != trackID)
+                if (cache.repeatedIDs || index >= cache.idAt.size() || cache.idAt[index] != trackID)
                     index = cache.byID.find(trackID);
                 if (index == IDIndex::kNone)
                     return std::uint32_t{0};
                 next = index + 1;
                 return index;
-            });
+            }, cache.idAt);
         }
         reader->setPosition(p + le32(setHeader, ChunkStart::totalLength));
     }
@@ -308,17 +310,29 @@ ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistListWithReader(XRDataReader& read
 }
 
 ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistList(XRDataReader& reader, const Tracks& tracks,
-                                                    const std::function<std::uint32_t(std::uint64_t)>& cachedIndex)
+                                                    const std::function<std::uint32_t(std::uint64_t)>& cachedIndex,
+                                                    std::span<const std::uint32_t> idAt)
 {
     // The cache is a fast path, always checked against the track's own ID. A miss falls back to
     // the first of the library's tracks with that ID; that search is answered from an index
     // made on the first miss, so a list full of unknown IDs costs no more than one of known ones.
     std::unordered_map<std::uint32_t, const std::shared_ptr<iPodTrack>*> firstByID;
     bool firstByIDBuilt = false;
+    const bool idsGiven = idAt.size() == tracks.size();
     auto resolve = [&](std::uint32_t trackID) -> const std::shared_ptr<iPodTrack>* {
         const std::uint32_t index = cachedIndex(trackID);
-        if (index < tracks.size() && tracks[index] && tracks[index]->trackID() == trackID)
+        if (index < tracks.size() &&
+            (idsGiven ? idAt[index] == trackID : tracks[index] && tracks[index]->trackID() == trackID)) {
+            // Members mostly follow the track list: the tracks a few places on are fetched into
+            // the cache now, so that taking a reference to each (a write to its count) does not
+            // wait for memory. The count lies just before a track made in one piece with it.
+            if (index + kMemberPrefetch < tracks.size()) {
+                const auto* ahead = reinterpret_cast<const char*>(tracks[index + kMemberPrefetch].get());
+                __builtin_prefetch(ahead - 32, 1);
+                __builtin_prefetch(ahead, 1);
+            }
             return &tracks[index];
+        }
         if (!firstByIDBuilt) {
             for (const auto& track : tracks_)
                 firstByID.try_emplace(track->trackID(), &track);
