@@ -3,6 +3,7 @@
 // A map from 64-bit persistent IDs to positions in a list, for the loaders' lookups of many
 // thousand rows.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -10,23 +11,25 @@
 
 namespace zq {
 
-/// IDs to positions (below 2^32 - 1) in one flat array, probed linearly.
+/// IDs to positions (below 2^32 - 1): a direct table for IDs close above the first one, and a
+/// flat array probed linearly for the rest.
 ///
 /// A load looks up an ID for every track and every playlist membership. A node-based map
 /// follows a pointer per lookup into memory allocated all over the heap, and those cache misses
-/// were most of its cost; here a lookup usually reads one cache line.
+/// were most of its cost; here a lookup usually reads one cache line. Most devices number their
+/// tracks upwards from a small number, so most IDs land in the direct table, where IDs added in
+/// order are written in order and a lookup is an index. The table is bounded by the expected
+/// count (see reserve), so IDs spread anywhere cost no more memory than the probed array.
 class IDIndex {
 public:
     static constexpr std::uint32_t kNone = std::numeric_limits<std::uint32_t>::max();
 
-    /// Makes room for `count` IDs without growing again.
+    /// Makes room for about `count` IDs: the direct table may span four times as many IDs, and
+    /// the probed array, when first needed, is made for `count` without growing again.
     void reserve(std::size_t count)
     {
-        std::size_t capacity = 16;
-        while (capacity < count * 2)
-            capacity *= 2;
-        if (capacity > slots_.size())
-            rehash(capacity);
+        expected_ = std::max(expected_, count);
+        directLimit_ = std::max(directLimit_, std::min<std::uint64_t>(count * 4 + 64, kNone));
     }
 
     /// Adds `id` at `position` unless the ID is there already; tells whether it was added.
@@ -37,6 +40,8 @@ public:
     /// The position of `id`, or kNone.
     std::uint32_t find(std::uint64_t id) const
     {
+        if (inDirectRange(id))
+            return id - base_ < direct_.size() ? direct_[id - base_] : kNone;
         if (slots_.empty())
             return kNone;
         for (std::size_t i = mix(id) & mask();; i = (i + 1) & mask()) {
@@ -68,16 +73,44 @@ private:
 
     std::size_t mask() const { return slots_.size() - 1; }
 
+    // The first ID added sets where the direct range starts; whether an ID is in it never
+    // changes after that.
+    bool inDirectRange(std::uint64_t id) const { return hasBase_ && id >= base_ && id - base_ < directLimit_; }
+
     bool place(std::uint64_t id, std::uint32_t position, bool replace)
     {
-        // At most half full, so that a probe ends soon.
-        if ((size_ + 1) * 2 > slots_.size())
-            rehash(slots_.empty() ? 16 : slots_.size() * 2);
+        if (!hasBase_ && directLimit_ > 0) {
+            base_ = id;
+            hasBase_ = true;
+        }
+        if (inDirectRange(id)) {
+            const std::size_t at = id - base_;
+            if (at >= direct_.size())
+                direct_.resize(std::min<std::size_t>(std::max(at + 1, direct_.size() * 2), directLimit_), kNone);
+            std::uint32_t& entry = direct_[at];
+            if (entry == kNone) {
+                entry = position;
+                ++size_;
+                return true;
+            }
+            if (replace)
+                entry = position;
+            return false;
+        }
+        // At most half full, so that a probe ends soon. It is first made for the IDs still
+        // expected: all of them when the IDs are spread, a few when only some stray.
+        if ((hashed_ + 1) * 2 > slots_.size()) {
+            std::size_t capacity = 16;
+            while (capacity < (expected_ > size_ ? expected_ - size_ : 0) * 2)
+                capacity *= 2;
+            rehash(std::max(capacity, slots_.size() * 2));
+        }
         for (std::size_t i = mix(id) & mask();; i = (i + 1) & mask()) {
             Slot& slot = slots_[i];
             if (slot.position == kNone) {
                 slot = {id, position};
                 ++size_;
+                ++hashed_;
                 return true;
             }
             if (slot.id == id) {
@@ -101,8 +134,14 @@ private:
                     }
     }
 
+    std::vector<std::uint32_t> direct_;
     std::vector<Slot> slots_;
+    std::uint64_t base_ = 0;
+    std::uint64_t directLimit_ = 0;
+    std::size_t expected_ = 0;
     std::size_t size_ = 0;
+    std::size_t hashed_ = 0;
+    bool hasBase_ = false;
 };
 
 } // namespace zq

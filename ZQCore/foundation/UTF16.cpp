@@ -1,11 +1,6 @@
 #include "ZQCore/foundation/UTF16.h"
 
-#include <bit>
 #include <cstring>
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace zq {
 
@@ -35,39 +30,6 @@ char* putUTF8(char* out, char32_t c)
 constexpr char32_t kReplacement = 0xFFFD;
 
 } // namespace
-
-std::size_t decodeASCIIPrefixUTF16LE(char* out, const std::uint8_t* bytes, std::size_t units)
-{
-    std::size_t i = 0;
-    if constexpr (std::endian::native == std::endian::little) {
-#if defined(__SSE2__)
-        const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
-        while (i + 8 <= units) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + 2 * i));
-            if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, high), _mm_setzero_si128())) != 0xFFFF)
-                break;
-            _mm_storel_epi64(reinterpret_cast<__m128i*>(out + i), _mm_packus_epi16(v, v));
-            i += 8;
-        }
-#endif
-        while (i + 4 <= units) {
-            std::uint64_t word;
-            std::memcpy(&word, bytes + 2 * i, sizeof word);
-            if (word & 0xFF80FF80FF80FF80ull)
-                break;
-            out[i] = static_cast<char>(word);
-            out[i + 1] = static_cast<char>(word >> 16);
-            out[i + 2] = static_cast<char>(word >> 32);
-            out[i + 3] = static_cast<char>(word >> 48);
-            i += 4;
-        }
-    }
-    while (i < units && bytes[2 * i + 1] == 0 && bytes[2 * i] < 0x80) {
-        out[i] = static_cast<char>(bytes[2 * i]);
-        ++i;
-    }
-    return i;
-}
 
 std::size_t decodeUTF16To(char* out, const std::uint8_t* bytes, std::size_t length, bool littleEndian)
 {

@@ -1,9 +1,15 @@
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace zq {
 
@@ -25,7 +31,56 @@ bool decodeUTF16Into(std::string& out, const std::uint8_t* bytes, std::size_t le
 std::size_t decodeUTF16To(char* out, const std::uint8_t* bytes, std::size_t length, bool littleEndian);
 /// The ASCII characters that `units` UTF-16LE units start with, written at `out` one byte
 /// each; returns how many there were (decoding stops at the first unit that is not ASCII).
-std::size_t decodeASCIIPrefixUTF16LE(char* out, const std::uint8_t* bytes, std::size_t units);
+/// With `ColonsAsSlashes`, ':' is written as '/' (a device's file location made a path).
+///
+/// Inline, as a large library's walk calls it for each of a million texts, most a few dozen
+/// characters long.
+template <bool ColonsAsSlashes = false>
+inline std::size_t decodeASCIIPrefixUTF16LE(char* out, const std::uint8_t* bytes, std::size_t units)
+{
+    auto put = [](char c) { return ColonsAsSlashes && c == ':' ? '/' : c; };
+    std::size_t i = 0;
+    if constexpr (std::endian::native == std::endian::little) {
+#if defined(__SSE2__)
+        const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
+        // Eight units at `at`, when all are ASCII.
+        auto eight = [&](std::size_t at) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes + 2 * at));
+            if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_and_si128(v, high), _mm_setzero_si128())) != 0xFFFF)
+                return false;
+            __m128i packed = _mm_packus_epi16(v, v);
+            if constexpr (ColonsAsSlashes) {
+                const __m128i colons = _mm_cmpeq_epi8(packed, _mm_set1_epi8(':'));
+                packed = _mm_or_si128(_mm_andnot_si128(colons, packed), _mm_and_si128(colons, _mm_set1_epi8('/')));
+            }
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(out + at), packed);
+            return true;
+        };
+        while (i + 8 <= units && eight(i))
+            i += 8;
+        // The last few units of a text of eight or more: the eight that end it, overlapping
+        // what is already written (with the same characters).
+        if (i < units && i + 8 > units && units >= 8 && eight(units - 8))
+            return units;
+#endif
+        while (i + 4 <= units) {
+            std::uint64_t word;
+            std::memcpy(&word, bytes + 2 * i, sizeof word);
+            if (word & 0xFF80FF80FF80FF80ull)
+                break;
+            out[i] = put(static_cast<char>(word));
+            out[i + 1] = put(static_cast<char>(word >> 16));
+            out[i + 2] = put(static_cast<char>(word >> 32));
+            out[i + 3] = put(static_cast<char>(word >> 48));
+            i += 4;
+        }
+    }
+    while (i < units && bytes[2 * i + 1] == 0 && bytes[2 * i] < 0x80) {
+        out[i] = put(static_cast<char>(bytes[2 * i]));
+        ++i;
+    }
+    return i;
+}
 /// Encodes UTF-8 as UTF-16 (invalid UTF-8 sequences become U+FFFD). For writers of test images.
 std::string encodeUTF16(const std::string& utf8, bool littleEndian);
 

@@ -83,21 +83,22 @@ void TrackListBuilder::addText(std::uint32_t type, std::span<const std::uint8_t>
     const std::size_t base = location ? basePath_.size() : 0;
     const std::size_t units = bytes.size() / 2;
     const std::size_t size = filling_.bytes.size;
-    char* const at = addEntry({}, base + units * 5);
-    if (location)
-        std::memcpy(at, basePath_.data(), base);
-    const std::size_t ascii = decodeASCIIPrefixUTF16LE(at + base, bytes.data(), units);
-    const std::size_t rest = units - ascii;
-    if (rest) {
-        std::memcpy(at + base + ascii + rest * 3, bytes.data() + ascii * 2, rest * 2);
-    } else if (location) {
+    char* const at = filling_.bytes.reserve(sizeof(EntryHead) + base + units * 5) + sizeof(EntryHead);
+    std::size_t ascii;
+    if (location) {
         // ":iPod_Control:Music:F00:X.mp3" on the volume mounted at the base path.
-        std::replace(at + base, at + base + ascii, ':', '/');
+        std::memcpy(at, basePath_.data(), base);
+        ascii = decodeASCIIPrefixUTF16LE<true>(at + base, bytes.data(), units);
+    } else {
+        ascii = decodeASCIIPrefixUTF16LE(at, bytes.data(), units);
     }
+    const std::size_t rest = units - ascii;
+    if (rest)
+        std::memcpy(at + base + ascii + rest * 3, bytes.data() + ascii * 2, rest * 2);
     const EntryHead head{rest ? type | kUndecoded : type, static_cast<std::uint32_t>(base + ascii),
                          static_cast<std::uint32_t>(rest * 2)};
     std::memcpy(filling_.bytes.data.get() + size, &head, sizeof head);
-    filling_.bytes.size += base + ascii + rest * 5;
+    filling_.bytes.size = size + sizeof head + base + ascii + rest * 5;
 }
 
 void TrackListBuilder::endTrack()
@@ -202,10 +203,9 @@ void TrackListBuilder::make(Batch& batch)
                 const std::size_t rest = head.rest;
                 const auto* utf16 = reinterpret_cast<const std::uint8_t*>(text + length + rest / 2 * 3);
                 const std::size_t decoded = decodeUTF16To(text + length, utf16, rest, true);
-                if (type == kLocationType) {
-                    const std::size_t base = basePath_.size();
-                    std::replace(text + base, text + length + decoded, ':', '/');
-                }
+                // The walk's part of a location has its slashes already.
+                if (type == kLocationType)
+                    std::replace(text + length, text + length + decoded, ':', '/');
                 length += decoded;
                 at += rest / 2 * 5;
             }

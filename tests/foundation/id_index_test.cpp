@@ -10,6 +10,8 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <map>
+#include <random>
 #include <vector>
 
 namespace zq {
@@ -34,6 +36,49 @@ TEST(FoundationIDIndex, FindsEveryIDThroughGrowthAndCollidingLowBits)
     EXPECT_EQ(index.find(std::uint64_t{kCount} << 32 | 0x5A5A), IDIndex::kNone);
     EXPECT_EQ(index.find(0x5A5A + 1), IDIndex::kNone);
     EXPECT_EQ(IDIndex().find(1), IDIndex::kNone);
+}
+
+// IDs numbered upwards from a first one (held in the direct table) mixed with IDs below it, far
+// above it and spread over 64 bits (held in the probed array), as a device's library can mix
+// them: inserts, assigns and lookups answer as a plain map does, whichever part holds the ID.
+TEST(FoundationIDIndex, AnswersAsAMapWhereverAnIDIsHeld)
+{
+    for (const std::size_t reserved : {0, 1, 500, 5000}) {
+        IDIndex index;
+        index.reserve(reserved);
+        std::map<std::uint64_t, std::uint32_t> expected;
+        std::mt19937_64 random(reserved);
+        constexpr std::uint64_t kFirst = 1000;
+        auto pick = [&]() -> std::uint64_t {
+            switch (random() % 5) {
+            case 0: return kFirst - 1 - random() % kFirst;         // below the first
+            case 1: return kFirst + reserved * 4 + random() % 200; // around the direct table's end
+            case 2: return random();                               // anywhere
+            default: return kFirst + random() % (reserved + 1);    // close above the first
+            }
+        };
+        ASSERT_TRUE(index.insert(kFirst, 0));
+        expected[kFirst] = 0;
+        for (std::uint32_t step = 1; step < 6000; ++step) {
+            const std::uint64_t id = pick();
+            if (step % 3 == 0) {
+                index.assign(id, step);
+                expected[id] = step;
+            } else {
+                ASSERT_EQ(index.insert(id, step), expected.emplace(id, step).second) << id;
+            }
+        }
+        EXPECT_EQ(index.size(), expected.size());
+        std::size_t wrong = 0;
+        for (const auto& [id, position] : expected)
+            wrong += index.find(id) != position;
+        for (int i = 0; i < 2000; ++i) {
+            const std::uint64_t id = pick();
+            const auto found = expected.find(id);
+            wrong += index.find(id) != (found == expected.end() ? IDIndex::kNone : found->second);
+        }
+        EXPECT_EQ(wrong, 0u) << "reserved " << reserved;
+    }
 }
 
 // Pieces of every size, one larger than any chunk included, come aligned and apart; the memory
