@@ -54,8 +54,11 @@ std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::initWithPath(const std::string& pa
 
     const fs::path base(path);
     // Only the header and the playlist list are needed for the name; the track list, nearly all
-    // of the file, is stepped over without being read.
-    auto database = XRDataReader::dataReaderWithFile(base / "iPod_Control" / "iTunes" / "iTunesDB", true);
+    // of the file, is stepped over without being read. The walk hops from header to header, so
+    // each hop reads a small window: with the usual large one, a library of 100,000 tracks
+    // would copy megabytes to learn its name.
+    constexpr std::size_t kHopWindow = std::size_t{16} << 10;
+    auto database = XRDataReader::dataReaderWithFile(base / "iPod_Control" / "iTunes" / "iTunesDB", true, kHopWindow);
     reference->name_ = database ? getNameFromiTunesDBWithReader(*database) : std::string("iPod");
 
     // SysInfoExtended wins whenever it exists, even when it cannot be parsed.
