@@ -21,6 +21,12 @@ constexpr std::size_t kQueueLength = 4;
 } // namespace
 
 std::size_t TrackListBuilder::minimumTracksForThread = 4096;
+TrackListBuilder::Handover TrackListBuilder::handover = TrackListBuilder::Handover::Adaptive;
+
+bool TrackListBuilder::reachesField(std::uint32_t type)
+{
+    return (type >= 1 && type <= 9) || type == 12 || type == 13 || type == 14 || type == 22;
+}
 
 TrackListBuilder::TrackListBuilder(std::shared_ptr<ZQCoreiPod> parent, std::string basePath, std::size_t expectedTracks)
     : parent_(std::move(parent)), basePath_(std::move(basePath))
@@ -32,6 +38,7 @@ TrackListBuilder::TrackListBuilder(std::shared_ptr<ZQCoreiPod> parent, std::stri
         arena_ = std::make_shared<TrackArena>();
     if (expectedTracks >= minimumTracksForThread && std::thread::hardware_concurrency() > 1)
         thread_ = std::thread([this] { run(); });
+    wholeRecords_ = handover == Handover::WholeRecords;
 }
 
 TrackListBuilder::~TrackListBuilder()
@@ -108,6 +115,15 @@ void TrackListBuilder::endTrack()
         handOver();
 }
 
+void TrackListBuilder::addPlainRecord(std::span<const std::uint8_t> record, std::uint32_t headerLength)
+{
+    const auto size = static_cast<std::uint32_t>(record.size());
+    std::memcpy(addEntry({kRecord, size, headerLength}, size), record.data(), size);
+    filling_.bytes.size += size;
+    if (filling_.bytes.size >= kBatchBytes)
+        handOver();
+}
+
 void TrackListBuilder::handOver()
 {
     if (filling_.bytes.size == 0)
@@ -124,6 +140,10 @@ void TrackListBuilder::handOver()
         if (failure_)
             std::rethrow_exception(failure_);
         queue_.push_back(std::move(filling_));
+        // Copying a whole record costs the walk less than decoding its texts, and the thread
+        // more: while the thread has caught up with the walk, it is given whole records.
+        if (handover == Handover::Adaptive)
+            wholeRecords_ = queue_.size() <= 1;
         if (!spare_.empty()) {
             next = std::move(spare_.back());
             spare_.pop_back();
@@ -190,11 +210,9 @@ void TrackListBuilder::make(Batch& batch)
             header_ = static_cast<std::size_t>(text - bytes);
             texts_.fill(std::nullopt);
         } else if (head.type == kEnd) {
-            const auto* header = reinterpret_cast<const std::uint8_t*>(bytes + header_);
-            auto track = iPodTrack::initWithMHIT(std::span(header, layout::MHITHeader::size), texts_, parent_,
-                                                      dates_);
-            index_.add(track->trackID());
-            tracks_.push_back(std::move(track));
+            makeTrack(reinterpret_cast<const std::uint8_t*>(bytes + header_));
+        } else if (head.type == kRecord) {
+            makeFromRecord(reinterpret_cast<const std::uint8_t*>(text), head.length, head.rest);
         } else {
             const std::uint32_t type = head.type & ~kUndecoded;
             std::size_t length = head.length;
@@ -212,6 +230,65 @@ void TrackListBuilder::make(Batch& batch)
             texts_[type] = std::string_view(text, length);
         }
     }
+}
+
+void TrackListBuilder::makeTrack(const std::uint8_t* header)
+{
+    auto track = iPodTrack::initWithMHIT(std::span(header, layout::MHITHeader::size), texts_, parent_, dates_);
+    index_.add(track->trackID());
+    tracks_.push_back(std::move(track));
+}
+
+std::size_t TrackListBuilder::decodeText(std::uint32_t type, std::span<const std::uint8_t> bytes, char* out) const
+{
+    if (type != kLocationType)
+        return decodeUTF16To(out, bytes.data(), bytes.size(), true);
+    const std::size_t base = basePath_.size();
+    std::memcpy(out, basePath_.data(), base);
+    const std::size_t ascii = decodeASCIIPrefixUTF16LE<true>(out + base, bytes.data(), bytes.size() / 2);
+    char* const rest = out + base + ascii;
+    const std::size_t decoded = decodeUTF16To(rest, bytes.data() + ascii * 2, bytes.size() - ascii * 2, true);
+    std::replace(rest, rest + decoded, ':', '/');
+    return base + ascii + decoded;
+}
+
+void TrackListBuilder::makeFromRecord(const std::uint8_t* start, std::size_t total, std::size_t headerLength)
+{
+    using namespace layout;
+    // The same objects the walk checked, in the same order: a later text of a type replaces an
+    // earlier one, and text of an odd length is left out.
+    const std::span<const std::uint8_t> record(start, total);
+    const std::uint32_t objects = le32(record, MHITHeader::dataObjectCount);
+    auto forEachText = [&](auto&& use) {
+        std::size_t q = headerLength;
+        for (std::uint32_t j = 0; j < objects; ++j) {
+            const std::uint32_t type = le32(record, q + MHODHeader::type);
+            if (reachesField(type)) {
+                const std::uint32_t length = le32(record, q + MHODString::length);
+                if (length % 2 == 0)
+                    use(type, record.subspan(q + MHODString::text, length));
+            }
+            q += le32(record, q + ChunkStart::totalLength);
+        }
+    };
+    // Every text stays in place until the track is made; objects may share bytes, so room is
+    // counted text by text.
+    std::size_t room = 0;
+    forEachText([&](std::uint32_t type, std::span<const std::uint8_t> bytes) {
+        room += (type == kLocationType ? basePath_.size() : 0) + bytes.size() / 2 * 3;
+    });
+    if (decodedCapacity_ < room) {
+        decoded_.reset(new char[room]);
+        decodedCapacity_ = room;
+    }
+    texts_.fill(std::nullopt);
+    char* out = decoded_.get();
+    forEachText([&](std::uint32_t type, std::span<const std::uint8_t> bytes) {
+        const std::size_t length = decodeText(type, bytes, out);
+        texts_[type] = std::string_view(out, length);
+        out += length;
+    });
+    makeTrack(start);
 }
 
 } // namespace zq

@@ -77,11 +77,27 @@ public:
     void addText(std::uint32_t type, std::span<const std::uint8_t> bytes);
     /// Ends the record: its track is made.
     void endTrack();
+
+    /// Whether the next record should go over whole (addPlainRecord) rather than text by text:
+    /// true while the thread keeps up with the walk, so that the two share the work.
+    bool wantsWholeRecords() const { return wholeRecords_; }
+    /// A whole track record that the walk has checked: its header of `headerLength` bytes and
+    /// its objects lie within it, each text object that reaches a field wholly. Its track is
+    /// made exactly as from beginTrack, addText for each such object of an even length, and
+    /// endTrack.
+    void addPlainRecord(std::span<const std::uint8_t> record, std::uint32_t headerLength);
+
+    /// How records are handed over; tests pin either way.
+    enum class Handover { Adaptive, TextByText, WholeRecords };
+    static Handover handover;
     /// Waits for every track and hands them over, in record order.
     ZQCoreiPod::Tracks finish();
     /// After finish(): the tracks by ID, made along the way (on the builder's own thread, while
     /// the walk was still reading).
     TrackIDIndex takeIndex() { return std::move(index_); }
+
+    /// Whether a data object of `type` holds text that reaches a track field.
+    static bool reachesField(std::uint32_t type);
 
     /// Lists shorter than this are made without a thread; tests lower it to use the thread.
     static std::size_t minimumTracksForThread;
@@ -106,10 +122,16 @@ private:
         std::uint32_t rest;   // undecoded UTF-16 bytes, after room for their UTF-8
     };
     static constexpr std::uint32_t kHeader = 0;
+    static constexpr std::uint32_t kRecord = 0xFFFE; // a whole record; `rest` is its header length
     static constexpr std::uint32_t kEnd = 0xFFFF;
     static constexpr std::uint32_t kUndecoded = 0x10000;
 
     char* addEntry(EntryHead head, std::size_t room);
+    /// Decodes a text of `type` at `out` (a location after the base path, as a path); returns
+    /// its length. `out` has room for the base path and three bytes per UTF-16 unit.
+    std::size_t decodeText(std::uint32_t type, std::span<const std::uint8_t> bytes, char* out) const;
+    void makeFromRecord(const std::uint8_t* record, std::size_t total, std::size_t headerLength);
+    void makeTrack(const std::uint8_t* header);
 
     void handOver();
     void make(Batch& batch);
@@ -125,6 +147,9 @@ private:
     TrackIDIndex index_;
 
     Batch filling_;
+    bool wholeRecords_ = false;
+    std::unique_ptr<char[]> decoded_; // the texts of a whole record, while its track is made
+    std::size_t decodedCapacity_ = 0;
     std::mutex mutex_;
     std::condition_variable changed_;
     std::deque<Batch> queue_;

@@ -40,10 +40,7 @@ constexpr std::size_t kMemberPrefetch = 8;
 bool isSkippedObjectType(std::uint32_t type) { return type >= 15 && type <= 17; }
 
 // Types whose text reaches a track field; the others are walked past without decoding.
-bool reachesTrackField(std::uint32_t type)
-{
-    return (type >= 1 && type <= 9) || type == 12 || type == 13 || type == 14 || type == 22;
-}
+bool reachesTrackField(std::uint32_t type) { return TrackListBuilder::reachesField(type); }
 
 enum class TextRead {
     Text,       // decoded (a string read past the end decodes as "")
@@ -129,19 +126,23 @@ bool readPlainTrackRecord(XRDataReader& reader, TrackListBuilder& builder)
     if (counted > reader.readLimit())
         return false;
 
-    builder.beginTrack(record.first(MHITHeader::size));
-    q = headerLength;
-    for (std::uint32_t j = 0; j < objects; ++j) {
-        const std::uint32_t type = le32(record, q + MHODHeader::type);
-        if (!isSkippedObjectType(type) && reachesTrackField(type)) {
-            const std::uint32_t textLength = le32(record, q + MHODString::length);
-            // Text that is not UTF-16 (an odd byte count) is left out, as in the general walk.
-            if (textLength % 2 == 0)
-                builder.addText(type, record.subspan(q + MHODString::text, textLength));
+    if (builder.wantsWholeRecords()) {
+        builder.addPlainRecord(record, static_cast<std::uint32_t>(headerLength));
+    } else {
+        builder.beginTrack(record.first(MHITHeader::size));
+        q = headerLength;
+        for (std::uint32_t j = 0; j < objects; ++j) {
+            const std::uint32_t type = le32(record, q + MHODHeader::type);
+            if (!isSkippedObjectType(type) && reachesTrackField(type)) {
+                const std::uint32_t textLength = le32(record, q + MHODString::length);
+                // Text that is not UTF-16 (an odd byte count) is left out, as in the general walk.
+                if (textLength % 2 == 0)
+                    builder.addText(type, record.subspan(q + MHODString::text, textLength));
+            }
+            q += le32(record, q + ChunkStart::totalLength);
         }
-        q += le32(record, q + ChunkStart::totalLength);
+        builder.endTrack();
     }
-    builder.endTrack();
     reader.countAsRead(counted);
     reader.setPosition(p + total);
     return true;

@@ -60,10 +60,15 @@ TEST(ReaderFileWindow, WalkSeesTheSameLibraryAsInMemoryForEveryWindowSize)
     for (std::size_t window : {std::size_t{1}, std::size_t{7}, std::size_t{64}, std::size_t{4096},
                                zq::XRDataReader::kDefaultWindowSize})
         EXPECT_EQ(parsedThroughWindow(dir.file("iTunesDB"), window), expected) << "window " << window;
-    // The same tracks, in the same order, when a second thread makes them.
+    // The same tracks, in the same order, when a second thread makes them, from records handed
+    // over text by text, whole, or as the thread keeps up.
     TracksMadeOnAThread threaded;
-    EXPECT_EQ(parsedInMemory(data), expected);
-    EXPECT_EQ(parsedThroughWindow(dir.file("iTunesDB"), 64), expected);
+    for (auto handover : {zq::TrackListBuilder::Handover::TextByText, zq::TrackListBuilder::Handover::WholeRecords,
+                          zq::TrackListBuilder::Handover::Adaptive}) {
+        zq::TrackListBuilder::handover = handover;
+        EXPECT_EQ(parsedInMemory(data), expected);
+        EXPECT_EQ(parsedThroughWindow(dir.file("iTunesDB"), 64), expected);
+    }
 }
 
 TEST(ReaderFileWindow, FileThatShrinksUnderTheWalkFailsLikeATruncatedOne)

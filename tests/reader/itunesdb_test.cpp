@@ -1,6 +1,7 @@
 // The walk of the binary library database where whole-library comparisons do not reach: files
 // cut short, endless or damaged byte by byte, and the smart-playlist rule list's layout.
 
+#include "ZQCore/reader/TrackListBuilder.h"
 #include "ZQCore/reader/WalkLimits.h"
 #include "ZQCore/reader/XRDataReader.h"
 #include "tests/support/TestLibrary.h"
@@ -80,10 +81,12 @@ TEST(ReaderLibraryDatabase, DamagedBytesNeverLeadOutsideTheBuffer)
 {
     // Every prefix and every single damaged byte of a library with all kinds of records: the
     // walk either loads something or fails with the framework's own exception. Plain track
-    // records are read in one look at their bytes; whatever the damage, that gives what the
-    // general walk gives.
+    // records are read in one look at their bytes, and handed to the track maker text by text
+    // or whole; whatever the damage, both give what the general walk gives.
     DatabaseSpec db = smallLibrary();
     db.tracks[0].location = ":iPod_Control:Music:F00:A.mp3";
+    db.tracks[1].location = ":iPod_Control:Müsic:F01:B.mp3"; // decoded in two parts, colons in both
+    db.tracks[1].title = "Sechs – Six";
     db.playlists.push_back(PlaylistSpec{.name = "Casts", .podcast = 1, .items = {PlaylistItem::group("Show"), 5}});
     db.playlists.push_back(PlaylistSpec{.name = "Smart", .smartPrefs = SmartPrefsSpec{.limitValue = 3},
                                         .smartRules = SmartRulesSpec{.rules = {{.field = 2, .text = "x"}, {.field = 5}}}});
@@ -101,10 +104,14 @@ TEST(ReaderLibraryDatabase, DamagedBytesNeverLeadOutsideTheBuffer)
     };
     auto survive = [&](const zq::Data& bytes) {
         const std::string inPlace = outcome(bytes);
+        zq::TrackListBuilder::handover = zq::TrackListBuilder::Handover::WholeRecords;
+        const std::string whole = outcome(bytes);
+        zq::TrackListBuilder::handover = zq::TrackListBuilder::Handover::Adaptive;
         zq::walkReadsPlainRecordsInPlace = false;
         const std::string general = outcome(bytes);
         zq::walkReadsPlainRecordsInPlace = true;
         ASSERT_EQ(inPlace, general);
+        ASSERT_EQ(whole, general);
     };
     for (std::size_t size = 0; size < full.size(); size += 3)
         survive(full.subdata(0, size));
