@@ -146,6 +146,31 @@ TEST(ToolLibraryJSON, TextsAreWrittenAsTheJSONLibraryWritesThem)
             << i;
 }
 
+// A long track list is written in pieces made on two threads; the text is still one document
+// in the JSON library's own pretty form, with every track once and in order, whether the last
+// piece falls to one thread or the other.
+TEST(ToolLibraryJSON, LongTrackListsComeOutWholeAndInOrder)
+{
+    for (const int count : {2000, 2100}) {
+        auto library = std::make_shared<test::DetachedLibrary>();
+        for (int i = 0; i < count; ++i) {
+            auto track = iPodTrack::initWithParent(library);
+            track->setTitle("Track " + std::to_string(i));
+            library->addTrack(track);
+        }
+        std::ostringstream out;
+        zqpod::printLibraryJSON(out, *library);
+        const auto document = nlohmann::ordered_json::parse(out.str());
+        EXPECT_EQ(document.dump(2) + "\n", out.str()) << count;
+        const auto& tracks = document.at("tracks");
+        ASSERT_EQ(tracks.size(), static_cast<std::size_t>(count));
+        int misplaced = 0;
+        for (int i = 0; i < count; ++i)
+            misplaced += tracks[static_cast<std::size_t>(i)].at("title") != "Track " + std::to_string(i);
+        EXPECT_EQ(misplaced, 0) << count;
+    }
+}
+
 TEST(ToolLibraryFormats, BinaryAndSQLiteLibrariesOfOneDescriptionPrintTheSame)
 {
     const VolumeSpec volume = comparableSampleDevice();

@@ -11,12 +11,17 @@
 
 #include <algorithm>
 #include <charconv>
+#include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <memory>
+#include <mutex>
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <thread>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -96,8 +101,14 @@ private:
 // own serializer into the same block.
 class JSONStream {
 public:
-    explicit JSONStream(std::ostream& out)
+    explicit JSONStream(std::ostream& out) : JSONStream(&out, nullptr) {}
+    // Into `text` instead (a piece made on another thread); it continues a list whose first
+    // element is written already.
+    explicit JSONStream(std::string& text) : JSONStream(nullptr, &text) { first_ = false; }
+
+    JSONStream(std::ostream* out, std::string* text)
         : out_(out),
+          text_(text),
           buffer_(kBlock + 4096),
           serializer_(nlohmann::detail::output_adapter<char, std::string>(scratch_), ' ',
                       Json::error_handler_t::replace)
@@ -244,8 +255,20 @@ public:
 
     void flush()
     {
-        out_.write(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
+        if (text_)
+            text_->append(buffer_.data(), buffer_.size());
+        else
+            out_->write(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
         buffer_.clear();
+    }
+    // Text made elsewhere (by a stream into a string), after what is written so far.
+    void write(const std::string& text)
+    {
+        flush();
+        if (text_)
+            text_->append(text);
+        else
+            out_->write(text.data(), static_cast<std::streamsize>(text.size()));
     }
 
 private:
@@ -303,7 +326,8 @@ private:
             flush();
     }
 
-    std::ostream& out_;
+    std::ostream* out_;
+    std::string* text_;
     Block buffer_;
     std::string scratch_;
     nlohmann::detail::serializer<Json> serializer_;
@@ -396,6 +420,91 @@ void writeTrack(JSONStream& json, const zq::iPodTrack& t)
     json.endObject(4);
 }
 #undef ZQPOD_MEMBER
+
+// The elements of the track list. Making their text is most of the time of a listing, so a
+// second thread makes every other piece of tracks while this one makes the piece before it;
+// the pieces go out in order as they are done. The text is the same as from one thread, and
+// no more than two pieces are held at once.
+void writeTrackElements(JSONStream& json, const zq::ZQCoreiPod::Tracks& tracks)
+{
+    constexpr std::size_t kPiece = 256;
+    const std::size_t pieces = (tracks.size() + kPiece - 1) / kPiece;
+    auto make = [&](JSONStream& into, std::size_t piece) {
+        const std::size_t end = std::min(tracks.size(), (piece + 1) * kPiece);
+        for (std::size_t i = piece * kPiece; i < end; ++i) {
+            into.element(4);
+            writeTrack(into, *tracks[i]);
+        }
+    };
+    if (pieces < 4 || std::thread::hardware_concurrency() < 2) {
+        for (std::size_t piece = 0; piece < pieces; ++piece)
+            make(json, piece);
+        return;
+    }
+
+    constexpr std::size_t kNone = SIZE_MAX;
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::string ready;           // the odd piece made last, until it is written
+    std::size_t readyPiece = kNone;
+    bool stop = false;
+    std::exception_ptr failure;
+    std::thread other([&] {
+        std::string text;
+        try {
+            for (std::size_t piece = 1; piece < pieces; piece += 2) {
+                text.clear();
+                JSONStream into(text);
+                make(into, piece);
+                into.flush();
+                std::unique_lock lock(mutex);
+                changed.wait(lock, [&] { return readyPiece == kNone || stop; });
+                if (stop)
+                    return;
+                ready.swap(text);
+                readyPiece = piece;
+                changed.notify_all();
+            }
+        } catch (...) {
+            std::lock_guard lock(mutex);
+            failure = std::current_exception();
+            changed.notify_all();
+        }
+    });
+    // The thread is stopped and waited for on every way out.
+    struct Join {
+        std::thread& thread;
+        std::mutex& mutex;
+        std::condition_variable& changed;
+        bool& stop;
+        ~Join()
+        {
+            {
+                std::lock_guard lock(mutex);
+                stop = true;
+            }
+            changed.notify_all();
+            thread.join();
+        }
+    } join{other, mutex, changed, stop};
+
+    std::string text;
+    for (std::size_t piece = 0; piece < pieces; piece += 2) {
+        make(json, piece);
+        if (piece + 1 == pieces)
+            break;
+        {
+            std::unique_lock lock(mutex);
+            changed.wait(lock, [&] { return readyPiece == piece + 1 || failure; });
+            if (failure)
+                std::rethrow_exception(failure);
+            text.swap(ready);
+            readyPiece = kNone;
+        }
+        changed.notify_all();
+        json.write(text);
+    }
+}
 
 Json ruleJSON(const zq::SmartPlaylistRule& rule)
 {
@@ -541,10 +650,7 @@ void printLibraryJSON(std::ostream& out, const zq::ZQCoreiPod& library)
     json.key("tracks", 2);
     const auto& tracks = library.allTracks();
     json.open('[', 2, tracks.empty());
-    for (const auto& track : tracks) {
-        json.element(4);
-        writeTrack(json, *track);
-    }
+    writeTrackElements(json, tracks);
     json.close(']', 2, tracks.empty());
     json.key("playlists", 2);
     std::size_t written = 0;
