@@ -79,6 +79,31 @@ TEST(FoundationIDIndex, AnswersAsAMapWhereverAnIDIsHeld)
         }
         EXPECT_EQ(wrong, 0u) << "reserved " << reserved;
     }
+    // Every ID of the direct table's span and just past it, present or not, after a run of IDs
+    // that stops short of the span's end.
+    IDIndex index;
+    index.reserve(100);
+    for (std::uint32_t i = 0; i < 150; i += 3)
+        index.insert(5000 + i, i);
+    std::size_t wrong = 0;
+    for (std::uint32_t i = 0; i < 4 * 100 + 64 + 10; ++i)
+        wrong += index.find(5000 + i) != (i < 150 && i % 3 == 0 ? i : IDIndex::kNone);
+    EXPECT_EQ(wrong, 0u);
+}
+
+// However many IDs the probed array holds, it keeps room: a lookup of an absent ID ends.
+TEST(FoundationIDIndex, LookupsOfAbsentIDsEndAtEveryFill)
+{
+    std::mt19937_64 random(7);
+    for (std::size_t count = 1; count <= 70; ++count) {
+        IDIndex index;
+        for (std::uint32_t i = 0; i < count; ++i)
+            index.insert(random() | 1, i);
+        std::size_t found = 0;
+        for (int i = 0; i < 50; ++i)
+            found += index.find(random() & ~std::uint64_t{1}) != IDIndex::kNone;
+        EXPECT_EQ(found, 0u) << count;
+    }
 }
 
 // Pieces of every size, one larger than any chunk included, come aligned and apart; the memory

@@ -67,6 +67,25 @@ INSTANTIATE_TEST_SUITE_P(
         DecodeCase{"reversed pair", {0xDE00, 0xD83D}, kReplacement + kReplacement},
         DecodeCase{"nul and byte-order mark are kept", {0xFEFF, 0x0000, u'z'}, std::string("\xEF\xBB\xBF\0z", 5)}));
 
+// The ASCII run is copied in blocks of eight and four units, the last few units of a text in one
+// overlapping block, and the rest one by one: a unit just past ASCII (U+0080), or one whose
+// high byte alone is set (U+0100), ends the run wherever it stands.
+TEST(FoundationUTF16, FirstUnitPastASCIIEndsTheRunAtEveryPosition)
+{
+    for (const char16_t odd : {char16_t{0x0080}, char16_t{0x0100}}) {
+        const std::string encoded = odd == 0x0080 ? "\xC2\x80" : "\xC4\x80";
+        for (std::size_t length = 1; length <= 20; ++length)
+            for (std::size_t at = 0; at < length; ++at) {
+                Units units(length, u'a');
+                units[at] = odd;
+                std::string expected(length, 'a');
+                expected.replace(at, 1, encoded);
+                const auto bytes = bytesOf(units, true);
+                EXPECT_EQ(zq::decodeUTF16(bytes.data(), bytes.size(), true), expected) << length << " " << at;
+            }
+    }
+}
+
 TEST(FoundationUTF16, OddByteCountIsNoText)
 {
     const std::uint8_t bytes[] = {'a', 0, 'b'};

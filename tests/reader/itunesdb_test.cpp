@@ -126,6 +126,30 @@ TEST(ReaderLibraryDatabase, DamagedBytesNeverLeadOutsideTheBuffer)
     }
 }
 
+// A location becomes a path under the volume, its colons slashes, whatever its length (short
+// ones and the tail of long ones are decoded apart from the rest) and wherever text that is not
+// ASCII starts, with records handed to the track maker text by text or whole.
+TEST(ReaderTrackRecords, LocationsOfEveryLengthBecomePaths)
+{
+    const std::vector<std::string> locations = {":", ":a", ":F:x", ":iP:M:F", ":iPod_Control:Music:F0", ":iPod_Control:Music:F00:A.mp3",
+                                                ":Mü:s", ":iPod_Control:Müsic:F01:B:mp3"};
+    DatabaseSpec db;
+    for (std::size_t i = 0; i < locations.size(); ++i)
+        db.tracks.push_back(TrackSpec{.trackID = static_cast<std::uint32_t>(i + 1), .location = locations[i]});
+    for (auto handover : {zq::TrackListBuilder::Handover::TextByText, zq::TrackListBuilder::Handover::WholeRecords}) {
+        zq::TrackListBuilder::handover = handover;
+        TempDir dir;
+        auto library = load(dir, db);
+        ASSERT_EQ(library->allTracks().size(), locations.size());
+        for (std::size_t i = 0; i < locations.size(); ++i) {
+            std::string expected = locations[i];
+            std::replace(expected.begin(), expected.end(), ':', '/');
+            EXPECT_EQ(library->allTracks()[i]->filePath(), dir.path() + expected) << locations[i];
+        }
+    }
+    zq::TrackListBuilder::handover = zq::TrackListBuilder::Handover::Adaptive;
+}
+
 zq::Value::Dictionary parseRules(const SmartRulesSpec& setup)
 {
     return zq::ZQCoreiPod::parseSmartPlaylistRulesInData(buildSmartRuleBlob(setup));
