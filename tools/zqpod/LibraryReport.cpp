@@ -52,6 +52,12 @@ public:
     void clear() { size_ = 0; }
     /// Drops what came after `size` (never grows).
     void resize(std::size_t size) { size_ = std::min(size, size_); }
+    void swap(Block& other) noexcept
+    {
+        data_.swap(other.data_);
+        std::swap(capacity_, other.capacity_);
+        std::swap(size_, other.size_);
+    }
 
     void append(const char* text, std::size_t length)
     {
@@ -101,14 +107,14 @@ private:
 // own serializer into the same block.
 class JSONStream {
 public:
-    explicit JSONStream(std::ostream& out) : JSONStream(&out, nullptr) {}
-    // Into `text` instead (a piece made on another thread); it continues a list whose first
-    // element is written already.
-    explicit JSONStream(std::string& text) : JSONStream(nullptr, &text) { first_ = false; }
+    explicit JSONStream(std::ostream& out) : JSONStream(&out) {}
+    // A stream that only gathers, for a piece made on another thread: the text stays in its
+    // block (see gathered) for the writing stream to take whole. It continues a list whose
+    // first element is written already.
+    JSONStream() : JSONStream(nullptr) { first_ = false; }
 
-    JSONStream(std::ostream* out, std::string* text)
+    explicit JSONStream(std::ostream* out)
         : out_(out),
-          text_(text),
           buffer_(kBlock + 4096),
           serializer_(nlohmann::detail::output_adapter<char, std::string>(scratch_), ' ',
                       Json::error_handler_t::replace)
@@ -255,21 +261,18 @@ public:
 
     void flush()
     {
-        if (text_)
-            text_->append(buffer_.data(), buffer_.size());
-        else
-            out_->write(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
+        if (!out_)
+            return;
+        out_->write(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
         buffer_.clear();
     }
-    // Text made elsewhere (by a stream into a string), after what is written so far.
-    void write(const std::string& text)
+    // Text gathered by another stream, after what is written so far.
+    void write(const Block& text)
     {
         flush();
-        if (text_)
-            text_->append(text);
-        else
-            out_->write(text.data(), static_cast<std::streamsize>(text.size()));
+        out_->write(text.data(), static_cast<std::streamsize>(text.size()));
     }
+    Block& gathered() { return buffer_; }
 
 private:
     static constexpr std::size_t kBlock = 1 << 16;
@@ -322,12 +325,11 @@ private:
     }
     void flushIfFull()
     {
-        if (buffer_.size() >= kBlock)
+        if (out_ && buffer_.size() >= kBlock)
             flush();
     }
 
-    std::ostream* out_;
-    std::string* text_;
+    std::ostream* out_; // null for a stream that only gathers
     Block buffer_;
     std::string scratch_;
     nlohmann::detail::serializer<Json> serializer_;
@@ -445,23 +447,23 @@ void writeTrackElements(JSONStream& json, const zq::ZQCoreiPod::Tracks& tracks)
     constexpr std::size_t kNone = SIZE_MAX;
     std::mutex mutex;
     std::condition_variable changed;
-    std::string ready;           // the odd piece made last, until it is written
+    Block ready(0);              // the odd piece made last, until it is written
     std::size_t readyPiece = kNone;
     bool stop = false;
     std::exception_ptr failure;
     std::thread other([&] {
-        std::string text;
         try {
+            // Its blocks go back and forth with this thread's, so each piece is made in place
+            // in memory that is already there and is written straight from it.
+            JSONStream into;
             for (std::size_t piece = 1; piece < pieces; piece += 2) {
-                text.clear();
-                JSONStream into(text);
+                into.gathered().clear();
                 make(into, piece);
-                into.flush();
                 std::unique_lock lock(mutex);
                 changed.wait(lock, [&] { return readyPiece == kNone || stop; });
                 if (stop)
                     return;
-                ready.swap(text);
+                ready.swap(into.gathered());
                 readyPiece = piece;
                 changed.notify_all();
             }
@@ -488,7 +490,7 @@ void writeTrackElements(JSONStream& json, const zq::ZQCoreiPod::Tracks& tracks)
         }
     } join{other, mutex, changed, stop};
 
-    std::string text;
+    Block text(0);
     for (std::size_t piece = 0; piece < pieces; piece += 2) {
         make(json, piece);
         if (piece + 1 == pieces)
