@@ -4,11 +4,13 @@
 //
 // The walk runs twice: over the input in memory, and over the same bytes as a file read
 // through a window of a few bytes (a kilobyte for large inputs), so that reads keep moving the
-// window: the way a device library is read, under stress. Both must build the same library.
+// window: the way a device library is read, under stress. The first hands track records to the
+// track maker text by text, the second whole. Both must build the same library.
 
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "ZQCore/foundation/Exception.h"
+#include "ZQCore/reader/TrackListBuilder.h"
 #include "ZQCore/reader/XRDataReader.h"
 
 #include <sys/mman.h>
@@ -17,6 +19,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <functional>
 #include <string>
 
 namespace {
@@ -30,6 +33,7 @@ struct Outcome {
     std::size_t tracks = 0;
     std::size_t playlists = 0;
     std::size_t items = 0;
+    std::size_t texts = 0; // a hash of the tracks' descriptions
     std::string failure;
 };
 
@@ -51,7 +55,7 @@ Outcome walk(Parse parse)
         (void)playlist->description();
     }
     for (const auto& track : library->allTracks())
-        (void)track->description();
+        outcome.texts = outcome.texts * 31 + std::hash<std::string>()(track->description());
     return outcome;
 }
 
@@ -88,6 +92,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
 
     if (size > 0) {
         MemoryFile file(bytes, size);
+        zq::TrackListBuilder::handover = zq::TrackListBuilder::Handover::WholeRecords;
         const Outcome throughWindow = walk([&](zq::ZQCoreiPod& library) {
             // A tiny window for small inputs; larger ones would spend the run in system calls.
             auto reader = zq::XRDataReader::dataReaderWithFile(file.path(), true, size < 8192 ? 7 : 1024);
@@ -95,8 +100,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
                 std::abort();
             library.parseiTunesDBWithReader(*reader);
         });
+        zq::TrackListBuilder::handover = zq::TrackListBuilder::Handover::Adaptive;
         if (inMemory.tracks != throughWindow.tracks || inMemory.playlists != throughWindow.playlists ||
-            inMemory.items != throughWindow.items || inMemory.failure != throughWindow.failure)
+            inMemory.items != throughWindow.items || inMemory.texts != throughWindow.texts ||
+            inMemory.failure != throughWindow.failure)
             std::abort();
     }
 
