@@ -2,7 +2,6 @@
 
 #include "ZQCore/foundation/UTF16.h"
 #include "ZQCore/model/TrackArena.h"
-#include "ZQCore/reader/RecordLayouts.h"
 
 #include <algorithm>
 #include <cstring>
@@ -86,19 +85,11 @@ void TrackListBuilder::addText(std::uint32_t type, std::span<const std::uint8_t>
 {
     // The walk decodes the ASCII a text starts with, which costs no more than copying it; the
     // rest (the slow part) is left to the builder, behind room for its UTF-8.
-    const bool location = type == kLocationType;
-    const std::size_t base = location ? basePath_.size() : 0;
+    const std::size_t base = baseLength(type);
     const std::size_t units = bytes.size() / 2;
     const std::size_t size = filling_.bytes.size;
     char* const at = filling_.bytes.reserve(sizeof(EntryHead) + base + units * 5) + sizeof(EntryHead);
-    std::size_t ascii;
-    if (location) {
-        // ":iPod_Control:Music:F00:X.mp3" on the volume mounted at the base path.
-        std::memcpy(at, basePath_.data(), base);
-        ascii = decodeASCIIPrefixUTF16LE<true>(at + base, bytes.data(), units);
-    } else {
-        ascii = decodeASCIIPrefixUTF16LE(at, bytes.data(), units);
-    }
+    const std::size_t ascii = decodeStart(type, bytes, at);
     const std::size_t rest = units - ascii;
     if (rest)
         std::memcpy(at + base + ascii + rest * 3, bytes.data() + ascii * 2, rest * 2);
@@ -220,11 +211,7 @@ void TrackListBuilder::make(Batch& batch)
                 // The rest lies behind room for its UTF-8, which follows the walk's part.
                 const std::size_t rest = head.rest;
                 const auto* utf16 = reinterpret_cast<const std::uint8_t*>(text + length + rest / 2 * 3);
-                const std::size_t decoded = decodeUTF16To(text + length, utf16, rest, true);
-                // The walk's part of a location has its slashes already.
-                if (type == kLocationType)
-                    std::replace(text + length, text + length + decoded, ':', '/');
-                length += decoded;
+                length += decodeRest(type, std::span(utf16, rest), text + length);
                 at += rest / 2 * 5;
             }
             texts_[type] = std::string_view(text, length);
@@ -239,43 +226,45 @@ void TrackListBuilder::makeTrack(const std::uint8_t* header)
     tracks_.push_back(std::move(track));
 }
 
-std::size_t TrackListBuilder::decodeText(std::uint32_t type, std::span<const std::uint8_t> bytes, char* out) const
+std::size_t TrackListBuilder::baseLength(std::uint32_t type) const
+{
+    return type == kLocationType ? basePath_.size() : 0;
+}
+
+std::size_t TrackListBuilder::decodeStart(std::uint32_t type, std::span<const std::uint8_t> bytes, char* out) const
 {
     if (type != kLocationType)
-        return decodeUTF16To(out, bytes.data(), bytes.size(), true);
-    const std::size_t base = basePath_.size();
-    std::memcpy(out, basePath_.data(), base);
-    const std::size_t ascii = decodeASCIIPrefixUTF16LE<true>(out + base, bytes.data(), bytes.size() / 2);
-    char* const rest = out + base + ascii;
-    const std::size_t decoded = decodeUTF16To(rest, bytes.data() + ascii * 2, bytes.size() - ascii * 2, true);
-    std::replace(rest, rest + decoded, ':', '/');
-    return base + ascii + decoded;
+        return decodeASCIIPrefixUTF16LE(out, bytes.data(), bytes.size() / 2);
+    // ":iPod_Control:Music:F00:X.mp3" on the volume mounted at the base path.
+    std::memcpy(out, basePath_.data(), basePath_.size());
+    return decodeASCIIPrefixUTF16LE<true>(out + basePath_.size(), bytes.data(), bytes.size() / 2);
+}
+
+std::size_t TrackListBuilder::decodeRest(std::uint32_t type, std::span<const std::uint8_t> bytes, char* out)
+{
+    const std::size_t decoded = decodeUTF16To(out, bytes.data(), bytes.size(), true);
+    if (type == kLocationType)
+        std::replace(out, out + decoded, ':', '/');
+    return decoded;
+}
+
+std::size_t TrackListBuilder::decodeText(std::uint32_t type, std::span<const std::uint8_t> bytes, char* out) const
+{
+    const std::size_t ascii = decodeStart(type, bytes, out);
+    const std::size_t start = baseLength(type) + ascii;
+    return start + decodeRest(type, bytes.subspan(ascii * 2), out + start);
 }
 
 void TrackListBuilder::makeFromRecord(const std::uint8_t* start, std::size_t total, std::size_t headerLength)
 {
-    using namespace layout;
     // The same objects the walk checked, in the same order: a later text of a type replaces an
     // earlier one, and text of an odd length is left out.
     const std::span<const std::uint8_t> record(start, total);
-    const std::uint32_t objects = le32(record, MHITHeader::dataObjectCount);
-    auto forEachText = [&](auto&& use) {
-        std::size_t q = headerLength;
-        for (std::uint32_t j = 0; j < objects; ++j) {
-            const std::uint32_t type = le32(record, q + MHODHeader::type);
-            if (reachesField(type)) {
-                const std::uint32_t length = le32(record, q + MHODString::length);
-                if (length % 2 == 0)
-                    use(type, record.subspan(q + MHODString::text, length));
-            }
-            q += le32(record, q + ChunkStart::totalLength);
-        }
-    };
     // Every text stays in place until the track is made; objects may share bytes, so room is
     // counted text by text.
     std::size_t room = 0;
-    forEachText([&](std::uint32_t type, std::span<const std::uint8_t> bytes) {
-        room += (type == kLocationType ? basePath_.size() : 0) + bytes.size() / 2 * 3;
+    forEachText(record, headerLength, [&](std::uint32_t type, std::span<const std::uint8_t> bytes) {
+        room += baseLength(type) + bytes.size() / 2 * 3;
     });
     if (decodedCapacity_ < room) {
         decoded_.reset(new char[room]);
@@ -283,7 +272,7 @@ void TrackListBuilder::makeFromRecord(const std::uint8_t* start, std::size_t tot
     }
     texts_.fill(std::nullopt);
     char* out = decoded_.get();
-    forEachText([&](std::uint32_t type, std::span<const std::uint8_t> bytes) {
+    forEachText(record, headerLength, [&](std::uint32_t type, std::span<const std::uint8_t> bytes) {
         const std::size_t length = decodeText(type, bytes, out);
         texts_[type] = std::string_view(out, length);
         out += length;

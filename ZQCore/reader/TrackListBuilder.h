@@ -4,6 +4,7 @@
 
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/foundation/IDIndex.h"
+#include "ZQCore/reader/RecordLayouts.h"
 
 #include <condition_variable>
 #include <cstdint>
@@ -97,7 +98,27 @@ public:
     TrackIDIndex takeIndex() { return std::move(index_); }
 
     /// Whether a data object of `type` holds text that reaches a track field.
+    /// (Types 15 to 17 hold no text and never do.)
     static bool reachesField(std::uint32_t type);
+
+    /// Calls `use(type, bytes)` for each text object of a checked plain record (see
+    /// addPlainRecord) that reaches a field and is UTF-16 (an even byte count), in order.
+    template <class Use>
+    static void forEachText(std::span<const std::uint8_t> record, std::size_t headerLength, Use&& use)
+    {
+        using namespace layout;
+        const std::uint32_t objects = le32(record, MHITHeader::dataObjectCount);
+        std::size_t q = headerLength;
+        for (std::uint32_t j = 0; j < objects; ++j) {
+            const std::uint32_t type = le32(record, q + MHODHeader::type);
+            if (reachesField(type)) {
+                const std::uint32_t length = le32(record, q + MHODString::length);
+                if (length % 2 == 0)
+                    use(type, record.subspan(q + MHODString::text, length));
+            }
+            q += le32(record, q + ChunkStart::totalLength);
+        }
+    }
 
     /// Lists shorter than this are made without a thread; tests lower it to use the thread.
     static std::size_t minimumTracksForThread;
@@ -127,8 +148,14 @@ private:
     static constexpr std::uint32_t kUndecoded = 0x10000;
 
     char* addEntry(EntryHead head, std::size_t room);
-    /// Decodes a text of `type` at `out` (a location after the base path, as a path); returns
-    /// its length. `out` has room for the base path and three bytes per UTF-16 unit.
+    /// Decoding a text of `type` at `out`, which has room for the base path and three bytes per
+    /// UTF-16 unit: a location is a path on the volume (after the base path, colons as slashes).
+    /// decodeStart writes the base path and the ASCII the text starts with and returns that
+    /// many units; decodeRest writes the UTF-8 of the units after them and returns its length.
+    std::size_t baseLength(std::uint32_t type) const;
+    std::size_t decodeStart(std::uint32_t type, std::span<const std::uint8_t> bytes, char* out) const;
+    static std::size_t decodeRest(std::uint32_t type, std::span<const std::uint8_t> bytes, char* out);
+    /// Both: the whole text's length.
     std::size_t decodeText(std::uint32_t type, std::span<const std::uint8_t> bytes, char* out) const;
     void makeFromRecord(const std::uint8_t* record, std::size_t total, std::size_t headerLength);
     void makeTrack(const std::uint8_t* header);

@@ -36,12 +36,6 @@ constexpr std::uint32_t kSmartRulesType = 51;
 // How far ahead of a playlist's member the track list is brought into the cache.
 constexpr std::size_t kMemberPrefetch = 8;
 
-// Data-object types 15, 16 and 17 are not strings and are never read as such.
-bool isSkippedObjectType(std::uint32_t type) { return type >= 15 && type <= 17; }
-
-// Types whose text reaches a track field; the others are walked past without decoding.
-bool reachesTrackField(std::uint32_t type) { return TrackListBuilder::reachesField(type); }
-
 enum class TextRead {
     Text,       // decoded (a string read past the end decodes as "")
     NotText,    // the bytes are not UTF-16 (an odd byte count)
@@ -111,7 +105,7 @@ bool readPlainTrackRecord(XRDataReader& reader, TrackListBuilder& builder)
         const std::uint32_t type = le32(record, q + MHODHeader::type);
         const std::uint32_t length = le32(record, q + ChunkStart::totalLength);
         counted += MHODHeader::size;
-        if (!isSkippedObjectType(type) && reachesTrackField(type)) {
+        if (TrackListBuilder::reachesField(type)) {
             if (q + MHODString::text > total)
                 return false;
             const std::uint64_t textLength = le32(record, q + MHODString::length);
@@ -129,18 +123,11 @@ bool readPlainTrackRecord(XRDataReader& reader, TrackListBuilder& builder)
     if (builder.wantsWholeRecords()) {
         builder.addPlainRecord(record, static_cast<std::uint32_t>(headerLength));
     } else {
+        // Text that is not UTF-16 (an odd byte count) is left out, as in the general walk.
         builder.beginTrack(record.first(MHITHeader::size));
-        q = headerLength;
-        for (std::uint32_t j = 0; j < objects; ++j) {
-            const std::uint32_t type = le32(record, q + MHODHeader::type);
-            if (!isSkippedObjectType(type) && reachesTrackField(type)) {
-                const std::uint32_t textLength = le32(record, q + MHODString::length);
-                // Text that is not UTF-16 (an odd byte count) is left out, as in the general walk.
-                if (textLength % 2 == 0)
-                    builder.addText(type, record.subspan(q + MHODString::text, textLength));
-            }
-            q += le32(record, q + ChunkStart::totalLength);
-        }
+        TrackListBuilder::forEachText(record, headerLength, [&](std::uint32_t type, std::span<const std::uint8_t> text) {
+            builder.addText(type, text);
+        });
         builder.endTrack();
     }
     reader.countAsRead(counted);
@@ -288,7 +275,7 @@ ZQCoreiPod::Tracks ZQCoreiPod::parseTrackList(XRDataReader& reader, TrackIDIndex
             const std::uint32_t type = le32(object, MHODHeader::type);
             // Text that is not UTF-16 (an odd byte count) is left out rather than stored: the
             // field keeps what an earlier object of the type gave, or stays absent.
-            if (!isSkippedObjectType(type) && reachesTrackField(type) &&
+            if (TrackListBuilder::reachesField(type) &&
                 readObjectBytes(reader, text) != TextRead::NotText)
                 builder.addText(type, text);
             reader.setPosition(q + le32(object, ChunkStart::totalLength));
