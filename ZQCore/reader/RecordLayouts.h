@@ -27,31 +27,21 @@ constexpr T byteswap(T value)
         return __builtin_bswap64(value);
 }
 
-template <class T>
-inline T loadLE(std::span<const std::uint8_t> block, std::size_t offset)
+template <class T, std::endian Order>
+inline T load(std::span<const std::uint8_t> block, std::size_t offset)
 {
     T value;
     std::memcpy(&value, block.subspan(offset, sizeof value).data(), sizeof value);
-    if constexpr (std::endian::native == std::endian::big)
+    if constexpr (std::endian::native != Order)
         value = byteswap(value);
     return value;
 }
 
-template <class T>
-inline T loadBE(std::span<const std::uint8_t> block, std::size_t offset)
-{
-    T value;
-    std::memcpy(&value, block.subspan(offset, sizeof value).data(), sizeof value);
-    if constexpr (std::endian::native == std::endian::little)
-        value = byteswap(value);
-    return value;
-}
-
-inline std::uint16_t le16(std::span<const std::uint8_t> block, std::size_t offset) { return loadLE<std::uint16_t>(block, offset); }
-inline std::uint32_t le32(std::span<const std::uint8_t> block, std::size_t offset) { return loadLE<std::uint32_t>(block, offset); }
-inline std::uint64_t le64(std::span<const std::uint8_t> block, std::size_t offset) { return loadLE<std::uint64_t>(block, offset); }
-inline std::uint32_t be32(std::span<const std::uint8_t> block, std::size_t offset) { return loadBE<std::uint32_t>(block, offset); }
-inline std::uint64_t be64(std::span<const std::uint8_t> block, std::size_t offset) { return loadBE<std::uint64_t>(block, offset); }
+inline std::uint16_t le16(std::span<const std::uint8_t> block, std::size_t offset) { return load<std::uint16_t, std::endian::little>(block, offset); }
+inline std::uint32_t le32(std::span<const std::uint8_t> block, std::size_t offset) { return load<std::uint32_t, std::endian::little>(block, offset); }
+inline std::uint64_t le64(std::span<const std::uint8_t> block, std::size_t offset) { return load<std::uint64_t, std::endian::little>(block, offset); }
+inline std::uint32_t be32(std::span<const std::uint8_t> block, std::size_t offset) { return load<std::uint32_t, std::endian::big>(block, offset); }
+inline std::uint64_t be64(std::span<const std::uint8_t> block, std::size_t offset) { return load<std::uint64_t, std::endian::big>(block, offset); }
 
 /// The first twelve bytes of every record: a tag that is never examined, the header length
 /// (start of the first child or payload) and the total length (start of the next sibling; list
