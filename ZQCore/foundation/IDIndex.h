@@ -73,15 +73,16 @@ private:
 
     std::size_t mask() const { return slots_.size() - 1; }
 
-    // The first ID added sets where the direct range starts; whether an ID is in it never
-    // changes after that.
-    bool inDirectRange(std::uint64_t id) const { return hasBase_ && id >= base_ && id - base_ < directLimit_; }
+    // The first ID added sets where the direct range starts (and is the table's first entry);
+    // whether an ID is in it never changes after that. An ID below the first wraps round to
+    // far above it.
+    bool inDirectRange(std::uint64_t id) const { return !direct_.empty() && id - base_ < directLimit_; }
 
     bool place(std::uint64_t id, std::uint32_t position, bool replace)
     {
-        if (!hasBase_ && directLimit_ > 0) {
+        if (direct_.empty() && directLimit_ > 0) {
             base_ = id;
-            hasBase_ = true;
+            direct_.assign(1, kNone);
         }
         if (inDirectRange(id)) {
             const std::size_t at = id - base_;
@@ -141,7 +142,6 @@ private:
     std::size_t expected_ = 0;
     std::size_t size_ = 0;
     std::size_t hashed_ = 0;
-    bool hasBase_ = false;
 };
 
 } // namespace zq
