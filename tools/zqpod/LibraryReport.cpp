@@ -18,6 +18,7 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <stop_token>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -446,12 +447,12 @@ void writeTrackElements(JSONStream& json, const zq::ZQCoreiPod::Tracks& tracks)
 
     constexpr std::size_t kNone = SIZE_MAX;
     std::mutex mutex;
-    std::condition_variable changed;
+    std::condition_variable_any changed;
     Block ready(0);              // the odd piece made last, until it is written
     std::size_t readyPiece = kNone;
-    bool stop = false;
     std::exception_ptr failure;
-    std::thread other([&] {
+    // Asked to stop and waited for on every way out, as a jthread is when it goes.
+    std::jthread other([&](std::stop_token stop) {
         try {
             // Its blocks go back and forth with this thread's, so each piece is made in place
             // in memory that is already there and is written straight from it.
@@ -460,8 +461,7 @@ void writeTrackElements(JSONStream& json, const zq::ZQCoreiPod::Tracks& tracks)
                 into.gathered().clear();
                 make(into, piece);
                 std::unique_lock lock(mutex);
-                changed.wait(lock, [&] { return readyPiece == kNone || stop; });
-                if (stop)
+                if (!changed.wait(lock, stop, [&] { return readyPiece == kNone; }))
                     return;
                 ready.swap(into.gathered());
                 readyPiece = piece;
@@ -473,22 +473,6 @@ void writeTrackElements(JSONStream& json, const zq::ZQCoreiPod::Tracks& tracks)
             changed.notify_all();
         }
     });
-    // The thread is stopped and waited for on every way out.
-    struct Join {
-        std::thread& thread;
-        std::mutex& mutex;
-        std::condition_variable& changed;
-        bool& stop;
-        ~Join()
-        {
-            {
-                std::lock_guard lock(mutex);
-                stop = true;
-            }
-            changed.notify_all();
-            thread.join();
-        }
-    } join{other, mutex, changed, stop};
 
     Block text(0);
     for (std::size_t piece = 0; piece < pieces; piece += 2) {
