@@ -78,15 +78,17 @@ void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
         log("Could not load the SQLite library databases with the error: " + error.reason() +
             " - reading iTunesDB instead.");
     }
+    if (fromSQLite)
+        librarySource_ = LibrarySource::SQLiteDatabases;
     if (!fromMediaLibrary && !fromSQLite) {
         log("AFCiPod initWithiPodReference: Didn't load from SQLite");
-        // A device without any library database loads as an empty library; one whose database
-        // cannot be read stops here with the reason (the read throws), and so does one whose
+        // A device without any library database has no library (librarySource() says so); one
+        // whose database cannot be read stops here with the reason, and so does one whose
         // SQLite library is damaged when there is no iTunesDB to go by.
-        const auto database = contentsOfFileAtPath((fs::path("/iTunes_Control") / "iTunes" / "iTunesDB").string());
-        if (!database && sqliteFailure)
+        if (!loadBinaryDatabase((fs::path("/iTunes_Control") / "iTunes" / "iTunesDB").string(),
+                                "iTunes_Control/iTunes/iTunesDB") &&
+            sqliteFailure)
             throw *sqliteFailure;
-        parseiTunesDBWithData(database.value_or(Data()));
     }
 
     // The artwork comes over the session too. A fault in its database costs the artwork, never

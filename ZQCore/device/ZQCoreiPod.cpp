@@ -1,4 +1,5 @@
 #include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/reader/RecordLayouts.h"
 #include "ZQCore/reader/XRDataReader.h"
 
 #include "ZQCore/afc/AFCiPod.h"
@@ -10,10 +11,14 @@
 #include "ZQCore/foundation/Resources.h"
 #include "ZQCore/model/Podcasts.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <sys/statvfs.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 
 namespace zq {
@@ -60,17 +65,25 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
         return;
     }
 
+    // A disk-mode iPod keeps its library under iPod_Control; the file system of an older phone
+    // (before MediaLibrary.sqlitedb) under iTunes_Control, in the same files.
+    const bool phoneLayout = !fileExists(base / "iPod_Control") && fileExists(base / "iTunes_Control");
+    phoneFolder_ = phoneLayout;
+    const std::string control = phoneLayout ? "iTunes_Control" : "iPod_Control";
+
     // Newer devices keep their library in the SQLite databases of "iTunes Library.itlp"; when
     // all four are there, they are loaded first and the binary database is the fallback.
     bool needsBinaryDatabase = true;
-    const fs::path itlp = base / "iPod_Control" / "iTunes" / "iTunes Library.itlp";
+    const fs::path itlp = base / control / "iTunes" / "iTunes Library.itlp";
     if (fileExists(itlp)) {
         const fs::path library = itlp / "Library.itdb", extras = itlp / "Extras.itdb",
                        locations = itlp / "Locations.itdb", dynamics = itlp / "Dynamic.itdb";
         if (fileExists(library) && fileExists(extras) && fileExists(locations) && fileExists(dynamics)) {
             try {
-                if (loadFromLocalSQLiteDatabase(library, extras, locations, dynamics))
+                if (loadFromLocalSQLiteDatabase(library, extras, locations, dynamics)) {
                     needsBinaryDatabase = false;
+                    librarySource_ = LibrarySource::SQLiteDatabases;
+                }
             } catch (const Exception& error) {
                 log("Could not load the SQLite library databases with the error: " + error.reason() +
                     " - reading iTunesDB instead.");
@@ -79,8 +92,8 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
     }
 
     if (needsBinaryDatabase) {
-        if (auto database = readerForFileAtPath(base / "iPod_Control" / "iTunes" / "iTunesDB"))
-            parseiTunesDBWithReader(*database);
+        const std::string relative = control + "/iTunes/iTunesDB";
+        loadBinaryDatabase((base / relative).string(), relative);
     }
 
     // Album artwork. A fault in its database costs the artwork, never the library: it is logged
@@ -97,9 +110,10 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
 
     setIsConnected(true);
 
-    // The Device folder is one of the two things the framework may create on a device.
+    // The Device folder is one of the two things the framework may create on a device, and only
+    // on a disk-mode iPod's volume.
     const fs::path device = base / "iPod_Control" / "Device";
-    if (!fileExists(device)) {
+    if (!phoneLayout && fileExists(base / "iPod_Control") && !fileExists(device)) {
         std::error_code ignored;
         fs::create_directory(device, ignored);
     }
@@ -164,6 +178,83 @@ std::int32_t modelTypeForSerialNumber(const std::optional<std::string>& serial)
         return 0;
     const Value* type = types->find(suffix);
     return type ? static_cast<std::int32_t>(type->integerValue()) : 0;
+}
+
+const char* ZQCoreiPod::librarySourceName(LibrarySource source)
+{
+    switch (source) {
+    case LibrarySource::iTunesDB: return "iTunesDB";
+    case LibrarySource::iTunesCDB: return "iTunesCDB";
+    case LibrarySource::SQLiteDatabases: return "iTunes Library.itlp";
+    case LibrarySource::MediaLibrary: return "MediaLibrary.sqlitedb";
+    case LibrarySource::None: break;
+    }
+    return "";
+}
+
+void ZQCoreiPod::warnAboutLoad(const std::string& warning)
+{
+    log(warning);
+    loadWarnings_.push_back(warning);
+}
+
+bool ZQCoreiPod::loadBinaryDatabase(const std::string& path, const std::string& shownAs)
+{
+    auto unreadable = [&](const std::string& why) {
+        return Exception("ZQCoreiPodLibraryUnreadableException", "The library database " + shownAs + " " + why);
+    };
+    if (readsFilesThroughDevice()) {
+        if (!sizeOfFileAtPath(path))
+            return false;
+    } else {
+        // A file that is there but cannot be read is an error, never a library without tracks.
+        struct stat info {};
+        if (::stat(path.c_str(), &info) != 0) {
+            if (errno == ENOENT || errno == ENOTDIR)
+                return false;
+            throw unreadable(std::string("cannot be read: ") + std::strerror(errno) + ".");
+        }
+        if (!S_ISREG(info.st_mode))
+            throw unreadable("is not a file.");
+        const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0)
+            throw unreadable(std::string("cannot be read: ") + std::strerror(errno) + ".");
+        ::close(fd);
+    }
+    const auto reader = readerForFileAtPath(path);
+    if (!reader)
+        throw unreadable("cannot be read.");
+    if (reader->length() == 0)
+        throw unreadable("is empty (0 bytes).");
+    // Every library database begins with its "mhbd" record; anything else (a file copied over
+    // it, random bytes) would otherwise walk as an empty library.
+    const auto magic = reader->peekRawBytes(4);
+    if (magic.size() != 4 || std::memcmp(magic.data(), "mhbd", 4) != 0)
+        throw unreadable("is not a library database: it does not begin with \"mhbd\".");
+    // Nor is one whose first data set is not where its header says.
+    // (Headers are a few hundred bytes long; 64 KiB is far beyond any a device writes.)
+    if (const auto header = reader->peekRawBytes(24); header.size() == 24) {
+        const std::uint32_t headerLength = layout::le32(header, layout::ChunkStart::headerLength);
+        const auto dataSets = static_cast<std::int32_t>(layout::le32(header, layout::MHBDHeader::dataSetCount));
+        constexpr std::uint32_t kLongestHeader = 1u << 16;
+        // A file cut short inside its header is damaged, which the walk reports.
+        bool misplaced = headerLength < 24 || headerLength > kLongestHeader;
+        if (!misplaced) {
+            const auto start = reader->peekRawBytes(headerLength + 4);
+            misplaced = start.size() == headerLength + 4 && std::memcmp(start.data() + headerLength, "mhsd", 4) != 0;
+        }
+        // Devices write a handful of data sets; a count past a thousand (or below 0) is no count.
+        constexpr std::int32_t kMostDataSets = 1000;
+        if (dataSets < 0 || dataSets > kMostDataSets || (dataSets > 0 && misplaced))
+            throw unreadable("is not a library database: its header does not describe its data sets.");
+    }
+    try {
+        parseiTunesDBWithReader(*reader);
+    } catch (const Exception& error) {
+        throw Exception(error.name(), "The library database " + shownAs + " is damaged: " + error.reason());
+    }
+    librarySource_ = LibrarySource::iTunesDB;
+    return true;
 }
 
 std::optional<std::string> ZQCoreiPod::name() const

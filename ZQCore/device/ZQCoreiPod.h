@@ -121,6 +121,19 @@ public:
     /// no value when it loaded or the device has none.
     const std::optional<std::string>& artworkLoadError() const { return artworkLoadError_; }
 
+    /// The database a library was read from. None means the device holds no library database
+    /// at all (a device that was never synced): its library is empty because there is nothing
+    /// to read, which is not the same as a library of 0 tracks.
+    enum class LibrarySource { None, iTunesDB, iTunesCDB, SQLiteDatabases, MediaLibrary };
+    LibrarySource librarySource() const { return librarySource_; }
+    /// The source's file name as the device keeps it ("iTunesDB", "iTunesCDB",
+    /// "iTunes Library.itlp", "MediaLibrary.sqlitedb"); "" for None.
+    static const char* librarySourceName(LibrarySource source);
+    /// What of the library could not be read while it loaded, one line each (a table of the
+    /// database that is unreadable, say, which costs the playlists or statistics it feeds but
+    /// not the rest). Empty when everything was read.
+    const std::vector<std::string>& loadWarnings() const { return loadWarnings_; }
+
     bool isConnected() const { return connected_; }
     void setIsConnected(bool connected) { connected_ = connected; }
 
@@ -233,6 +246,17 @@ protected:
     bool connected_ = false;
     std::optional<std::string> artworkLoadError_;
     bool phoneFolder_ = false;
+    LibrarySource librarySource_ = LibrarySource::None;
+    std::vector<std::string> loadWarnings_;
+
+    /// Notes a part of the library that could not be read: logged and kept in loadWarnings().
+    void warnAboutLoad(const std::string& warning);
+    /// Reads the binary library database at `path` (a disk-mode device's own file, or one
+    /// reached through contentsOfFileAtPath) when it is there. Answers false, changing nothing,
+    /// when there is no file at `path`; throws "ZQCoreiPodLibraryUnreadableException" naming
+    /// `shownAs` when the file is there but cannot be read, is empty or is no library
+    /// database, and passes on the walk's exception with `shownAs` in its reason.
+    bool loadBinaryDatabase(const std::string& path, const std::string& shownAs);
 
 private:
     /// parseTrackList, with the walked tracks' index by ID.
@@ -242,7 +266,11 @@ private:
     /// when it gives the ID of every track by position, otherwise against the track).
     Playlists parsePlaylistList(XRDataReader& reader, const Tracks& tracks,
                                 const std::function<std::uint32_t(std::uint64_t)>& cachedIndex,
-                                std::span<const std::uint32_t> idAt = {});
+                                std::span<const std::uint32_t> idAt = {}, bool grouped = true);
+    /// The playlist list at the reader's position, with members resolved through the index of
+    /// the walked track list (made from `tracks_` when the walk met none). `grouped` is false
+    /// for the plain list, whose podcast playlist names episodes without show headers.
+    Playlists parseWalkedPlaylistList(XRDataReader& reader, std::optional<TrackIDIndex>& walked, bool grouped);
     void loadMediaLibrary(const std::string& database, const std::string& mediaRoot);
     void readIdentityProperties();
     void detectModelType();

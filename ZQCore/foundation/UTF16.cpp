@@ -33,7 +33,7 @@ constexpr char32_t kReplacement = 0xFFFD;
 
 std::size_t decodeUTF16To(char* out, const std::uint8_t* bytes, std::size_t length, bool littleEndian)
 {
-    const std::size_t units = length / 2;
+    const std::size_t units = lengthWithoutTrailingNULs(bytes, length) / 2;
     const int lo = littleEndian ? 0 : 1;
     const int hi = 1 - lo;
     // Most library text is ASCII: it is copied without the general decoder.

@@ -19,7 +19,9 @@ namespace zq {
 /// - an odd byte count is not UTF-16 text at all: the result is no string;
 /// - a surrogate without its partner (iTunes cuts long titles in the middle of a pair) becomes
 ///   U+FFFD, and decoding goes on;
-/// - everything else, U+0000 and a leading U+FEFF included, is kept as it stands.
+/// - U+0000 units at the end are dropped: phones pad some strings with them inside the stated
+///   length, and they are no part of the text;
+/// - everything else, U+0000 inside the text and a leading U+FEFF included, is kept as it stands.
 std::optional<std::string> decodeUTF16(const std::uint8_t* bytes, std::size_t length, bool littleEndian);
 
 /// The same, appending to `out` (cleared first) so that a caller decoding many strings can
@@ -29,6 +31,17 @@ bool decodeUTF16Into(std::string& out, const std::uint8_t* bytes, std::size_t le
 /// The same for an even `length`, written at `out`, which has room for 3 * length / 2 bytes
 /// (the most UTF-8 that many units can need); returns the bytes written.
 std::size_t decodeUTF16To(char* out, const std::uint8_t* bytes, std::size_t length, bool littleEndian);
+/// `length` (bytes of UTF-16 text) less the U+0000 units the text ends with; an odd length (no
+/// UTF-16 text) is returned as it is.
+inline std::size_t lengthWithoutTrailingNULs(const std::uint8_t* bytes, std::size_t length)
+{
+    if (length % 2 != 0)
+        return length;
+    while (length >= 2 && bytes[length - 1] == 0 && bytes[length - 2] == 0)
+        length -= 2;
+    return length;
+}
+
 /// The ASCII characters that `units` UTF-16LE units start with, written at `out` one byte
 /// each; returns how many there were (decoding stops at the first unit that is not ASCII).
 /// With `ColonsAsSlashes`, ':' is written as '/' (a device's file location made a path).

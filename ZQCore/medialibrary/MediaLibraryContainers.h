@@ -2,12 +2,15 @@
 
 // The playlists of a MediaLibrary.sqlitedb: one per row of container that is a playlist, of the
 // class the row calls for (the rows have the columns of the older SQLite library's container
-// table, so the same row rules apply), filled from container_item (container_items on older
-// releases) in the order of its position column, duplicates kept, and linked into their folders.
+// table, so the same row rules apply once a phone's ways are allowed for: smart columns on every
+// row, the purchased list's own kind, the device's own list as the master playlist), filled in
+// order, duplicates kept, and linked into their folders.
 
 #include "ZQCore/device/ZQCoreiPod.h"
 
+#include <functional>
 #include <memory>
+#include <string>
 #include <unordered_map>
 
 struct sqlite3;
@@ -18,7 +21,13 @@ class MediaLibrarySchema;
 
 class MediaLibraryContainers {
 public:
-    MediaLibraryContainers(sqlite3* db, const MediaLibrarySchema& schema) : db_(db), schema_(schema) {}
+    /// `warn` hears of what could not be read and is left out (the members of every playlist,
+    /// when no table of them can be read).
+    MediaLibraryContainers(sqlite3* db, const MediaLibrarySchema& schema,
+                           std::function<void(const std::string&)> warn = [](const std::string&) {})
+        : db_(db), schema_(schema), warn_(std::move(warn))
+    {
+    }
 
     /// The top-level playlists (folder children live in their folders). Rows of the podcast
     /// container are left out: the podcast group is built from the tracks. Throws
@@ -27,8 +36,15 @@ public:
                                const std::shared_ptr<ZQCoreiPod>& parent) const;
 
 private:
+    /// Fills the playlists of `byID` from whichever table lists members: the packed blobs of
+    /// container_items, or rows of container_item, container_items or item_to_container.
+    using Members = std::unordered_map<std::shared_ptr<Playlist>, Playlist::Tracks>;
+    Members loadMembers(const std::unordered_map<std::uint64_t, std::shared_ptr<Playlist>>& byID,
+                        const std::unordered_map<std::int64_t, std::shared_ptr<iPodTrack>>& trackByPid) const;
+
     sqlite3* db_;
     const MediaLibrarySchema& schema_;
+    std::function<void(const std::string&)> warn_;
 };
 
 } // namespace zq

@@ -49,7 +49,9 @@ const std::vector<Candidates>& fieldSources()
         s[BasePath] = {{"base_location", {"path"}}};
         s[AlbumPid] = {{"item", {"album_pid"}}, {"item_extra", {"album_pid"}}};
         s[BaseLocationID] = {{"item", {"base_location_id"}}, {"item_extra", {"base_location_id"}}};
-        s[MediaType] = {{"item", {"media_type", "media_kind"}}, {"item_extra", {"media_type", "media_kind"}}};
+        // media_kind counts as the iTunesDB does (songs 1, podcast episodes 4); item.media_type
+        // has a numbering of its own, translated below when it is all there is.
+        s[MediaType] = {{"item_extra", {"media_kind"}}, {"item", {"media_kind"}}};
         s[TrackNumber] = {{"item", {"track_number"}}, {"item_extra", {"track_number"}}};
         s[TrackCount] = own("track_count");
         s[DiscNumber] = {{"item", {"disc_number"}}, {"item_extra", {"disc_number"}}};
@@ -164,14 +166,44 @@ MediaLibraryItemReader::MediaLibraryItemReader(sqlite3* db, const MediaLibrarySc
     }
 
     query_ = "SELECT " + itemKey;
-    for (const Candidates& candidates : fieldSources()) {
+    for (std::size_t field = 0; field < fieldSources().size(); ++field) {
         std::optional<std::string> expression;
-        for (const auto& [role, columns] : candidates)
+        for (const auto& [role, columns] : fieldSources()[field])
             if (!expression)
                 expression = columnIn(role, columns);
+        if (field == MediaType)
+            expression = mediaKindExpression(expression, columnIn("item", {"media_type"}));
         query_ += ", " + expression.value_or("NULL");
     }
     query_ += " " + from;
+    for (const auto& [role, table] : roles)
+        if (role != "item")
+            joined_.push_back(table);
+}
+
+bool MediaLibraryItemReader::feedsItems(const std::string& table)
+{
+    for (const char* companion : kCompanions)
+        if (table == companion)
+            return true;
+    for (const Lookup& lookup : lookups())
+        for (const char* candidate : lookup.tables)
+            if (table == candidate)
+                return true;
+    return false;
+}
+
+std::optional<std::string> MediaLibraryItemReader::mediaKindExpression(const std::optional<std::string>& mediaKind,
+                                                                       const std::optional<std::string>& mediaType)
+{
+    // Only the codes of item.media_type seen in real databases are translated (songs 8, podcast
+    // episodes 4); any other code is no kind rather than a wrong one.
+    if (!mediaType)
+        return mediaKind;
+    const std::string translated = "(CASE " + *mediaType + " WHEN 8 THEN 1 WHEN 4 THEN 4 ELSE 0 END)";
+    if (!mediaKind)
+        return translated;
+    return "COALESCE(" + *mediaKind + ", " + translated + ")";
 }
 
 void MediaLibraryItemReader::forEachItem(const std::function<void(const MediaLibraryItem&)>& visit) const

@@ -9,7 +9,9 @@
 #include "ZQCore/medialibrary/MediaLibraryItem.h"
 
 #include <functional>
+#include <optional>
 #include <string>
+#include <vector>
 
 struct sqlite3;
 
@@ -28,10 +30,23 @@ public:
 
     /// The statement built for this database (for messages and tests).
     const std::string& query() const { return query_; }
+    /// The tables joined to the item table, the ones a damaged page may lie in when a row
+    /// cannot be read.
+    const std::vector<std::string>& joinedTables() const { return joined_; }
+
+    /// Whether `table` is one the items may be joined to (a companion or a name table).
+    static bool feedsItems(const std::string& table);
+
+    /// The statement's expression for a track's media kind: `mediaKind` (a media_kind column,
+    /// numbered as in iTunesDB) where it has a value, else `mediaType` (item.media_type)
+    /// translated to that numbering.
+    static std::optional<std::string> mediaKindExpression(const std::optional<std::string>& mediaKind,
+                                                          const std::optional<std::string>& mediaType);
 
 private:
     sqlite3* db_;
     std::string query_;
+    std::vector<std::string> joined_;
 };
 
 } // namespace zq

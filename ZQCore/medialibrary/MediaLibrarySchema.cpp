@@ -1,5 +1,6 @@
 #include "ZQCore/medialibrary/MediaLibrarySchema.h"
 
+#include "ZQCore/foundation/Exception.h"
 #include "ZQCore/sqlite/SQLiteDatabase.h"
 
 #include <sqlite3.h>
@@ -22,12 +23,29 @@ MediaLibrarySchema::MediaLibrarySchema(sqlite3* db)
             throwSQLiteFailed(db);
     }
     for (const auto& name : names) {
-        auto& columns = tables_[name];
-        SQLiteStatement info(db, ("PRAGMA table_info(" + sqlIdentifier(name) + ")").c_str());
-        while (info.step())
-            if (auto column = sqliteText(info.handle(), 1))
-                columns.insert(*column);
+        // A table whose declaration SQLite cannot use (a phone's virtual tables, whose module
+        // only the phone has) is set aside with SQLite's reason: it costs what it feeds, not
+        // the library.
+        try {
+            std::set<std::string> columns;
+            SQLiteStatement info(db, ("PRAGMA table_info(" + sqlIdentifier(name) + ")").c_str());
+            int status;
+            while ((status = sqlite3_step(info.handle())) == SQLITE_ROW)
+                if (auto column = sqliteText(info.handle(), 1))
+                    columns.insert(*column);
+            if (status != SQLITE_DONE)
+                throwSQLiteFailed(db);
+            tables_[name] = std::move(columns);
+        } catch (const Exception&) {
+            markUnreadable(name, sqlite3_errmsg(db));
+        }
     }
+}
+
+void MediaLibrarySchema::markUnreadable(const std::string& table, const std::string& reason)
+{
+    tables_.erase(table);
+    unreadable_.insert_or_assign(table, reason);
 }
 
 bool MediaLibrarySchema::has(const std::string& table, const std::string& column) const

@@ -19,7 +19,8 @@ namespace zq {
 class MediaLibrarySchema {
 public:
     /// Reads the table list and every table's columns. Throws "<application identifier>.SQLiteFailed"
-    /// when the file is not a readable database (the first read of a corrupt file fails here).
+    /// when the file is not a readable database (the first read of a corrupt file fails here);
+    /// a single table whose columns cannot be read is listed in unreadableTables() instead.
     explicit MediaLibrarySchema(sqlite3* db);
 
     bool hasTable(const std::string& table) const { return tables_.contains(table); }
@@ -29,8 +30,15 @@ public:
     /// The first of `candidates` that exists as a table.
     std::optional<std::string> firstTable(std::initializer_list<const char*> candidates) const;
 
+    /// Tables the file declares but SQLite cannot read, with SQLite's reason; the readers treat
+    /// them as absent.
+    const std::map<std::string, std::string>& unreadableTables() const { return unreadable_; }
+    /// Sets a table aside as unreadable (one whose rows failed to read, say).
+    void markUnreadable(const std::string& table, const std::string& reason);
+
 private:
     std::map<std::string, std::set<std::string>> tables_;
+    std::map<std::string, std::string> unreadable_;
 };
 
 /// `name` quoted as an SQL identifier. Table and column names come from the file itself, so they

@@ -10,6 +10,9 @@
 #include "ZQCore/medialibrary/MediaLibrarySchema.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/model/Podcasts.h"
+#include "ZQCore/sqlite/SQLiteDatabase.h"
+
+#include <sqlite3.h>
 
 #include <filesystem>
 #include <unordered_map>
@@ -57,6 +60,7 @@ bool ZQCoreiPod::loadFromMediaLibrary(const std::string& mediaRoot)
         database, [this](const std::string& path) { return contentsOfFileAtPath(path); },
         [this](const std::string& path) { return sizeOfFileAtPath(path).has_value(); });
     loadFromLocalMediaLibraryDatabase(copy.localPath(), mediaRoot);
+    librarySource_ = LibrarySource::MediaLibrary;
     return true;
 }
 
@@ -72,37 +76,87 @@ void ZQCoreiPod::loadFromLocalMediaLibraryDatabase(const std::string& database, 
     }
 }
 
+namespace {
+
+/// Whether every row of `table` can be read (a damaged page fails the walk).
+bool readsThrough(sqlite3* db, const std::string& table)
+{
+    try {
+        SQLiteStatement rows(db, ("SELECT * FROM " + sqlIdentifier(table)).c_str());
+        int status;
+        while ((status = sqlite3_step(rows.handle())) == SQLITE_ROW) {
+        }
+        return status == SQLITE_DONE;
+    } catch (const Exception&) {
+        return false;
+    }
+}
+
+} // namespace
+
 void ZQCoreiPod::loadMediaLibrary(const std::string& database, const std::string& mediaRoot)
 {
     MediaLibraryConnection connection(database);
-    const MediaLibrarySchema schema(connection.handle());
+    MediaLibrarySchema schema(connection.handle());
     const std::shared_ptr<ZQCoreiPod> self = weak_from_this().lock();
+    auto warn = [this](const std::string& warning) { warnAboutLoad(warning); };
 
-    // ---- tracks, in row order
+    // ---- tracks, in row order. A table joined to the items that cannot be read costs the
+    // fields it gives (statistics, names, ...), not the tracks: it is set aside and the items
+    // are read again without it. When none of them is at fault the items themselves cannot be
+    // read, and there is no library to show.
     Tracks tracks;
     std::unordered_map<std::int64_t, std::shared_ptr<iPodTrack>> trackByPid;
-    MediaLibraryItemReader(connection.handle(), schema).forEachItem([&](const MediaLibraryItem& item) {
-        std::optional<std::string> filePath;
-        bool cloudOnly = false;
-        if (item.location && !item.location->empty() && item.basePath && !item.basePath->empty()) {
-            auto base = relativeInside(*item.basePath);
-            auto name = relativeInside(*item.location);
-            if (base && name && !name->empty())
-                filePath = (fs::path(mediaRoot) / *base / *name).string();
-        } else {
-            // No base location or no file name: the item is in the library but its file is not
-            // on the device (bought or matched music left in the cloud).
-            cloudOnly = true;
+    for (;;) {
+        const MediaLibraryItemReader reader(connection.handle(), schema);
+        tracks.clear();
+        trackByPid.clear();
+        try {
+            reader.forEachItem([&](const MediaLibraryItem& item) {
+                std::optional<std::string> filePath;
+                bool cloudOnly = false;
+                if (item.location && !item.location->empty() && item.basePath && !item.basePath->empty()) {
+                    auto base = relativeInside(*item.basePath);
+                    auto name = relativeInside(*item.location);
+                    if (base && name && !name->empty())
+                        filePath = (fs::path(mediaRoot) / *base / *name).string();
+                } else {
+                    // No base location or no file name: the item is in the library but its file
+                    // is not on the device (bought or matched music left in the cloud).
+                    cloudOnly = true;
+                }
+                auto track = iPodTrack::initWithMediaLibraryItem(item, filePath, self);
+                if (cloudOnly)
+                    track->additionalData()[iPodTrack::kCloudOnlyKey] = true;
+                trackByPid.emplace(item.pid, track);
+                tracks.push_back(std::move(track));
+            });
+            break;
+        } catch (const Exception&) {
+            bool setAside = false;
+            for (const auto& table : reader.joinedTables())
+                if (!readsThrough(connection.handle(), table)) {
+                    schema.markUnreadable(table, sqlite3_errmsg(connection.handle()));
+                    setAside = true;
+                }
+            if (!setAside)
+                throw;
         }
-        auto track = iPodTrack::initWithMediaLibraryItem(item, filePath, self);
-        if (cloudOnly)
-            track->additionalData()[iPodTrack::kCloudOnlyKey] = true;
-        trackByPid.emplace(item.pid, track);
-        tracks.push_back(std::move(track));
-    });
+    }
 
-    // ---- playlists, their members in order, and folders
-    Playlists playlists = MediaLibraryContainers(connection.handle(), schema).load(trackByPid, self);
+    for (const auto& [table, reason] : schema.unreadableTables())
+        if (MediaLibraryItemReader::feedsItems(table))
+            warn("The table " + table + " of MediaLibrary.sqlitedb cannot be read (" + reason +
+                 "); what it holds is left out.");
+
+    // ---- playlists, their members in order, and folders. A container table that cannot be
+    // read costs the playlists.
+    Playlists playlists;
+    try {
+        playlists = MediaLibraryContainers(connection.handle(), schema, warn).load(trackByPid, self);
+    } catch (const Exception& error) {
+        warn("The playlists of MediaLibrary.sqlitedb could not be read: " + error.reason());
+    }
 
     // ---- the podcast group: one show per album, in the order the episodes come
     auto group = Podcasts::init();
@@ -132,7 +186,12 @@ void ZQCoreiPod::loadMediaLibrary(const std::string& database, const std::string
     if (!group->podcasts().empty())
         addPlaylist(group);
 
-    attachMediaLibraryArtwork(connection.handle(), schema, tracks_, mediaRoot, self);
+    try {
+        attachMediaLibraryArtwork(connection.handle(), schema, tracks_, mediaRoot, self);
+    } catch (const Exception& error) {
+        artworkLoadError_ = error.reason();
+        warn("The artwork of MediaLibrary.sqlitedb could not be read: " + error.reason());
+    }
 }
 
 } // namespace zq

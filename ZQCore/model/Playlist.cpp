@@ -18,6 +18,16 @@ std::shared_ptr<Playlist> Playlist::initWithName(const std::optional<std::string
     return std::shared_ptr<Playlist>(new Playlist(name));
 }
 
+std::shared_ptr<Playlist> Playlist::initMaster(const std::optional<std::string>& name, std::uint64_t playlistID,
+                                               std::optional<Date> creationDate)
+{
+    std::shared_ptr<Playlist> master(new Playlist(name));
+    master->isMaster_ = true;
+    master->playlistID_ = playlistID;
+    master->creationDate_ = creationDate;
+    return master;
+}
+
 void Playlist::addTrack(const std::shared_ptr<iPodTrack>& track)
 {
     if (!track)

@@ -32,6 +32,10 @@ public:
     /// A playlist named "New Playlist".
     static std::shared_ptr<Playlist> init();
     static std::shared_ptr<Playlist> initWithName(const std::optional<std::string>& name);
+    /// The master playlist of a library whose database keeps the device's own list as a row
+    /// like any other (a phone's device container): named after the device, holding its tracks.
+    static std::shared_ptr<Playlist> initMaster(const std::optional<std::string>& name, std::uint64_t playlistID,
+                                                std::optional<Date> creationDate);
     /// A playlist from a record of the binary database: `header` is the record's 48-byte block.
     static std::shared_ptr<Playlist> initWithMHYP(std::span<const std::uint8_t> header, const std::optional<std::string>& name);
 

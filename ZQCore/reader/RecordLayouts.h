@@ -63,6 +63,8 @@ namespace MHSDHeader {
 constexpr std::size_t size = 16;
 constexpr std::size_t type = 12;
 constexpr std::uint32_t trackList = 1;
+/// The playlist list without podcast grouping: the only one in the databases of the first iPods.
+constexpr std::uint32_t playlistListPlain = 2;
 constexpr std::uint32_t playlistListGrouped = 3;
 static_assert(type + 4 <= size);
 } // namespace MHSDHeader

@@ -83,6 +83,7 @@ void TrackListBuilder::beginTrack(std::span<const std::uint8_t> header)
 
 void TrackListBuilder::addText(std::uint32_t type, std::span<const std::uint8_t> bytes)
 {
+    bytes = bytes.first(lengthWithoutTrailingNULs(bytes.data(), bytes.size()));
     // The walk decodes the ASCII a text starts with, which costs no more than copying it; the
     // rest (the slow part) is left to the builder, behind room for its UTF-8.
     const std::size_t base = baseLength(type);

@@ -4,6 +4,7 @@
 
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/foundation/IDIndex.h"
+#include "ZQCore/foundation/UTF16.h"
 #include "ZQCore/reader/RecordLayouts.h"
 
 #include <condition_variable>
@@ -113,8 +114,10 @@ public:
             const std::uint32_t type = le32(record, q + MHODHeader::type);
             if (reachesField(type)) {
                 const std::uint32_t length = le32(record, q + MHODString::length);
-                if (length % 2 == 0)
-                    use(type, record.subspan(q + MHODString::text, length));
+                if (length % 2 == 0) {
+                    const auto text = record.subspan(q + MHODString::text, length);
+                    use(type, text.first(lengthWithoutTrailingNULs(text.data(), text.size())));
+                }
             }
             q += le32(record, q + ChunkStart::totalLength);
         }

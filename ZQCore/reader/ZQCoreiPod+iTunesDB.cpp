@@ -206,6 +206,10 @@ void ZQCoreiPod::parseiTunesDBWithReader(XRDataReader& readerRef)
 
     // The index of the track list this file gives, made while it is read.
     std::optional<TrackIDIndex> walked;
+    // The databases of the first iPods (iTunes of 2003-2005) have only the plain playlist list;
+    // without a grouped one, the playlists come from there.
+    std::optional<std::uint32_t> plainList;
+    bool groupedListMet = false;
     for (std::int32_t set = 1; set <= dataSets; ++set) {
         const std::uint32_t p = reader->position();
         const auto setHeader = reader->readBlock<MHSDHeader::size>();
@@ -215,32 +219,50 @@ void ZQCoreiPod::parseiTunesDBWithReader(XRDataReader& readerRef)
             walked.emplace();
             tracks_ = parseTrackList(*reader, *walked);
         } else if (type == MHSDHeader::playlistListGrouped) {
-            // Built from the tracks already read: a playlist data set that comes before the
-            // track list resolves nothing. A later track of the same ID takes its place, as in
-            // the cache of the public walk.
-            if (!walked) {
-                walked.emplace();
-                walked->reserve(tracks_.size());
-                for (const auto& track : tracks_)
-                    walked->add(track->trackID());
-            }
-            const TrackIDIndex& cache = *walked;
-            // Playlists mostly list tracks in the track list's order: the track after the last
-            // one found is tried first. Only when no ID repeats, where it is the cache's answer.
-            std::uint32_t next = 0;
             reader->setPosition(p + le32(setHeader, ChunkStart::headerLength));
-            playlists_ = parsePlaylistList(*reader, tracks_, [&](std::uint64_t trackID) {
-                std::uint32_t index = next;
-                if (cache.repeatedIDs || index >= cache.idAt.size() || cache.idAt[index] != trackID)
-                    index = cache.byID.find(trackID);
-                if (index == IDIndex::kNone)
-                    return std::uint32_t{0};
-                next = index + 1;
-                return index;
-            }, cache.idAt);
+            playlists_ = parseWalkedPlaylistList(*reader, walked, true);
+            groupedListMet = true;
+        } else if (type == MHSDHeader::playlistListPlain && !plainList) {
+            plainList = p + le32(setHeader, ChunkStart::headerLength);
         }
         reader->setPosition(p + le32(setHeader, ChunkStart::totalLength));
     }
+    if (!groupedListMet && plainList) {
+        // A damaged plain list costs the playlists, not the tracks already read.
+        try {
+            reader->setPosition(*plainList);
+            playlists_ = parseWalkedPlaylistList(*reader, walked, false);
+        } catch (const Exception& error) {
+            warnAboutLoad("The playlists of the library database could not be read: " + error.reason());
+        }
+    }
+}
+
+ZQCoreiPod::Playlists ZQCoreiPod::parseWalkedPlaylistList(XRDataReader& reader, std::optional<TrackIDIndex>& walked,
+                                                          bool grouped)
+{
+    // Built from the tracks already read: a playlist data set that comes before the track list
+    // resolves nothing. A later track of the same ID takes its place, as in the cache of the
+    // public walk.
+    if (!walked) {
+        walked.emplace();
+        walked->reserve(tracks_.size());
+        for (const auto& track : tracks_)
+            walked->add(track->trackID());
+    }
+    const TrackIDIndex& cache = *walked;
+    // Playlists mostly list tracks in the track list's order: the track after the last one
+    // found is tried first. Only when no ID repeats, where it is the cache's answer.
+    std::uint32_t next = 0;
+    return parsePlaylistList(reader, tracks_, [&](std::uint64_t trackID) {
+        std::uint32_t index = next;
+        if (cache.repeatedIDs || index >= cache.idAt.size() || cache.idAt[index] != trackID)
+            index = cache.byID.find(trackID);
+        if (index == IDIndex::kNone)
+            return std::uint32_t{0};
+        next = index + 1;
+        return index;
+    }, cache.idAt, grouped);
 }
 
 ZQCoreiPod::Tracks ZQCoreiPod::parseTrackList(XRDataReader& reader)
@@ -299,7 +321,7 @@ ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistListWithReader(XRDataReader& read
 
 ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistList(XRDataReader& reader, const Tracks& tracks,
                                                     const std::function<std::uint32_t(std::uint64_t)>& cachedIndex,
-                                                    std::span<const std::uint32_t> idAt)
+                                                    std::span<const std::uint32_t> idAt, bool grouped)
 {
     // The cache is a fast path, always checked against the track's own ID. A miss falls back to
     // the first of the library's tracks with that ID; that search is answered from an index
@@ -394,7 +416,7 @@ ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistList(XRDataReader& reader, const 
             const std::uint32_t r = reader.position();
             const auto item = reader.readBlock<MHIPHeader::size>();
             const std::uint32_t trackID = le32(item, MHIPHeader::trackID);
-            if (trackID == 0 && podcasts) {
+            if (trackID == 0 && podcasts && grouped) {
                 // A group header item opens the next show; its title object follows its header.
                 group = Playlist::init();
                 reader.setPosition(r + le32(item, ChunkStart::headerLength));
@@ -407,10 +429,25 @@ ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistList(XRDataReader& reader, const 
                         group->setName(read == TextRead::Text ? std::optional<std::string>(std::move(title)) : std::nullopt);
                 }
                 podcasts->addPodcast(group);
-            } else if (podcasts) {
+            } else if (podcasts && grouped) {
                 // Episodes listed before the first show header belong to no show and are dropped.
                 if (const auto* track = group ? resolve(trackID) : nullptr)
                     group->addTrack(*track);
+            } else if (podcasts) {
+                // The plain list names episodes without shows: each goes to the show named after
+                // its album, in the order the shows first appear; one without an album to none.
+                const auto* track = resolve(trackID);
+                if (track && (*track)->album()) {
+                    std::shared_ptr<Playlist> show;
+                    for (const auto& candidate : podcasts->podcasts())
+                        if (candidate->name() == (*track)->album())
+                            show = candidate;
+                    if (!show) {
+                        show = Playlist::initWithName((*track)->album());
+                        podcasts->addPodcast(show);
+                    }
+                    show->addTrack(*track);
+                }
             } else if (const auto* track = resolve(trackID)) {
                 members.push_back(*track);
             }

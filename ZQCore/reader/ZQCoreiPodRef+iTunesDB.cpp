@@ -7,6 +7,8 @@
 #include "ZQCore/reader/WalkLimits.h"
 #include "ZQCore/reader/XRDataReader.h"
 
+#include <optional>
+
 namespace zq {
 
 using namespace layout;
@@ -69,14 +71,26 @@ std::string ZQCoreiPodRef::getNameFromiTunesDBWithReader(XRDataReader& readerRef
         const auto header = reader->readBlock<MHBDHeader::size>();
         const auto dataSets = static_cast<std::int32_t>(le32(header, MHBDHeader::dataSetCount));
         reader->setPosition(start + le32(header, ChunkStart::headerLength));
+        // The databases of the first iPods have only the plain playlist list: without a grouped
+        // one, the name comes from there.
+        std::optional<std::uint32_t> plainList;
+        bool grouped = false;
         for (std::int32_t set = 1; set <= dataSets; ++set) {
             const std::uint32_t p = reader->position();
             const auto setHeader = reader->readBlock<MHSDHeader::size>();
-            if (le32(setHeader, MHSDHeader::type) == MHSDHeader::playlistListGrouped) {
+            const std::uint32_t type = le32(setHeader, MHSDHeader::type);
+            if (type == MHSDHeader::playlistListGrouped) {
                 reader->setPosition(p + le32(setHeader, ChunkStart::headerLength));
                 name = getiPodNameFromPlaylistListWithReader(*reader);
+                grouped = true;
+            } else if (type == MHSDHeader::playlistListPlain && !plainList) {
+                plainList = p + le32(setHeader, ChunkStart::headerLength);
             }
             reader->setPosition(p + le32(setHeader, ChunkStart::totalLength));
+        }
+        if (!grouped && plainList) {
+            reader->setPosition(*plainList);
+            name = getiPodNameFromPlaylistListWithReader(*reader);
         }
     } catch (const Exception&) {
         return "iPod";

@@ -19,6 +19,16 @@
 
 namespace zq::test {
 
+inline const char* generationName(MediaLibraryGeneration generation)
+{
+    switch (generation) {
+    case MediaLibraryGeneration::Modern: return "Modern";
+    case MediaLibraryGeneration::IOS6: return "IOS6";
+    case MediaLibraryGeneration::IOS8: return "IOS8";
+    }
+    return "?";
+}
+
 inline std::string orNone(const std::optional<std::string>& text) { return text ? "'" + *text + "'" : "-"; }
 inline std::string dateText(const std::optional<Date>& date) { return date ? date->iso8601() : "-"; }
 
@@ -122,7 +132,8 @@ inline std::string describeLibrary(const ZQCoreiPod& library, const PhoneSpec& p
 /// writePhone must load as, its files below `mediaRoot`.
 inline std::string expectLibrary(const PhoneSpec& phone, const std::string& mediaRoot)
 {
-    const bool modern = phone.generation == MediaLibraryGeneration::Modern;
+    // The iOS 8 layout keeps every field the modern one does.
+    const bool modern = phone.generation != MediaLibraryGeneration::IOS6;
     const DatabaseSpec& d = phone.database;
     auto date = [](std::uint32_t value1904) {
         return value1904 ? Date(Date::from1904LocalSeconds(value1904).timeIntervalSinceReferenceDate()).iso8601()
@@ -165,10 +176,11 @@ inline std::string expectLibrary(const PhoneSpec& phone, const std::string& medi
         words += w.line();
     }
 
-    // Playlists in id order, the master and podcast containers aside; children in their folders.
+    // Playlists in id order, the podcast container aside (the device's own list is the master
+    // playlist, with every track); children in their folders.
     std::vector<const PlaylistSpec*> playlists;
     for (const auto& p : d.playlists)
-        if (p.master != 1 && p.podcast != 1)
+        if (p.podcast != 1)
             playlists.push_back(&p);
     std::stable_sort(playlists.begin(), playlists.end(), [](auto* a, auto* b) { return a->playlistID < b->playlistID; });
     std::function<std::string(const PlaylistSpec&, const std::string&)> describe = [&](const PlaylistSpec& p,

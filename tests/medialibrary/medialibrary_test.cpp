@@ -99,8 +99,9 @@ TEST_P(PhoneFolderLibrary, LoadsAsItsDescriptionSaysWithTheWALApplied)
 }
 
 INSTANTIATE_TEST_SUITE_P(Generations, PhoneFolderLibrary,
-                         ::testing::Values(MediaLibraryGeneration::Modern, MediaLibraryGeneration::IOS6),
-                         [](const auto& generation) { return generation.param == MediaLibraryGeneration::Modern ? "Modern" : "IOS6"; });
+                         ::testing::Values(MediaLibraryGeneration::Modern, MediaLibraryGeneration::IOS6,
+                                           MediaLibraryGeneration::IOS8),
+                         [](const auto& generation) { return generationName(generation.param); });
 
 // ---- what a release lacks gives absent values, never a failure -------------------------------
 

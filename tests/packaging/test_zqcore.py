@@ -140,7 +140,8 @@ def test_failures_are_exceptions(zqcore, tmp_path):
     with pytest.raises(zqcore.Error) as error:
         zqcore.open(corrupt)
     assert error.value.name == "XRDataReaderInvalidRead"
-    assert error.value.reason == "Length requested is greater than the remaining data."
+    assert error.value.reason == ("The library database iPod_Control/iTunes/iTunesDB is damaged: "
+                                  "Length requested is greater than the remaining data.")
 
     with pytest.raises(zqcore.Error, match="no device is connected with .* 'No Such iPod'"):
         zqcore.open("No Such iPod")

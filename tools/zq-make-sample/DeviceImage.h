@@ -431,7 +431,13 @@ std::string relativePathOfLocation(const std::string& location);
 /// table (no bit rate, sample rate, sound check, start/stop times, EQ, volume or BPM), no
 /// grouping, the album artist named through the album, container_items, and covers in
 /// artwork_info.
-enum class MediaLibraryGeneration { IOS6, Modern };
+/// IOS8 is the database as a real iPhone of the iOS 8 era writes it: its full schema, members as
+/// packed blobs in container_items behind a virtual item_to_container whose module only the
+/// phone has, item.media_type in the phone's own numbering beside item_extra.media_kind, the
+/// phone's fixed base locations (Purchases 300, Podcasts 400, CloudAssets 200), Purchased as
+/// kind 20, the hidden podcast list as kind 11, the device's own list named in db_info, smart
+/// columns 0 on plain lists; no covers.
+enum class MediaLibraryGeneration { IOS6, Modern, IOS8 };
 
 /// A phone's file system: the library as a DatabaseSpec (a track without a location is a cloud
 /// item: no base location, no file; the master playlist names the device through the hidden

@@ -107,6 +107,10 @@ PhoneSpec makeSamplePhone(MediaLibraryGeneration generation)
         if (t.albumID && !phone.covers.contains(t.albumID) && t.mediaType != 4)
             phone.covers[t.albumID] = {kCoverSide, tintedCard(t.albumID)};
     phone.pngCovers = {2};
+    // The real phone's layout keeps its covers in artwork files of its own, which the sample
+    // does not write.
+    if (generation == MediaLibraryGeneration::IOS8)
+        phone.covers.clear(), phone.pngCovers.clear();
     phone.pendingPlaylists = 2;  // "Purchased" and "On Repeat" are only in the WAL
     phone.pendingTracks = 3;
     phone.database = std::move(db);

@@ -1,4 +1,4 @@
-// zq-make-sample [--phone[=modern|ios6]] [--tracks=N] DIR: writes the built-in sample device to
+// zq-make-sample [--phone[=modern|ios6|ios8]] [--tracks=N] DIR: writes the built-in sample device to
 // DIR, for the demo and for trying the command-line tool without an iPod at hand. With --phone,
 // DIR becomes the file system of an iPhone (iTunes_Control, the SQLite databases beside iTunesDB)
 // for zq-device-sim; with --phone=modern or --phone=ios6, that of an iOS 5+ phone whose library
@@ -38,7 +38,7 @@ zq::sample::VolumeSpec phoneSample()
 }
 
 const char* const kHelp =
-    "Usage: zq-make-sample [--phone[=modern|ios6]] [--tracks=N] DIR\n"
+    "Usage: zq-make-sample [--phone[=modern|ios6|ios8]] [--tracks=N] DIR\n"
     "\n"
     "Writes the built-in sample device into DIR: five albums and two podcast shows of short WAV\n"
     "tunes, playlists, a smart playlist and covers. Prints the folder it wrote.\n"
@@ -53,7 +53,12 @@ const char* const kHelp =
     "             (modern) or of an iOS 6-era one (ios6), with changes still in its WAL, JPEG and\n"
     "             PNG covers, two songs that are only in the cloud and four base locations; try it\n"
     "             with: zqpod library DIR, or serve it with zq-device-sim\n"
-    "  --tracks=N with --phone=modern or ios6: instead of the sample, N small generated tracks\n"
+    "  --phone=ios8\n"
+    "             the same library in MediaLibrary.sqlitedb as a real iPhone of the iOS 8 era\n"
+    "             writes it: its full schema, playlist members packed in container_items behind\n"
+    "             a virtual table only the phone can read, the phone's own media-type numbering\n"
+    "             and base locations (Purchases, Podcasts, CloudAssets); no covers\n"
+    "  --tracks=N with --phone=modern, ios6 or ios8: instead of the sample, N small generated tracks\n"
     "             (for measuring copies and loads)\n"
     "\n"
     "An earlier sample's iPod_Control and iTunes_Control in DIR are replaced; nothing else in DIR\n"
@@ -82,6 +87,8 @@ int main(int argc, char** argv)
             generation = zq::sample::MediaLibraryGeneration::Modern;
         } else if (argument == "--phone=ios6") {
             generation = zq::sample::MediaLibraryGeneration::IOS6;
+        } else if (argument == "--phone=ios8") {
+            generation = zq::sample::MediaLibraryGeneration::IOS8;
         } else if (argument.rfind("--tracks=", 0) == 0 && argument.size() > 9 &&
                    argument.find_first_not_of("0123456789", 9) == std::string::npos && argument.size() < 17) {
             tracks = std::stoul(argument.substr(9));
@@ -91,11 +98,11 @@ int main(int argc, char** argv)
         }
     }
     if (folders.size() != 1) {
-        std::fputs("usage: zq-make-sample [--phone[=modern|ios6]] [--tracks=N] DIR (see zq-make-sample --help)\n", stderr);
+        std::fputs("usage: zq-make-sample [--phone[=modern|ios6|ios8]] [--tracks=N] DIR (see zq-make-sample --help)\n", stderr);
         return 2;
     }
     if ((phone && generation) || (tracks && !generation)) {
-        std::fputs("zq-make-sample: --tracks goes with --phone=modern or --phone=ios6 only (see zq-make-sample --help)\n", stderr);
+        std::fputs("zq-make-sample: --tracks goes with --phone=modern, ios6 or ios8 only (see zq-make-sample --help)\n", stderr);
         return 2;
     }
     try {

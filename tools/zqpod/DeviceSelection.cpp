@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <iostream>
 #include <vector>
 
 namespace zqpod {
@@ -40,13 +41,35 @@ std::string candidateList(const std::vector<Reference>& devices)
 constexpr const char* kHowToName =
     "Name a device by its mount path (the folder that holds iPod_Control), its serial number, its name or its UDID.";
 
+/// A path named on the command line must be a device's folder: anything else would read as a
+/// library without tracks. A missing path is left to the framework, which names it.
+void checkIsDeviceFolder(const std::string& path)
+{
+    namespace fs = std::filesystem;
+    std::error_code error;
+    const auto status = fs::status(path, error);
+    if (!fs::exists(status))
+        return;
+    if (!fs::is_directory(status))
+        throw DeviceSelectionError(path + " is not a device: it is a file. Name the folder where the iPod's volume "
+                                          "is mounted (the one that holds iPod_Control), or a phone's folder (the one "
+                                          "that holds iTunes_Control).");
+    const bool iPod = fs::exists(fs::path(path) / "iPod_Control", error);
+    const bool phone = fs::exists(fs::path(path) / "iTunes_Control", error);
+    if (!iPod && !phone)
+        throw DeviceSelectionError(path + " is not an iPod or iPhone: it holds no iPod_Control folder (as an iPod's "
+                                          "volume does) and no iTunes_Control folder (as a phone's does).");
+}
+
 } // namespace
 
 Reference selectDevice(const std::optional<std::string>& which)
 {
     std::error_code ignored;
-    if (which && (which->find('/') != std::string::npos || std::filesystem::exists(*which, ignored)))
+    if (which && (which->find('/') != std::string::npos || std::filesystem::exists(*which, ignored))) {
+        checkIsDeviceFolder(*which);
         return zq::ZQCoreiPodRef::initWithPath(*which);
+    }
 
     collectMobileDevices();
     const std::vector<Reference> connected = zq::ZQCore::connectediPodsOfSharedInstance();
@@ -90,7 +113,18 @@ Reference selectDevice(const std::optional<std::string>& which)
 
 std::shared_ptr<zq::ZQCoreiPod> openSelectedDevice(const std::optional<std::string>& which)
 {
-    return zq::ZQCoreiPod::initWithiPodReference(selectDevice(which));
+    auto reference = selectDevice(which);
+    auto library = zq::ZQCoreiPod::initWithiPodReference(reference);
+    // A device that was never synced has no library database at all: that is not a library of
+    // 0 tracks, and nothing can be listed or copied from it.
+    if (library->librarySource() == zq::ZQCoreiPod::LibrarySource::None)
+        throw DeviceSelectionError(library->name().value_or("iPod") + " (" + reference->path().value_or("?") +
+                                   "): no music library on this device yet. It holds no iTunesDB, iTunesCDB or "
+                                   "SQLite library database; sync music to it with iTunes or Music first.");
+    // What could not be read is said, never left for the listing to hide.
+    for (const auto& warning : library->loadWarnings())
+        std::cerr << "zqpod: warning: " << warning << '\n';
+    return library;
 }
 
 } // namespace zqpod
