@@ -265,6 +265,18 @@ PYBIND11_MODULE(_zqcore, m)
         .def_property_readonly("tracks", &zq::ZQCoreiPod::allTracks)
         .def_property_readonly("playlists", &zq::ZQCoreiPod::allPlaylists)
         .def_property_readonly("master_playlist", &zq::ZQCoreiPod::masterPlaylist)
+        .def_property_readonly(
+            "library_source",
+            [](const zq::ZQCoreiPod& l) -> std::optional<std::string> {
+                if (l.librarySource() == zq::ZQCoreiPod::LibrarySource::None)
+                    return std::nullopt;
+                return std::string(zq::ZQCoreiPod::librarySourceName(l.librarySource()));
+            },
+            "The database the library was read from (\"iTunesDB\", \"iTunesCDB\", \"iTunes Library.itlp\" or "
+            "\"MediaLibrary.sqlitedb\"); None when the device holds no library database at all, which is not the "
+            "same as a library of 0 tracks.")
+        .def_property_readonly("load_warnings", &zq::ZQCoreiPod::loadWarnings,
+                               "What of the library could not be read (one line each); empty when everything was.")
         .def("track", [](const zq::ZQCoreiPod& l, std::uint32_t id) -> std::shared_ptr<zq::iPodTrack> {
             for (const auto& track : l.allTracks())
                 if (track->trackID() == id)

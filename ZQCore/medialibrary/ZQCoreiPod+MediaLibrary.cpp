@@ -115,7 +115,8 @@ void ZQCoreiPod::loadMediaLibrary(const std::string& database, const std::string
             reader.forEachItem([&](const MediaLibraryItem& item) {
                 std::optional<std::string> filePath;
                 bool cloudOnly = false;
-                if (item.location && !item.location->empty() && item.basePath && !item.basePath->empty()) {
+                if (item.location && !item.location->empty() && item.basePath) {
+                    // The base location of id 0 is "": its locations count from the media folder.
                     auto base = relativeInside(*item.basePath);
                     auto name = relativeInside(*item.location);
                     if (base && name && !name->empty())

@@ -98,7 +98,21 @@ def test_library_as_zqpod_reports_it(zqcore, sample):
     # --- end
     assert as_seen(library) == as_reported(zqpod_json(sample))
     assert library.model_type == 11
+    assert library.library_source == "iTunesDB" and library.load_warnings == []
     assert zqcore.open(sample) is library          # the same device gives the same object
+
+
+def test_a_device_without_a_library_says_so(zqcore, tmp_path):
+    never_synced = tmp_path / "new-ipod"
+    (never_synced / "iPod_Control" / "iTunes").mkdir(parents=True)
+    library = zqcore.open(str(never_synced))
+    assert library.library_source is None and library.tracks == []
+
+    phone = make_sample(tmp_path / "real-phone", "--phone=ios8")
+    library = zqcore.open(phone)
+    assert library.library_source == "MediaLibrary.sqlitedb"
+    assert library.master_playlist.name == "Sample iPhone"
+    assert {track.media_type for track in library.tracks} == {1, 4}
 
 
 def test_files_copies_and_covers(zqcore, sample, tmp_path):
