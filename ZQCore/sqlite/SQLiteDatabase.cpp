@@ -14,8 +14,6 @@ namespace zq {
 
 namespace {
 
-std::array<sqlite3_stmt*, SQLiteStatementCache::SlotCount> cachedStatements{};
-
 /// Whether `text` is well-formed UTF-8 (no overlong forms, surrogates or values past U+10FFFF),
 /// the test a string made from UTF-8 bytes applies before it accepts them.
 bool isUTF8(std::string_view text)
@@ -111,8 +109,8 @@ SQLiteConnection& SQLiteConnection::operator=(SQLiteConnection&& other) noexcept
 
 void SQLiteConnection::close()
 {
-    // A connection that cached statements still use answers SQLITE_BUSY and stays open; it is
-    // let go here on purpose and lives on with those statements.
+    // Every statement on the connection is finalized by now (they belong to the load), so the
+    // close succeeds.
     if (db_)
         sqlite3_close(db_);
     db_ = nullptr;
@@ -133,38 +131,6 @@ SQLiteStatement::~SQLiteStatement() { sqlite3_finalize(statement_); }
 bool SQLiteStatement::step() { return sqlite3_step(statement_) == SQLITE_ROW; }
 
 void SQLiteStatement::reset() { sqlite3_reset(statement_); }
-
-sqlite3_stmt* SQLiteStatementCache::statement(Slot slot, sqlite3* db, const char* sql)
-{
-    sqlite3_stmt*& cached = cachedStatements[slot];
-    if (!cached) {
-        sqlite3_stmt* prepared = nullptr;
-        if (sqlite3_prepare(db, sql, -1, &prepared, nullptr) != SQLITE_OK || !prepared) {
-            sqlite3_finalize(prepared);
-            throwSQLiteFailed(db);
-        }
-        cached = prepared;
-    }
-    return cached;
-}
-
-void SQLiteStatementCache::forgetCachedStatements()
-{
-    std::vector<sqlite3*> connections;
-    for (sqlite3_stmt*& statement : cachedStatements) {
-        if (!statement)
-            continue;
-        sqlite3* db = sqlite3_db_handle(statement);
-        if (std::find(connections.begin(), connections.end(), db) == connections.end())
-            connections.push_back(db);
-        sqlite3_finalize(statement);
-        statement = nullptr;
-    }
-    // These connections outlived their load only because of the statements just finalized
-    // (a load that is still running never calls this).
-    for (sqlite3* db : connections)
-        sqlite3_close(db);
-}
 
 SQLiteResetOnExit::~SQLiteResetOnExit() { sqlite3_reset(statement_); }
 

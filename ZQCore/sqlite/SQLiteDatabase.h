@@ -14,8 +14,9 @@ namespace zq {
 
 /// One read-only connection to a library database file. The file is opened as immutable:
 /// nothing on a device's volume is written or locked, and no journal, WAL or shared-memory file
-/// ever appears beside it. Closes the connection when destroyed (SQLite keeps a connection that
-/// still has unfinalized statements open; see SQLiteStatementCache).
+/// ever appears beside it. Closes the connection when destroyed; every statement prepared on it
+/// must be finalized first (a load's statements live in objects destroyed before its
+/// connections).
 class SQLiteConnection {
 public:
     SQLiteConnection() = default;
@@ -54,27 +55,6 @@ public:
 
 private:
     sqlite3_stmt* statement_ = nullptr;
-};
-
-/// The sub-queries a track makes for each row of the item table, prepared once per process.
-///
-/// A statement is prepared the first time a track needs it, on the connection that track was
-/// given, and is only ever reset after that. Loads later in the same process therefore answer
-/// these sub-queries from the files of the load that prepared them (and those connections stay
-/// open for the life of the process): the library objects of a process share one device's
-/// statistics, locations and album links. Loads must not run at the same time.
-class SQLiteStatementCache {
-public:
-    enum Slot { VideoInfo, Genre, AVInfo, Location, BaseLocation, ItemStats, Album, SlotCount };
-
-    /// The statement of `slot`, prepared on `db` with `sql` if the slot is still empty. Throws
-    /// "<application identifier>.SQLiteFailed" when that prepare fails (the slot stays empty).
-    static sqlite3_stmt* statement(Slot slot, sqlite3* db, const char* sql);
-
-    /// Finalizes the cached statements and closes the connections they kept open, so that the
-    /// next load prepares afresh on its own files. For tests, and for a host that wants to let
-    /// go of a device's files; never called by the framework itself.
-    static void forgetCachedStatements();
 };
 
 /// Resets a statement when the scope that used it ends.

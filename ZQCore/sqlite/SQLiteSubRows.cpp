@@ -7,10 +7,9 @@
 namespace zq {
 
 template <class Row>
-SQLiteSubTable<Row>::SQLiteSubTable(SQLiteStatementCache::Slot slot, const char* table, const char* key,
-                                    const char* columns, Reader read, bool wholeTable)
-    : slot_(slot),
-      lookup_(std::string("SELECT ") + columns + " FROM " + table + " WHERE " + key + "=?"),
+SQLiteSubTable<Row>::SQLiteSubTable(const char* table, const char* key, const char* columns, Reader read,
+                                    bool wholeTable)
+    : lookup_(std::string("SELECT ") + columns + " FROM " + table + " WHERE " + key + "=?"),
       scan_(std::string("SELECT ") + key + ", " + columns + " FROM " + table),
       read_(read),
       wholeTable_(wholeTable)
@@ -18,13 +17,25 @@ SQLiteSubTable<Row>::SQLiteSubTable(SQLiteStatementCache::Slot slot, const char*
 }
 
 template <class Row>
+SQLiteSubTable<Row>::~SQLiteSubTable()
+{
+    sqlite3_finalize(statement_);
+}
+
+template <class Row>
 const Row* SQLiteSubTable<Row>::find(sqlite3* db, std::int64_t key)
 {
     if (!statement_) {
-        statement_ = SQLiteStatementCache::statement(slot_, db, lookup_.c_str());
-        // The kept statement may belong to an earlier load's files; the table is read there.
+        // Prepared on this load's own connection: a statement belongs to the files it was
+        // prepared on, so each library answers from its own device.
+        sqlite3_stmt* prepared = nullptr;
+        if (sqlite3_prepare(db, lookup_.c_str(), -1, &prepared, nullptr) != SQLITE_OK || !prepared) {
+            sqlite3_finalize(prepared);
+            throwSQLiteFailed(db);
+        }
+        statement_ = prepared;
         if (wholeTable_)
-            readWholeTable(sqlite3_db_handle(statement_));
+            readWholeTable(db);
     }
     if (inMemory_) {
         // These tables usually keep the item table's order: try the row after the last answer
@@ -125,18 +136,18 @@ SQLiteSubRows::SQLiteSubRows(sqlite3* libraryDatabase, sqlite3* locationsDatabas
     : library(libraryDatabase),
       locations(locationsDatabase),
       dynamics(dynamicsDatabase),
-      videoInfo(SQLiteStatementCache::VideoInfo, "video_info", "item_pid", "season_number", readVideo, wholeTables),
-      genres(SQLiteStatementCache::Genre, "genre_map", "id", "genre", readGenre, wholeTables),
-      avInfo(SQLiteStatementCache::AVInfo, "avformat_info", "item_pid",
+      videoInfo("video_info", "item_pid", "season_number", readVideo, wholeTables),
+      genres("genre_map", "id", "genre", readGenre, wholeTables),
+      avInfo("avformat_info", "item_pid",
              "bit_rate, sample_rate, volume_normalization_energy", readAV, wholeTables),
-      location(SQLiteStatementCache::Location, "location", "item_pid",
+      location("location", "item_pid",
                "base_location_id, location, date_created, file_size", readLocation, wholeTables),
-      baseLocations(SQLiteStatementCache::BaseLocation, "base_location", "id", "path", readBaseLocation, wholeTables),
-      stats(SQLiteStatementCache::ItemStats, "item_stats", "item_pid",
+      baseLocations("base_location", "id", "path", readBaseLocation, wholeTables),
+      stats("item_stats", "item_pid",
             "has_been_played, date_played, play_count_user, play_count_recent, date_skipped, skip_count_user, "
             "skip_count_recent, user_rating, user_rating_common",
             readStats, wholeTables),
-      albums(SQLiteStatementCache::Album, "album", "pid", "artwork_item_pid, season_number", readAlbum, wholeTables)
+      albums("album", "pid", "artwork_item_pid, season_number", readAlbum, wholeTables)
 {
 }
 

@@ -17,10 +17,10 @@ namespace zq {
 
 /// One table beside the item table, answered by key.
 ///
-/// The question is always the statement the process keeps for this table
-/// (SQLiteStatementCache): "SELECT <columns> FROM <table> WHERE <key>=?", first row. Asking it
-/// once per track cost most of a load, so the first time a load needs the table it reads the
-/// whole table once, on that statement's connection, and answers from memory. Only a table
+/// The question is always one statement, prepared on the load's own connection the first time
+/// it is needed and finalized with the table: "SELECT <columns> FROM <table> WHERE <key>=?",
+/// first row. Asking it once per track cost most of a load, so the first time a load needs the
+/// table it reads the whole table once and answers from memory. Only a table
 /// whose keys are all distinct integers is kept that way; for any other (keys of another type,
 /// which compare by SQLite's affinity rules, or repeated keys, where "first row" depends on the
 /// query plan) and for one whose reading fails part way, every answer comes from the statement
@@ -31,18 +31,20 @@ public:
     /// Reads a Row from `statement`, its first field at `column`.
     using Reader = Row (*)(sqlite3_stmt* statement, int column);
 
-    SQLiteSubTable(SQLiteStatementCache::Slot slot, const char* table, const char* key, const char* columns,
-                   Reader read, bool wholeTable);
+    SQLiteSubTable(const char* table, const char* key, const char* columns, Reader read, bool wholeTable);
+    ~SQLiteSubTable();
+    SQLiteSubTable(const SQLiteSubTable&) = delete;
+    SQLiteSubTable& operator=(const SQLiteSubTable&) = delete;
 
-    /// The first row whose key equals `key`, or null. The first call prepares the kept
-    /// statement on `db` if the process has none yet (throwing "<application
-    /// identifier>.SQLiteFailed" when that fails). The row lives until the next call.
+    /// The first row whose key equals `key`, or null. The first call prepares the statement on
+    /// `db` (throwing "<application identifier>.SQLiteFailed" when that fails); later calls
+    /// must pass the same connection, which must outlive this table. The row lives until the
+    /// next call.
     const Row* find(sqlite3* db, std::int64_t key);
 
 private:
     void readWholeTable(sqlite3* db);
 
-    SQLiteStatementCache::Slot slot_;
     std::string lookup_;
     std::string scan_;
     Reader read_;

@@ -9,10 +9,12 @@
 #include "ZQCore/sqlite/SQLiteDatabase.h"
 #include "tests/support/TestLibrary.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
 #include <filesystem>
+#include <tuple>
 #include <functional>
 #include <map>
 #include <ostream>
@@ -34,12 +36,8 @@ struct Folder {
     }
 };
 
-/// Each test starts the way a fresh process does: no sub-query prepared yet.
 class SQLiteLoad : public testing::Test {
 protected:
-    void SetUp() override { SQLiteStatementCache::forgetCachedStatements(); }
-    void TearDown() override { SQLiteStatementCache::forgetCachedStatements(); }
-
     Folder write(const DatabaseSpec& db, const SQLiteSpec& sqlite = {}, const std::string& name = "itlp")
     {
         Folder folder{dir_.file(name)};
@@ -256,14 +254,32 @@ TEST_F(SQLiteLoad, SubRowsAnswerAsTheirQueriesDo)
                                               "128 0 Rock -"}));
 }
 
-// Deliberately kept: the statements of the first load of a process answer every later load, so
-// a second library takes its sub-rows from the first one's files.
-TEST_F(SQLiteLoad, LaterLoadsTakeSubRowsFromTheFilesOfTheFirst)
+// Two libraries in one process (a desktop showing two iPods) each show their own device's
+// sub-rows: genre, statistics and file location come from the files each was loaded from, and
+// the first load's files are let go of (nothing keeps its connections open).
+TEST_F(SQLiteLoad, EachLoadTakesSubRowsFromItsOwnFiles)
 {
-    auto first = load(write({.tracks = {{.trackID = 1, .title = "First", .genre = "Rock"}}}, {}, "first"));
-    auto second = load(write({.tracks = {{.trackID = 1, .title = "Second", .genre = "Jazz"}}}, {}, "second"));
-    EXPECT_EQ(onlyTrack(*second)->title(), "Second");
-    EXPECT_EQ(onlyTrack(*second)->genre(), "Rock");
+    const Folder firstFolder = write({.tracks = {{.trackID = 1, .playCount = 3, .title = "First",
+                                                  .location = ":iPod_Control:Music:F00:A.mp3", .genre = "Rock"}}},
+                                     {}, "first");
+    auto first = load(firstFolder);
+    std::size_t stillOpen = 0;
+    for (const auto& fd : fs::directory_iterator("/proc/self/fd")) {
+        std::error_code ignored;
+        stillOpen += fs::read_symlink(fd.path(), ignored).string().starts_with(firstFolder.path) ? 1 : 0;
+    }
+    EXPECT_EQ(stillOpen, 0u);
+    fs::remove_all(firstFolder.path);
+    auto second = load(write({.tracks = {{.trackID = 1, .playCount = 8, .title = "Second",
+                                          .location = ":iPod_Control:Music:F01:B.mp3", .genre = "Jazz"}}},
+                             {}, "second"));
+    for (const auto& [library, title, genre, plays, file] :
+         {std::tuple{first, "First", "Rock", 3u, "F00/A.mp3"}, std::tuple{second, "Second", "Jazz", 8u, "F01/B.mp3"}}) {
+        EXPECT_EQ(onlyTrack(*library)->title(), title);
+        EXPECT_EQ(onlyTrack(*library)->genre(), genre);
+        EXPECT_EQ(onlyTrack(*library)->playCount(), plays);
+        EXPECT_THAT(onlyTrack(*library)->filePath().value_or(""), testing::EndsWith(file));
+    }
 }
 
 TEST_F(SQLiteLoad, PathsWithURICharactersStillNameTheirFiles)
