@@ -490,6 +490,14 @@ MUTATIONS = [
      "            markUnreadable(name, sqlite3_errmsg(db));",
      "            throw;",
      "medialibrary/virtual-table-fails-library"),
+    ("ZQCore/model/Podcasts.cpp",
+     "if (!show || show.get() == this || std::find(",
+     "if (std::find(",
+     "model/null-show-stored"),
+    ("ZQCore/model/PlaylistFolder.cpp",
+     "    if (const auto* folder = dynamic_cast<const PlaylistFolder*>(child.get()); folder && folder->holds(*this))\n        return;",
+     "",
+     "model/folder-inside-its-own-child"),
 ]
 
 

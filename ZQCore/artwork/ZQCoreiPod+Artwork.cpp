@@ -189,6 +189,13 @@ void ZQCoreiPod::parseImageListWithReader(XRDataReader& reader, const Tracks& tr
 
 void ZQCoreiPod::linkArtwork(const Tracks& tracks, const std::vector<std::shared_ptr<AlbumArt>>& artworks)
 {
+    // A caller's null entry is no artwork (null tracks are passed over by the link itself).
+    if (std::find(artworks.begin(), artworks.end(), nullptr) != artworks.end()) {
+        std::vector<std::shared_ptr<AlbumArt>> present = artworks;
+        std::erase(present, nullptr);
+        linkLists(tracks, {&present});
+        return;
+    }
     linkLists(tracks, {&artworks});
 }
 

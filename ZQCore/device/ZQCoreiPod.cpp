@@ -293,6 +293,8 @@ std::shared_ptr<Podcasts> ZQCoreiPod::podcasts() const
 
 void ZQCoreiPod::addPlaylist(const std::shared_ptr<Playlist>& playlist)
 {
+    if (!playlist)
+        return;  // a null playlist is no playlist
     ChangeScope change(*this, "playlists");
     playlists_.push_back(playlist);
 }
@@ -303,7 +305,11 @@ void ZQCoreiPod::removePlaylist(const std::shared_ptr<Playlist>& playlist)
     std::erase(playlists_, playlist);
 }
 
-void ZQCoreiPod::addTrack(const std::shared_ptr<iPodTrack>& track) { tracks_.push_back(track); }
+void ZQCoreiPod::addTrack(const std::shared_ptr<iPodTrack>& track)
+{
+    if (track)
+        tracks_.push_back(track);
+}
 
 void ZQCoreiPod::removeTrack(const std::shared_ptr<iPodTrack>& track)
 {

@@ -11,9 +11,24 @@ std::shared_ptr<PlaylistFolder> PlaylistFolder::initWithName(const std::optional
     return std::shared_ptr<PlaylistFolder>(new PlaylistFolder(name));
 }
 
+bool PlaylistFolder::holds(const Playlist& playlist) const
+{
+    for (const auto& child : playlists_) {
+        if (child.get() == &playlist)
+            return true;
+        if (const auto* folder = dynamic_cast<const PlaylistFolder*>(child.get()); folder && folder->holds(playlist))
+            return true;
+    }
+    return false;
+}
+
 void PlaylistFolder::addPlaylist(const std::shared_ptr<Playlist>& child)
 {
-    if (std::find(playlists_.begin(), playlists_.end(), child) != playlists_.end())
+    // A null child is no child, and a folder put inside itself (directly or through its own
+    // children) would make every walk of its tracks endless: both are refused.
+    if (!child || child.get() == this || std::find(playlists_.begin(), playlists_.end(), child) != playlists_.end())
+        return;
+    if (const auto* folder = dynamic_cast<const PlaylistFolder*>(child.get()); folder && folder->holds(*this))
         return;
     ChangeScope change(*this, "playlists");
     playlists_.push_back(child);

@@ -15,8 +15,11 @@ public:
     static std::shared_ptr<PlaylistFolder> initWithSQLiteRow(sqlite3_stmt* row, const std::shared_ptr<ZQCoreiPod>& parent);
 
     const std::vector<std::shared_ptr<Playlist>>& playlists() const { return playlists_; }
-    /// Adds a child unless it is already there (then nothing is announced).
+    /// Adds a child unless it is already there (then nothing is announced). A null child, the
+    /// folder itself and a folder that holds this one are refused the same way.
     void addPlaylist(const std::shared_ptr<Playlist>& child);
+    /// Whether `playlist` is among this folder's children or theirs, at any depth.
+    bool holds(const Playlist& playlist) const;
     /// Removes a child if it is there (otherwise nothing is announced).
     void removePlaylist(const std::shared_ptr<Playlist>& child);
 

@@ -10,7 +10,8 @@ std::shared_ptr<Podcasts> Podcasts::init() { return std::shared_ptr<Podcasts>(ne
 
 void Podcasts::addPodcast(const std::shared_ptr<Playlist>& show)
 {
-    if (std::find(podcasts_.begin(), podcasts_.end(), show) != podcasts_.end())
+    // A null show is no show; the group itself as one of its shows would make its tracks endless.
+    if (!show || show.get() == this || std::find(podcasts_.begin(), podcasts_.end(), show) != podcasts_.end())
         return;
     ChangeScope change(*this, "podcasts");
     podcasts_.push_back(show);
