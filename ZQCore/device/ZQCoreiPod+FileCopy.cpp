@@ -23,8 +23,13 @@ std::optional<std::uint64_t> ZQCoreiPod::sizeOfFileAtPath(const std::string& pat
 {
     if (readsFilesThroughDevice())
         return std::nullopt;
+    const int fd = openFileAtPath(path, O_PATH);
+    if (fd < 0)
+        return std::nullopt;
     struct stat info {};
-    if (::stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
+    const bool regular = ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+    ::close(fd);
+    if (!regular)
         return std::nullopt;
     return static_cast<std::uint64_t>(info.st_size);
 }
@@ -59,7 +64,7 @@ FileCopyResult ZQCoreiPod::copyFileAtPath(const std::string& path, int destinati
         }
     }
 
-    const int source = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int source = openFileAtPath(path, O_RDONLY);
     if (source < 0)
         return {.error = errno};
     struct stat info {};

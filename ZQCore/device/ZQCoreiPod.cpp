@@ -5,6 +5,7 @@
 #include "ZQCore/afc/AFCiPod.h"
 #include "ZQCore/device/ZQCore.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
+#include "ZQCore/foundation/ConfinedOpen.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/File.h"
 #include "ZQCore/foundation/Log.h"
@@ -78,7 +79,10 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
     if (fileExists(itlp)) {
         const fs::path library = itlp / "Library.itdb", extras = itlp / "Extras.itdb",
                        locations = itlp / "Locations.itdb", dynamics = itlp / "Dynamic.itdb";
-        if (fileExists(library) && fileExists(extras) && fileExists(locations) && fileExists(dynamics)) {
+        // SQLite opens the files by their paths: each is checked first to be a file of the
+        // device, not a link out of it.
+        const auto inside = [this](const fs::path& file) { return fileExists(file) && !refusesPath(file); };
+        if (inside(library) && inside(extras) && inside(locations) && inside(dynamics)) {
             try {
                 if (loadFromLocalSQLiteDatabase(library, extras, locations, dynamics)) {
                     needsBinaryDatabase = false;
@@ -207,16 +211,21 @@ bool ZQCoreiPod::loadBinaryDatabase(const std::string& path, const std::string& 
         if (!sizeOfFileAtPath(path))
             return false;
     } else {
-        // A file that is there but cannot be read is an error, never a library without tracks.
-        struct stat info {};
-        if (::stat(path.c_str(), &info) != 0) {
+        // A file that is there but cannot be read is an error, never a library without tracks;
+        // one that is a link out of the device is never read at all.
+        const int at = openFileAtPath(path, O_PATH);
+        if (at < 0) {
             if (errno == ENOENT || errno == ENOTDIR)
                 return false;
-            throw unreadable(std::string("cannot be read: ") + std::strerror(errno) + ".");
+            throw unreadable(errno == EXDEV ? std::string("is ") + kRefusedOutsideDevice + "."
+                                            : std::string("cannot be read: ") + std::strerror(errno) + ".");
         }
-        if (!S_ISREG(info.st_mode))
+        struct stat info {};
+        const bool regular = ::fstat(at, &info) == 0 && S_ISREG(info.st_mode);
+        ::close(at);
+        if (!regular)
             throw unreadable("is not a file.");
-        const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        const int fd = openFileAtPath(path, O_RDONLY);
         if (fd < 0)
             throw unreadable(std::string("cannot be read: ") + std::strerror(errno) + ".");
         ::close(fd);
@@ -340,16 +349,37 @@ Value::Dictionary ZQCoreiPod::deviceInfo() const
     return info;
 }
 
-std::optional<Data> ZQCoreiPod::contentsOfFileAtPath(const std::string& path) const { return Data::contentsOfFile(path); }
+int ZQCoreiPod::openFileAtPath(const std::string& path, int flags) const
+{
+    if (iPodBasePath_.empty())
+        return ::open(path.c_str(), flags | O_CLOEXEC);
+    return openInsideFolder(iPodBasePath_, path, flags);
+}
+
+bool ZQCoreiPod::refusesPath(const std::string& path) const
+{
+    if (iPodBasePath_.empty())
+        return false;
+    const int fd = openFileAtPath(path, O_PATH);
+    const int error = errno;
+    if (fd >= 0)
+        ::close(fd);
+    return fd < 0 && error == EXDEV;
+}
+
+std::optional<Data> ZQCoreiPod::contentsOfFileAtPath(const std::string& path) const
+{
+    return Data::contentsOfDescriptor(openFileAtPath(path, O_RDONLY));
+}
 
 std::shared_ptr<XRDataReader> ZQCoreiPod::readerForFileAtPath(const std::string& path) const
 {
-    return XRDataReader::dataReaderWithFile(path, true);
+    return XRDataReader::dataReaderWithDescriptor(openFileAtPath(path, O_RDONLY), path, true);
 }
 
 std::optional<Data> ZQCoreiPod::chunkOfFileAtPath(const std::string& path, Range range) const
 {
-    auto file = File::openForReading(path);
+    auto file = File::adopt(openFileAtPath(path, O_RDONLY));
     if (!file)
         return std::nullopt;
     return file->readRange(range.location, range.length);

@@ -111,6 +111,15 @@ public:
     virtual FileCopyResult copyFileAtPath(const std::string& path, int destination,
                                           const FileCopyProgress& progress = {}) const;
 
+    /// Opens a file of the device's volume with `flags` (O_RDONLY, O_PATH), confined to the
+    /// volume: a path that leads outside it, by its text or through a symbolic link, is refused
+    /// with EXDEV (see openInsideFolder). Answers the descriptor, or -1 with errno set. A library
+    /// object with no volume (an empty path) opens the path as it is.
+    int openFileAtPath(const std::string& path, int flags) const;
+    /// Whether the device names `path` outside itself (by its text, or through a link on a
+    /// mounted volume): such a file is never read, and a copy reports it as refused.
+    virtual bool refusesPath(const std::string& path) const;
+
     /// A reader over a file of the device for the record walks; nullptr when the file cannot be
     /// read. The disk-mode device walks the file itself through a window rather than reading it
     /// whole first (see XRDataReader); a subclass that reaches files some other way answers a

@@ -2,9 +2,12 @@
 #include "ZQCore/reader/XRDataReader.h"
 
 #include "ZQCore/foundation/Description.h"
+#include "ZQCore/foundation/ConfinedOpen.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/File.h"
 #include "ZQCore/foundation/Resources.h"
+
+#include <fcntl.h>
 
 #include <filesystem>
 
@@ -58,17 +61,20 @@ std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::initWithPath(const std::string& pa
     // each hop reads a small window: with the usual large one, a library of 100,000 tracks
     // would copy megabytes to learn its name.
     constexpr std::size_t kHopWindow = std::size_t{16} << 10;
-    auto database = XRDataReader::dataReaderWithFile(base / "iPod_Control" / "iTunes" / "iTunesDB", true, kHopWindow);
+    // Every file is opened inside the device's folder: a link on the volume never leads out.
+    const fs::path databasePath = base / "iPod_Control" / "iTunes" / "iTunesDB";
+    auto database = XRDataReader::dataReaderWithDescriptor(openInsideFolder(path, databasePath, O_RDONLY), databasePath,
+                                                           true, kHopWindow);
     reference->name_ = database ? getNameFromiTunesDBWithReader(*database) : std::string("iPod");
 
     // SysInfoExtended wins whenever it exists, even when it cannot be parsed.
     const fs::path device = base / "iPod_Control" / "Device";
     if (fileExists(device / "SysInfoExtended")) {
-        if (auto contents = Data::contentsOfFile(device / "SysInfoExtended"))
+        if (auto contents = Data::contentsOfDescriptor(openInsideFolder(path, device / "SysInfoExtended", O_RDONLY)))
             if (auto list = Value::fromPropertyList(*contents))
                 reference->properties_ = std::move(*list);
     } else if (fileExists(device / "SysInfo")) {
-        if (auto contents = Data::contentsOfFile(device / "SysInfo"))
+        if (auto contents = Data::contentsOfDescriptor(openInsideFolder(path, device / "SysInfo", O_RDONLY)))
             if (auto serial = serialNumberFromSysInfo(std::string(contents->stringView())))
                 reference->properties_ = Value::Dictionary{{"SerialNumber", *serial}};
     }

@@ -40,7 +40,12 @@ Data::Data(std::string_view bytes) : Data(bytes.data(), bytes.size()) {}
 
 std::optional<Data> Data::contentsOfFile(const std::string& path)
 {
-    FileDescriptor file{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+    return contentsOfDescriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+}
+
+std::optional<Data> Data::contentsOfDescriptor(int fd)
+{
+    FileDescriptor file{fd};
     if (file.fd < 0)
         return std::nullopt;
     struct stat info {};

@@ -26,6 +26,9 @@ public:
 
     /// Reads a whole regular file. No value when the file cannot be opened or read.
     static std::optional<Data> contentsOfFile(const std::string& path);
+    /// The same for a file already open for reading; the descriptor is closed in every case
+    /// (a negative one gives no value).
+    static std::optional<Data> contentsOfDescriptor(int fd);
 
     const std::uint8_t* bytes() const noexcept { return length_ ? bytes_.get() : nullptr; }
     std::size_t size() const noexcept { return length_; }

@@ -24,6 +24,13 @@ std::optional<File> File::openForReading(const std::string& path)
     return File(fd);
 }
 
+std::optional<File> File::adopt(int fd)
+{
+    if (fd < 0)
+        return std::nullopt;
+    return File(fd);
+}
+
 File& File::operator=(File&& other) noexcept
 {
     if (this != &other) {

@@ -19,6 +19,9 @@ class ZQ_EXPORT File {
 public:
     /// No value when the file cannot be opened.
     static std::optional<File> openForReading(const std::string& path);
+    /// A file already open for reading, which the object now owns; no value for a negative
+    /// descriptor.
+    static std::optional<File> adopt(int fd);
 
     File(File&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
     File& operator=(File&& other) noexcept;

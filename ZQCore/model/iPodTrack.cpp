@@ -8,6 +8,7 @@
 #include "ZQCore/foundation/File.h"
 #include "ZQCore/model/TrackArena.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -66,7 +67,8 @@ std::optional<Data> iPodTrack::contentsOfTrackFile() const
         library->setIsConnected(false);
         return std::nullopt;
     }
-    return path ? Data::contentsOfFile(*path) : std::nullopt;
+    // Through the library, which never reads outside the device's volume.
+    return path ? library->contentsOfFileAtPath(*path) : std::nullopt;
 }
 
 std::optional<Data> iPodTrack::chunkOfTrackFileWithRange(Range range) const
@@ -80,7 +82,7 @@ std::optional<Data> iPodTrack::chunkOfTrackFileWithRange(Range range) const
 
     if (!path)
         return std::nullopt;
-    auto file = File::openForReading(*path);
+    auto file = File::adopt(library->openFileAtPath(*path, O_RDONLY));
     if (!file)
         return std::nullopt;
 

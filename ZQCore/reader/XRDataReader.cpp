@@ -125,7 +125,12 @@ XRDataReader::XRDataReader(std::unique_ptr<FileWindow> file, std::int64_t length
 std::shared_ptr<XRDataReader> XRDataReader::dataReaderWithFile(const std::string& path, bool isLittleEndian,
                                                                std::size_t windowSize)
 {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    return dataReaderWithDescriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC), path, isLittleEndian, windowSize);
+}
+
+std::shared_ptr<XRDataReader> XRDataReader::dataReaderWithDescriptor(int fd, const std::string& path,
+                                                                     bool isLittleEndian, std::size_t windowSize)
+{
     if (fd < 0)
         return nullptr;
     auto window = std::make_unique<FileWindow>(fd, windowSize, path);

@@ -50,6 +50,10 @@ public:
     /// `windowSize` is the read-ahead (tests make it tiny to move the window at every read).
     static std::shared_ptr<XRDataReader> dataReaderWithFile(const std::string& path, bool isLittleEndian,
                                                             std::size_t windowSize = kDefaultWindowSize);
+    /// The same over a file already open for reading (the reader owns the descriptor, and
+    /// closes it on failure too); `path` names it in messages.
+    static std::shared_ptr<XRDataReader> dataReaderWithDescriptor(int fd, const std::string& path, bool isLittleEndian,
+                                                                  std::size_t windowSize = kDefaultWindowSize);
 
     /// Large enough that the system calls cost nothing next to the parsing, small enough to stay
     /// in the processor's caches while the walk goes through it.

@@ -5,6 +5,7 @@
 
 #include "DeviceSelection.h"
 
+#include "ZQCore/foundation/ConfinedOpen.h"
 #include "ZQCore/afc/AFCDevice.h"
 #include "ZQCore/afc/AFCDeviceRef.h"
 #include "ZQCore/afc/AFCFactory.h"
@@ -137,7 +138,9 @@ int copyTrack(const std::vector<std::string>& args, std::ostream& out, std::ostr
         return 130;
     }
     const auto expected = track->sizeOfTrackFile();
-    if (failure.empty() && !result.completed)
+    if (failure.empty() && !result.completed && result.error == EXDEV)
+        failure = std::string(zq::kRefusedOutsideDevice) + " (" + devicePath + ")";
+    else if (failure.empty() && !result.completed)
         failure = "cannot read " + devicePath + " on " + library->name().value_or("the device") + ": " +
                   std::strerror(result.error ? result.error : EIO);
     else if (failure.empty() && expected && *expected != result.bytesCopied)

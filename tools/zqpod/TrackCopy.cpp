@@ -4,6 +4,7 @@
 #include "CopyProgress.h"
 #include "FileNames.h"
 
+#include "ZQCore/foundation/ConfinedOpen.h"
 #include "ZQCore/afc/AFCiPod.h"
 #include "ZQCore/artwork/AlbumArt.h"
 #include "ZQCore/device/ZQCoreiPod.h"
@@ -154,7 +155,9 @@ std::vector<PlannedTrack> plan(const zq::ZQCoreiPod& library, const std::vector<
         if (!size && library.readsFilesThroughDevice())
             size = track.fileSize();  // a session that does not say: the size the library recorded
         if (!size) {
-            item.reason = "file missing on the device (" + devicePath(library, track) + ")";
+            item.reason = library.refusesPath(*track.filePath())
+                              ? std::string(zq::kRefusedOutsideDevice) + " (" + devicePath(library, track) + ")"
+                              : "file missing on the device (" + devicePath(library, track) + ")";
             continue;
         }
         item.size = *size;
@@ -383,6 +386,9 @@ std::string copyOne(const zq::ZQCoreiPod& library, const PlannedTrack& item, con
             return goneMessage(result.error);
         if (result.error == ENOENT)
             return "file missing on the device (" + devicePath(library, *item.track) + ")";
+        // The file was swapped for a link out of the device since it was planned.
+        if (result.error == EXDEV)
+            return std::string(zq::kRefusedOutsideDevice) + " (" + devicePath(library, *item.track) + ")";
         return "cannot copy " + devicePath(library, *item.track) + ": " + errorText(result.error);
     }
     if (result.bytesCopied != item.size && deviceHasGone(library, 0))
