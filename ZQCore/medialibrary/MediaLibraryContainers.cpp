@@ -25,25 +25,20 @@ constexpr int kPhonePurchasedKind = 20;
 
 enum Column { Kind = 16, IsPrimary = 17 };
 
-/// The item pids a container_items blob lists, in order: little-endian signed 64-bit values.
-/// A length that is no multiple of eight has a damaged tail, which is left out.
-std::vector<std::int64_t> packedPids(const void* blob, int bytes)
+} // namespace
+
+std::vector<std::int64_t> packedItemPids(std::span<const std::uint8_t> blob)
 {
     std::vector<std::int64_t> pids;
-    if (!blob || bytes < 8)
-        return pids;
-    const auto* p = static_cast<const std::uint8_t*>(blob);
-    pids.reserve(static_cast<std::size_t>(bytes) / 8);
-    for (int at = 0; at + 8 <= bytes; at += 8) {
+    pids.reserve(blob.size() / 8);
+    for (std::size_t at = 0; at + 8 <= blob.size(); at += 8) {
         std::uint64_t value = 0;
         for (int i = 7; i >= 0; --i)
-            value = value << 8 | p[at + i];
+            value = value << 8 | blob[at + static_cast<std::size_t>(i)];
         pids.push_back(static_cast<std::int64_t>(value));
     }
     return pids;
 }
-
-} // namespace
 
 ZQCoreiPod::Playlists MediaLibraryContainers::load(
     const std::unordered_map<std::int64_t, std::shared_ptr<iPodTrack>>& trackByPid,
@@ -172,9 +167,10 @@ MediaLibraryContainers::Members MediaLibraryContainers::loadMembers(
             auto playlist = byID.find(static_cast<std::uint64_t>(sqlite3_column_int64(rows.handle(), 0)));
             if (playlist == byID.end())
                 continue;
-            const void* blob = sqlite3_column_blob(rows.handle(), 1);
+            const auto* blob = static_cast<const std::uint8_t*>(sqlite3_column_blob(rows.handle(), 1));
             const int bytes = sqlite3_column_bytes(rows.handle(), 1);
-            for (std::int64_t pid : packedPids(blob, bytes))
+            for (std::int64_t pid : packedItemPids(blob ? std::span(blob, static_cast<std::size_t>(bytes))
+                                                        : std::span<const std::uint8_t>()))
                 add(playlist->second, pid);
         }
         if (status != SQLITE_DONE)

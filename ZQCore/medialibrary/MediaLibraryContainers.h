@@ -10,6 +10,8 @@
 
 #include <functional>
 #include <memory>
+#include <span>
+#include <vector>
 #include <string>
 #include <unordered_map>
 
@@ -18,6 +20,11 @@ struct sqlite3;
 namespace zq {
 
 class MediaLibrarySchema;
+
+/// The item pids of a container_items blob, in order: little-endian signed 64-bit values, as
+/// phones of the iOS 8 era pack a container's members. A tail shorter than eight bytes is
+/// damaged and left out.
+std::vector<std::int64_t> packedItemPids(std::span<const std::uint8_t> blob);
 
 class MediaLibraryContainers {
 public:

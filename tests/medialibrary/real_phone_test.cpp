@@ -9,6 +9,7 @@
 
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "ZQCore/foundation/Exception.h"
+#include "ZQCore/medialibrary/MediaLibraryContainers.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -150,6 +151,29 @@ TEST(RealPhoneDatabase, PackedMembersKeepTheirOrderPastADamagedTail)
     };
     EXPECT_EQ(members(damaged.path()), members(plain.path()));
     EXPECT_EQ(members(plain.path()).size(), 4u);
+}
+
+TEST(RealPhoneDatabase, PackedPidsAreLittleEndianSignedAndStopBeforeADamagedTail)
+{
+    const std::vector<std::uint8_t> blob = {0x01, 0x02, 0, 0, 0, 0, 0, 0,                          // 513
+                                            0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,        // -1
+                                            0xEF, 0xCD, 0xAB, 0x89, 0x67, 0x45, 0x23, 0x81,        // high bit set
+                                            0x07, 0x00, 0x00};                                     // damaged tail
+    EXPECT_EQ(packedItemPids(blob), (std::vector<std::int64_t>{513, -1, static_cast<std::int64_t>(0x8123456789ABCDEFULL)}));
+    EXPECT_TRUE(packedItemPids(std::span(blob).first(7)).empty());
+    EXPECT_TRUE(packedItemPids({}).empty());
+}
+
+TEST(RealPhoneDatabase, AListWithAnEmptyRuleBlobIsStillPlain)
+{
+    TempDir root;
+    PhoneSpec phone = makeSamplePhone(MediaLibraryGeneration::IOS8);
+    phone.statements = {"UPDATE container SET smart_criteria = x'' WHERE container_pid = " +
+                        std::to_string(static_cast<std::int64_t>(kQuietEvenings))};
+    writePhone(root.path(), phone);
+    auto library = openFolder(root.path());
+    EXPECT_STREQ(playlistNamed(*library, "Quiet Evenings")->kind(), "playlist");
+    EXPECT_STREQ(playlistNamed(*library, "Recent Favourites")->kind(), "smart");
 }
 
 // ---- a table that cannot be read costs what it feeds -----------------------------------------
