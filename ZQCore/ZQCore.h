@@ -26,6 +26,7 @@
 #include "ZQCore/artwork/AlbumArt.h"
 #include "ZQCore/artwork/AlbumArtRep.h"
 
+#include "ZQCore/device/DeviceModel.h"
 #include "ZQCore/device/ZQCore.h"
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"

@@ -31,6 +31,7 @@ set(ZQ_PUBLIC_HEADERS
   ZQCore/artwork/AlbumArt.h
   ZQCore/artwork/AlbumArtRep.h
   ZQCore/device/DeviceInformationInquiry.h
+  ZQCore/device/DeviceModel.h
   ZQCore/device/ZQCore.h
   ZQCore/device/ZQCoreiPod.h
   ZQCore/device/ZQCoreiPodRef.h

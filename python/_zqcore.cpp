@@ -251,6 +251,22 @@ PYBIND11_MODULE(_zqcore, m)
             return std::string("<zqcore.Playlist ") + p.kind() + " '" + p.name().value_or("") + "'>";
         });
 
+    py::class_<zq::DeviceModel>(m, "Model", "What a device is, as far as its information files tell it.")
+        .def_property_readonly("number", &zq::DeviceModel::modelNumber,
+                               "Apple's model number (\"MB029\"), or None when the files give none.")
+        .def_property_readonly("name", &zq::DeviceModel::name, "The family (\"iPod classic\"), or None when unknown.")
+        .def_property_readonly("generation", &zq::DeviceModel::generation,
+                               "The generation (\"6th generation\"), or None when unknown or not named by one.")
+        .def_property_readonly("capacity", &zq::DeviceModel::capacity, "The capacity (\"80 GB\"), or None when unknown.")
+        .def_property_readonly("colour", &zq::DeviceModel::colour, "The colour (\"silver\"), or None when unknown.")
+        .def_property_readonly("display_name", &zq::DeviceModel::displayName,
+                               "\"iPod classic (6th generation), 80 GB, silver\" without the unknown parts; \"\" when "
+                               "even the family is unknown.")
+        .def("__eq__", [](const zq::DeviceModel& a, const zq::DeviceModel& b) { return a == b; })
+        .def("__repr__", [](const zq::DeviceModel& model) {
+            return "<zqcore.Model '" + model.displayName() + "' number=" + model.modelNumber().value_or("none") + ">";
+        });
+
     py::class_<zq::ZQCoreiPod, std::shared_ptr<zq::ZQCoreiPod>>(m, "Library")
         .def_property_readonly("name", &zq::ZQCoreiPod::name)
         .def_property_readonly("serial", [](const zq::ZQCoreiPod& l) -> std::optional<std::string> {
@@ -261,6 +277,8 @@ PYBIND11_MODULE(_zqcore, m)
         })
         .def_property_readonly("path", &zq::ZQCoreiPod::path)
         .def_property_readonly("model_type", &zq::ZQCoreiPod::type)
+        .def_property_readonly("model", &zq::ZQCoreiPod::model,
+                               "The device's model (a Model): name, generation, capacity, colour, number.")
         .def_property_readonly("connected", &zq::ZQCoreiPod::isConnected)
         .def_property_readonly("tracks", &zq::ZQCoreiPod::allTracks)
         .def_property_readonly("playlists", &zq::ZQCoreiPod::allPlaylists)
@@ -292,6 +310,8 @@ PYBIND11_MODULE(_zqcore, m)
         .def_property_readonly("name", &zq::ZQCoreiPodRef::name)
         .def_property_readonly("serial", &zq::ZQCoreiPodRef::serialNumber)
         .def_property_readonly("path", &zq::ZQCoreiPodRef::path)
+        .def_property_readonly("model", &zq::ZQCoreiPodRef::model,
+                               "The device's model (a Model), read without loading the library.")
         .def_property_readonly("is_mobile", [](const zq::ZQCoreiPodRef& d) { return !d.isMountedVolume(); })
         .def("open", &openReference, "Loads the device's library (a Library).")
         .def("__repr__", [](const zq::ZQCoreiPodRef& d) {

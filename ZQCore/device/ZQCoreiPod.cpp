@@ -4,6 +4,7 @@
 
 #include "ZQCore/afc/AFCiPod.h"
 #include "ZQCore/device/ZQCore.h"
+#include "ZQCore/device/SysInfoFiles.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "ZQCore/foundation/ConfinedOpen.h"
 #include "ZQCore/foundation/Exception.h"
@@ -137,19 +138,21 @@ void ZQCoreiPod::readIdentityProperties()
     const fs::path device = fs::path(iPodBasePath_) / "iPod_Control" / "Device";
     const fs::path extended = device / "SysInfoExtended";
     struct stat info {};
-    // An empty SysInfoExtended counts as absent; one that does not parse leaves the properties
-    // empty without falling back to SysInfo.
+    const fs::path sysInfoPath = device / "SysInfo";
+    const std::optional<Data> sysInfo = fileExists(sysInfoPath) ? contentsOfFileAtPath(sysInfoPath) : std::nullopt;
+    // An empty SysInfoExtended counts as absent; one of which nothing can be read leaves the
+    // properties empty without falling back to SysInfo.
     if (::stat(extended.c_str(), &info) == 0 && static_cast<std::int32_t>(info.st_size) > 0) {
         if (auto contents = contentsOfFileAtPath(extended))
-            if (auto list = Value::fromPropertyList(*contents))
+            if (auto list = readSysInfoExtended(*contents))
                 properties_ = std::move(*list);
-        return;
+    } else if (sysInfo) {
+        if (auto serial = serialNumberFromSysInfo(std::string(sysInfo->stringView())))
+            properties_ = Value::Dictionary{{"SerialNumber", *serial}};
     }
-    const fs::path sysInfo = device / "SysInfo";
-    if (fileExists(sysInfo))
-        if (auto contents = contentsOfFileAtPath(sysInfo))
-            if (auto serial = serialNumberFromSysInfo(std::string(contents->stringView())))
-                properties_ = Value::Dictionary{{"SerialNumber", *serial}};
+    // The model draws on both files: SysInfo keeps the model number even where SysInfoExtended
+    // gives the identity.
+    model_ = DeviceModel::fromDeviceInformation(properties_, sysInfo ? sysInfo->stringView() : "");
 }
 
 void ZQCoreiPod::detectModelType()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZQCore/device/DeviceInformationInquiry.h"
+#include "ZQCore/device/DeviceModel.h"
 #include "ZQCore/foundation/Data.h"
 #include "ZQCore/foundation/Export.h"
 #include "ZQCore/foundation/File.h"
@@ -92,6 +93,9 @@ public:
     /// The model type looked up by the serial number's last three characters (see the
     /// framework's "iPodTypes" resource); 0 when unknown.
     std::int32_t type() const { return autodetectedType_; }
+    /// What the device is ("iPod classic (6th generation), 80 GB, silver"), as its SysInfo and
+    /// SysInfoExtended tell it (see DeviceModel::fromDeviceInformation); unknown when they do not.
+    const DeviceModel& model() const { return model_; }
 
     /// { "FSTotalBytes", "FSFreeBytes" } of the device's volume, as far as they can be read.
     virtual Value::Dictionary deviceInfo() const;
@@ -253,6 +257,7 @@ protected:
     Value::Dictionary additionalData_;
     Value properties_;
     std::int32_t autodetectedType_ = 0;
+    DeviceModel model_;
     bool connected_ = false;
     std::optional<std::string> artworkLoadError_;
     bool phoneFolder_ = false;

@@ -1,4 +1,5 @@
 #include "ZQCore/device/ZQCoreiPodRef.h"
+#include "ZQCore/device/SysInfoFiles.h"
 #include "ZQCore/reader/XRDataReader.h"
 
 #include "ZQCore/foundation/Description.h"
@@ -67,17 +68,22 @@ std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::initWithPath(const std::string& pa
                                                            true, kHopWindow);
     reference->name_ = database ? getNameFromiTunesDBWithReader(*database) : std::string("iPod");
 
-    // SysInfoExtended wins whenever it exists, even when it cannot be parsed.
+    // SysInfoExtended wins whenever it exists, even when nothing of it can be read.
     const fs::path device = base / "iPod_Control" / "Device";
+    const std::optional<Data> sysInfo =
+        fileExists(device / "SysInfo") ? Data::contentsOfDescriptor(openInsideFolder(path, device / "SysInfo", O_RDONLY))
+                                       : std::nullopt;
     if (fileExists(device / "SysInfoExtended")) {
         if (auto contents = Data::contentsOfDescriptor(openInsideFolder(path, device / "SysInfoExtended", O_RDONLY)))
-            if (auto list = Value::fromPropertyList(*contents))
+            if (auto list = readSysInfoExtended(*contents))
                 reference->properties_ = std::move(*list);
-    } else if (fileExists(device / "SysInfo")) {
-        if (auto contents = Data::contentsOfDescriptor(openInsideFolder(path, device / "SysInfo", O_RDONLY)))
-            if (auto serial = serialNumberFromSysInfo(std::string(contents->stringView())))
-                reference->properties_ = Value::Dictionary{{"SerialNumber", *serial}};
+    } else if (sysInfo) {
+        if (auto serial = serialNumberFromSysInfo(std::string(sysInfo->stringView())))
+            reference->properties_ = Value::Dictionary{{"SerialNumber", *serial}};
     }
+    // The model draws on both files: SysInfo keeps the model number even where SysInfoExtended
+    // gives the identity.
+    reference->model_ = DeviceModel::fromDeviceInformation(reference->properties_, sysInfo ? sysInfo->stringView() : "");
     return reference;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ZQCore/device/DeviceModel.h"
 #include "ZQCore/foundation/Data.h"
 #include "ZQCore/foundation/Export.h"
 #include "ZQCore/foundation/Value.h"
@@ -53,6 +54,9 @@ public:
     /// { "SerialNumber": serial } from SysInfo; null when neither could be read.
     const Value& properties() const { return properties_; }
     virtual std::optional<std::string> serialNumber() const;
+    /// What the device is ("iPod classic (6th generation), 80 GB, silver"), as its SysInfo and
+    /// SysInfoExtended tell it (see DeviceModel::fromDeviceInformation); unknown when they do not.
+    virtual DeviceModel model() const { return model_; }
     /// The device's picture (the framework's "iPod" image).
     virtual std::shared_ptr<Image> icon() const;
     /// True for a device whose file system is a mounted volume (disk mode); false for a device
@@ -81,6 +85,7 @@ protected:
     std::optional<std::string> revision_;
     std::optional<std::string> basePath_;
     Value properties_;
+    DeviceModel model_;
 };
 
 /// The serial number in SysInfo text: the rest of the last line that holds "pszSerialNumber:",

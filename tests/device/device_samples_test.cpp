@@ -50,7 +50,7 @@ std::string linesOf(const ZQCoreiPod& library, bool compactTracks)
         text.replace(at, library.path().size(), "<volume>");
     const Json json = Json::parse(text);
     std::string out = "device " + Json{{"name", json["name"]}, {"serialNumber", json["serialNumber"]},
-                                       {"type", json["type"]}}.dump() + "\n";
+                                       {"type", json["type"]}, {"model", json["model"]}}.dump() + "\n";
     for (const auto& track : json["tracks"]) {
         const std::string line = track.dump(-1, ' ', false, Json::error_handler_t::replace);
         out += compactTracks ? "track " + std::to_string(track["trackID"].get<std::uint32_t>()) + " " + checksum(line) +

@@ -99,6 +99,11 @@ def test_library_as_zqpod_reports_it(zqcore, sample):
     assert as_seen(library) == as_reported(zqpod_json(sample))
     assert library.model_type == 11
     assert library.library_source == "iTunesDB" and library.load_warnings == []
+    model = library.model                          # the sample writer's SysInfo says "ModelNumStr: xB029"
+    assert (model.number, model.name, model.generation, model.capacity, model.colour) == \
+        ("MB029", "iPod classic", "6th generation", "80 GB", "silver")
+    assert model.display_name == zqpod_json(sample)["model"]["displayName"] == \
+        "iPod classic (6th generation), 80 GB, silver"
     assert zqcore.open(sample) is library          # the same device gives the same object
 
 

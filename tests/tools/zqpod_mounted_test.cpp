@@ -28,6 +28,34 @@ std::string mountedAt(const Outcome& run)
     return "";
 }
 
+// `zqpod devices` names each device's model from its files without loading its library: the
+// sample writer's SysInfo says "ModelNumStr: xB029", an 80 GB silver iPod classic; a device
+// whose files name no model says "-".
+TEST(DeviceList, ShowsEachDevicesModel)
+{
+    ZQ_MAKE_SANDBOX(sandbox);
+    test::VolumeSpec bare = test::deviceVolume("Bare iPod", "ZQDV2");
+    bare.sysInfo = "pszSerialNumber: ZQDV2\n";
+    const auto classic = sandbox.makeImage("classic", test::deviceVolume("Classic iPod", "ZQDV1Y5N"));
+    const auto unknown = sandbox.makeImage("bare", bare);
+    ASSERT_TRUE(sandbox.mount(classic, "/media/zq/CLASSIC"));
+    ASSERT_TRUE(sandbox.mount(unknown, "/media/zq/BARE"));
+    const Outcome run = zqpod({"devices"});
+    ASSERT_EQ(run.status, 0) << run.err;
+    std::map<std::string, std::string> lineOf;
+    for (const auto& line : test::lines(run.out))
+        lineOf[line.substr(0, line.find("  "))] = line;
+    ASSERT_TRUE(lineOf.contains("NAME") && lineOf.contains("Classic iPod") && lineOf.contains("Bare iPod")) << run.out;
+    // Columns line up under their headings.
+    const std::size_t model = lineOf["NAME"].find("MODEL"), path = lineOf["NAME"].find("PATH");
+    ASSERT_NE(model, std::string::npos) << run.out;
+    EXPECT_EQ(lineOf["Classic iPod"].substr(model, path - model),
+              "iPod classic (6th generation), 80 GB, silver (MB029)  ");
+    EXPECT_EQ(lineOf["Classic iPod"].substr(path), "/media/zq/CLASSIC");
+    EXPECT_EQ(lineOf["Bare iPod"].substr(model, 3), "-  ");
+    EXPECT_EQ(lineOf["Bare iPod"].substr(path), "/media/zq/BARE");
+}
+
 TEST(DeviceSelection, ByPathSerialOrNameOrTheOneConnected)
 {
     ZQ_MAKE_SANDBOX(sandbox);

@@ -1,6 +1,7 @@
 // zqpod devices / zqpod watch: the framework's device discovery as a person sees it.
 
 #include "DeviceList.h"
+#include "LibraryReport.h"
 
 #include "ZQCore/device/ZQCore.h"
 #include "ZQCore/device/ZQCoreiPod.h"
@@ -27,6 +28,7 @@ struct DeviceLine {
     std::string name;
     std::string serial;
     std::string type;
+    std::string model;
     std::string path;
 };
 
@@ -44,6 +46,7 @@ DeviceLine lineFor(const zq::ZQCoreiPodRef& reference)
         } catch (const zq::Exception&) {
         }
     }
+    line.model = describeModel(reference.model());
     line.path = reference.path().value_or("");
     return line;
 }
@@ -51,7 +54,9 @@ DeviceLine lineFor(const zq::ZQCoreiPodRef& reference)
 std::string describe(const zq::ZQCoreiPodRef& reference)
 {
     const DeviceLine line = lineFor(reference);
-    return line.name + " (serial " + line.serial + ", type " + line.type + ") at " + line.path;
+    // The model only where it is known, so that a line of a device without one reads as before.
+    return line.name + " (serial " + line.serial + ", type " + line.type + (line.model.empty() ? "" : "; " + line.model) +
+           ") at " + line.path;
 }
 
 gboolean quitLoop(gpointer loop)
@@ -69,19 +74,23 @@ std::size_t printConnectedDevices(std::ostream& out)
         out << "No devices connected.\n";
         return 0;
     }
-    std::vector<DeviceLine> lines = {{"NAME", "SERIAL", "TYPE", "PATH"}};
-    for (const auto& reference : devices)
+    std::vector<DeviceLine> lines = {{"NAME", "SERIAL", "TYPE", "MODEL", "PATH"}};
+    for (const auto& reference : devices) {
         lines.push_back(lineFor(*reference));
-    std::size_t nameWidth = 0, serialWidth = 0, typeWidth = 0;
+        if (lines.back().model.empty())
+            lines.back().model = "-";
+    }
+    std::size_t nameWidth = 0, serialWidth = 0, typeWidth = 0, modelWidth = 0;
     for (const auto& line : lines) {
         nameWidth = std::max(nameWidth, line.name.size());
         serialWidth = std::max(serialWidth, line.serial.size());
         typeWidth = std::max(typeWidth, line.type.size());
+        modelWidth = std::max(modelWidth, line.model.size());
     }
     auto padded = [](const std::string& text, std::size_t width) { return text + std::string(width - text.size() + 2, ' '); };
     for (const auto& line : lines)
         out << padded(line.name, nameWidth) << padded(line.serial, serialWidth) << padded(line.type, typeWidth)
-            << line.path << '\n';
+            << padded(line.model, modelWidth) << line.path << '\n';
     return devices.size();
 }
 

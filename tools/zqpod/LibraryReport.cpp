@@ -1,6 +1,7 @@
 #include "LibraryReport.h"
 
 #include "ZQCore/artwork/AlbumArt.h"
+#include "ZQCore/device/DeviceModel.h"
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/model/PlaylistFolder.h"
 #include "ZQCore/model/Podcasts.h"
@@ -605,6 +606,15 @@ bool insideSomeFolder(const zq::ZQCoreiPod& library, const zq::Playlist& playlis
     return false;
 }
 
+/// The model's parts, each null when unknown; "displayName" is null too when even the family is.
+Json modelJSON(const zq::DeviceModel& model)
+{
+    const std::string display = model.displayName();
+    return Json{{"number", text(model.modelNumber())}, {"name", text(model.name())},
+                {"generation", text(model.generation())}, {"capacity", text(model.capacity())},
+                {"colour", text(model.colour())}, {"displayName", display.empty() ? Json(nullptr) : Json(display)}};
+}
+
 void printIndented(std::ostream& out, const std::string& block, const std::string& indent)
 {
     std::size_t start = 0;
@@ -622,6 +632,14 @@ void printIndented(std::ostream& out, const std::string& block, const std::strin
 
 } // namespace
 
+std::string describeModel(const zq::DeviceModel& model)
+{
+    std::string text = model.isKnown() ? model.displayName() : model.modelNumber() ? "unknown" : "";
+    if (model.modelNumber())
+        text += " (" + *model.modelNumber() + ")";
+    return text;
+}
+
 void printLibraryJSON(std::ostream& out, const zq::ZQCoreiPod& library)
 {
     JSONStream json(out);
@@ -633,6 +651,8 @@ void printLibraryJSON(std::ostream& out, const zq::ZQCoreiPod& library)
     json.text(serial && serial->string() ? std::optional<std::string>(*serial->string()) : std::nullopt);
     json.key("type", 2);
     json.value(Json(library.type()), 2);
+    json.key("model", 2);
+    json.value(modelJSON(library.model()), 2);
     json.key("tracks", 2);
     const auto& tracks = library.allTracks();
     json.open('[', 2, tracks.empty());
@@ -660,8 +680,10 @@ void printLibraryText(std::ostream& out, const zq::ZQCoreiPod& library)
 {
     const auto name = library.name();
     const std::string serial = serialOf(library);
+    const std::string model = describeModel(library.model());
     out << (name ? *name : std::string("(unnamed)")) << '\n';
     out << "  Serial number: " << (serial.empty() ? "unknown" : serial) << '\n';
+    out << "  Model:         " << (model.empty() ? "unknown" : model) << '\n';
     out << "  Model type:    " << library.type() << '\n';
     out << "  Mounted at:    " << library.path() << '\n';
     out << "  Tracks:        " << library.allTracks().size() << '\n';

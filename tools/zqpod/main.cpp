@@ -71,15 +71,17 @@ const std::vector<Command>& commands()
 {
     static const std::vector<Command> list = {
         {"library", "zqpod library [DEVICE] [--json]", "print the library of a device",
-         "Opens the device and prints its library: device name, serial number, model type,\n"
-         "counts, and every playlist in the framework's own words (smart playlists with their\n"
+         "Opens the device and prints its library: device name, serial number, model (\"iPod\n"
+         "classic (6th generation), 80 GB, silver (MB029)\", as far as the device's files tell it),\n"
+         "model type, counts, and every playlist in the framework's own words (smart playlists with their\n"
          "rules and limits, podcasts with their shows).\n"
          "\n" ZQPOD_DEVICE_HELP
          "\n"
          "Options:\n"
          "  --json   print the whole library as JSON for programs: the device's \"name\",\n"
-         "           \"serialNumber\" and \"type\", every track with all its fields, and every\n"
-         "           playlist with its kind and members.\n",
+         "           \"serialNumber\" and \"type\", its \"model\" (\"number\", \"name\", \"generation\",\n"
+         "           \"capacity\", \"colour\" and \"displayName\", each null when unknown), every\n"
+         "           track with all its fields, and every playlist with its kind and members.\n",
          runLibrary},
         {"art", "zqpod art [DEVICE] OUTDIR", "write the album covers of a device as PNG files",
          "Opens the device and writes one PNG file per album into OUTDIR (created when missing):\n"
@@ -134,7 +136,8 @@ const std::vector<Command>& commands()
          "Lists every disk-mode iPod whose volume is mounted as removable media (below /media or\n"
          "/run/media/USER, as a file manager shows it), and every iPhone or iPod touch that\n"
          "usbmuxd reports (path \"/\"): its name, serial number, model type\n"
-         "(see ZQCore/resources/README.md; \"-\" when unknown) and mount path.\n",
+         "(see ZQCore/resources/README.md; \"-\" when unknown), model (\"iPod nano (3rd\n"
+         "generation), 8 GB, black (MB261)\", as far as the device's files tell it) and mount path.\n",
          runDevices},
         {"watch", "zqpod watch", "print iPods as they arrive and depart, until interrupted",
          "Prints the iPods connected now (\"present:\"), then a line as each device arrives\n"
