@@ -240,5 +240,51 @@ TEST(FailingPhone, CtrlCStopsACopyWaitingOnAFrozenPhoneWithinASecond)
     EXPECT_EQ(entriesOf(fs::temp_directory_path()), temporaries);
 }
 
+// A signal while a phone's library loads (its databases half copied into the temporary folder)
+// stops the load, removes the copies and ends with 130: Ctrl-C, SIGTERM and a closed terminal
+// alike, for every command that loads a library.
+struct LoadSignalCase {
+    const char* name;
+    int signal;
+    const char* command;
+};
+void PrintTo(const LoadSignalCase& c, std::ostream* out) { *out << c.name; }
+
+class SignalDuringLoad : public ::testing::TestWithParam<LoadSignalCase> {};
+
+TEST_P(SignalDuringLoad, LeavesNoCopiedDatabase)
+{
+    TempDir root, out;
+    writeMobileDevice(root.path(), phone(LibraryFormat::Both));
+    SimulatedDeviceSpec setup;
+    setup.udid = "00008101-SIGNAL" + std::to_string(::getpid()) + GetParam().name;
+    setup.serialNumber = "SIG" + std::to_string(::getpid()) + GetParam().name;
+    setup.root = root.path();
+    // Three of the four databases are copied when the phone stops answering.
+    setup.faults = "\"freezeAt=/iTunes_Control/iTunes/iTunes Library.itlp/Dynamic.itdb@0\"";
+    sharedSimulator().attach(setup);
+    const auto temporaries = entriesOf(fs::temp_directory_path());
+    {
+        const std::string extra = std::string(GetParam().command) == "art" ? " " + shellQuoted(out.path()) : "";
+        RunningTool load(std::string(GetParam().command) + " --timeout 60 " + setup.serialNumber + extra);
+        // Waits for the copies to appear, so that the signal comes while they are there.
+        for (int i = 0; i < 100 && entriesOf(fs::temp_directory_path()) == temporaries; ++i)
+            ::usleep(50000);
+        EXPECT_NE(entriesOf(fs::temp_directory_path()), temporaries) << "the load never began copying";
+        ::usleep(100000);
+        const int status = load.interrupt(GetParam().signal);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 130) << status;
+    }
+    sharedSimulator().detach(setup.udid);
+    EXPECT_EQ(entriesOf(fs::temp_directory_path()), temporaries);
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, SignalDuringLoad,
+                         ::testing::Values(LoadSignalCase{"LibraryInterrupted", SIGINT, "library"},
+                                           LoadSignalCase{"LibraryTerminated", SIGTERM, "library"},
+                                           LoadSignalCase{"LibraryHungUp", SIGHUP, "library"},
+                                           LoadSignalCase{"ArtHungUp", SIGHUP, "art"}),
+                         [](const auto& testCase) { return std::string(testCase.param.name); });
+
 } // namespace
 } // namespace zq::test

@@ -108,10 +108,10 @@ public:
             return std::nullopt;
         return std::string(line, std::strcspn(line, "\n"));
     }
-    /// Interrupts it as Ctrl-C does and gives its wait status.
-    int interrupt()
+    /// Interrupts it as Ctrl-C does (or with another signal) and gives its wait status.
+    int interrupt(int signal = SIGINT)
     {
-        ::kill(std::exchange(pid_, -1), SIGINT);
+        ::kill(std::exchange(pid_, -1), signal);
         return ::pclose(std::exchange(pipe_, nullptr));
     }
 

@@ -120,11 +120,15 @@ void watchDevices(std::ostream& out)
         known = now;
     });
 
+    // Each catchable signal ends the watch through the loop, so that a library being loaded
+    // when it comes is finished and its temporary copies removed.
     const guint interrupt = g_unix_signal_add(SIGINT, quitLoop, loop);
     const guint terminate = g_unix_signal_add(SIGTERM, quitLoop, loop);
+    const guint hangUp = g_unix_signal_add(SIGHUP, quitLoop, loop);
     g_main_loop_run(loop);
     g_source_remove(interrupt);
     g_source_remove(terminate);
+    g_source_remove(hangUp);
     core->removeObserver(token);
     g_main_loop_unref(loop);
 }

@@ -269,11 +269,17 @@ std::optional<std::string> deviceArgument(const std::string& command, std::vecto
     throw UsageError{"usage: " + std::string(commandNamed(command).usage)};
 }
 
+void stopOnInterrupt();
+
 int runLibrary(const std::vector<std::string>& args)
 {
     ParsedArgs parsed = parseArgs("library", args, {"--json"}, {});
     const auto device = deviceArgument("library", parsed.positional, 0);
+    // A signal during a phone's load stops it where it is; the copies it made go with it.
+    stopOnInterrupt();
     auto library = zqpod::openSelectedDevice(device);
+    if (zqpod::interruptRequested())
+        return kExitInterrupted;
     if (parsed.has("--json"))
         zqpod::printLibraryJSON(std::cout, *library);
     else
@@ -287,7 +293,10 @@ int runArt(const std::vector<std::string>& args)
     if (parsed.positional.empty())
         throw UsageError{"usage: " + std::string(commandNamed("art").usage)};
     const auto device = deviceArgument("art", parsed.positional, 1);
+    stopOnInterrupt();
     auto library = zqpod::openSelectedDevice(device);
+    if (zqpod::interruptRequested())
+        return kExitInterrupted;
     const std::size_t written = zqpod::exportAlbumArt(std::cout, *library, parsed.positional[0]);
     std::cout << written << (written == 1 ? " file" : " files") << " written\n";
     if (const auto& why = library->artworkLoadError()) {
@@ -298,8 +307,10 @@ int runArt(const std::vector<std::string>& args)
     return kExitOK;
 }
 
-/// Ctrl-C and SIGTERM ask the work to stop cleanly: the copy finishes between pieces of a file,
-/// and a request to a phone in progress gives up at once. A second one ends the process.
+/// Ctrl-C, SIGTERM and SIGHUP (a closed terminal) ask the work to stop cleanly: a copy stops
+/// between pieces of a file, a request to a phone in progress gives up at once, and what was
+/// half made (a file being copied, a phone's databases copied for a load) is removed on the way
+/// out. A second one ends the process.
 extern "C" void stopCopy(int signal)
 {
     zqpod::requestInterrupt();
@@ -313,8 +324,8 @@ void stopOnInterrupt()
     action.sa_handler = stopCopy;
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
-    ::sigaction(SIGINT, &action, nullptr);
-    ::sigaction(SIGTERM, &action, nullptr);
+    for (int signal : {SIGINT, SIGTERM, SIGHUP})
+        ::sigaction(signal, &action, nullptr);
 }
 
 int runCopy(const std::vector<std::string>& args)
