@@ -82,11 +82,9 @@ void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
         log("AFCiPod initWithiPodReference: Didn't load from SQLite");
         // A device without any library database loads as an empty library; one whose database
         // cannot be read stops here with the reason (the read throws), and so does one whose
-        // SQLite library is damaged when there is no iTunesDB to go by.
-        const auto database = contentsOfFileAtPath((fs::path("/iTunes_Control") / "iTunes" / "iTunesDB").string());
-        if (!database && sqliteFailure)
+        // SQLite library is damaged when there is no iTunesCDB or iTunesDB to go by.
+        if (!loadBinaryLibraryInFolder((fs::path("/iTunes_Control") / "iTunes").string()) && sqliteFailure)
             throw *sqliteFailure;
-        parseiTunesDBWithData(database.value_or(Data()));
     }
 
     // The artwork comes over the session too. A fault in its database costs the artwork, never

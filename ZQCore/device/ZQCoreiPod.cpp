@@ -78,10 +78,8 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
         }
     }
 
-    if (needsBinaryDatabase) {
-        if (auto database = readerForFileAtPath(base / "iPod_Control" / "iTunes" / "iTunesDB"))
-            parseiTunesDBWithReader(*database);
-    }
+    if (needsBinaryDatabase)
+        loadBinaryLibraryInFolder(base / "iPod_Control" / "iTunes");
 
     // Album artwork. A fault in its database costs the artwork, never the library: it is logged
     // and loading goes on with the tracks as they are.

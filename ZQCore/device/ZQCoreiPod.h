@@ -220,6 +220,13 @@ protected:
 
     /// The load sequence, run once on a new object.
     void loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference);
+    /// Reads the binary library of the folder `folder` (iPod_Control/iTunes of a volume,
+    /// /iTunes_Control/iTunes over AFC) through contentsOfFileAtPath and readerForFileAtPath:
+    /// iTunesCDB when it is there and not empty (a device that keeps it also keeps an empty or
+    /// stale iTunesDB), else iTunesDB. A damaged iTunesCDB is logged and iTunesDB read instead
+    /// when that is not empty; with nothing else to read, its exception (reason naming the file
+    /// and the damage) leaves here. Returns the path of the file read; none when neither exists.
+    std::optional<std::string> loadBinaryLibraryInFolder(const std::string& folder);
 
     Tracks tracks_;
     Playlists playlists_;

@@ -1,4 +1,5 @@
 #include "ZQCore/device/ZQCoreiPodRef.h"
+#include "ZQCore/reader/CompressedDatabase.h"
 #include "ZQCore/reader/XRDataReader.h"
 
 #include "ZQCore/foundation/Description.h"
@@ -22,6 +23,20 @@ std::string trimBlanks(std::string_view text)
     while (!text.empty() && blank(text.back()))
         text.remove_suffix(1);
     return std::string(text);
+}
+
+/// The inflated image of the compressed library at `path`; none when it is missing, empty or
+/// damaged.
+std::optional<Data> readableCompressedLibrary(const std::string& path)
+{
+    const auto contents = Data::contentsOfFile(path);
+    if (!contents || contents->empty())
+        return std::nullopt;
+    try {
+        return inflateCompressedDatabase(*contents, path);
+    } catch (const Exception&) {
+        return std::nullopt;
+    }
 }
 
 } // namespace
@@ -58,8 +73,14 @@ std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::initWithPath(const std::string& pa
     // each hop reads a small window: with the usual large one, a library of 100,000 tracks
     // would copy megabytes to learn its name.
     constexpr std::size_t kHopWindow = std::size_t{16} << 10;
-    auto database = XRDataReader::dataReaderWithFile(base / "iPod_Control" / "iTunes" / "iTunesDB", true, kHopWindow);
-    reference->name_ = database ? getNameFromiTunesDBWithReader(*database) : std::string("iPod");
+    // A device that keeps iTunesCDB is named by it, as its library is read from it (a damaged
+    // one leaves the name to iTunesDB, as it leaves the library).
+    if (auto image = readableCompressedLibrary(base / "iPod_Control" / "iTunes" / "iTunesCDB")) {
+        reference->name_ = getNameFromiTunesDBWithData(*image);
+    } else {
+        auto database = XRDataReader::dataReaderWithFile(base / "iPod_Control" / "iTunes" / "iTunesDB", true, kHopWindow);
+        reference->name_ = database ? getNameFromiTunesDBWithReader(*database) : std::string("iPod");
+    }
 
     // SysInfoExtended wins whenever it exists, even when it cannot be parsed.
     const fs::path device = base / "iPod_Control" / "Device";
