@@ -25,21 +25,19 @@ std::string trimBlanks(std::string_view text)
     return std::string(text);
 }
 
-/// The inflated image of the compressed library at `path`; none when it is missing, empty or
-/// damaged.
-std::optional<Data> readableCompressedLibrary(const std::string& path)
+} // namespace
+
+std::optional<std::string> ZQCoreiPodRef::nameFromCompressedLibrary(const std::string& path)
 {
     const auto contents = Data::contentsOfFile(path);
     if (!contents || contents->empty())
         return std::nullopt;
     try {
-        return inflateCompressedDatabase(*contents, path);
+        return walkNameFromiTunesDB(*XRDataReader::dataReaderWithData(inflateCompressedDatabase(*contents, path), true));
     } catch (const Exception&) {
         return std::nullopt;
     }
 }
-
-} // namespace
 
 std::optional<std::string> serialNumberFromSysInfo(const std::string& text)
 {
@@ -73,11 +71,10 @@ std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::initWithPath(const std::string& pa
     // each hop reads a small window: with the usual large one, a library of 100,000 tracks
     // would copy megabytes to learn its name.
     constexpr std::size_t kHopWindow = std::size_t{16} << 10;
-    // A device that keeps iTunesCDB is named by it, as its library is read from it (a damaged
-    // one leaves the name to iTunesDB, as it leaves the library).
-    if (auto image = readableCompressedLibrary(base / "iPod_Control" / "iTunes" / "iTunesCDB")) {
-        reference->name_ = getNameFromiTunesDBWithData(*image);
-    } else {
+    // A device that keeps iTunesCDB is named by it, as its library is read from it; a damaged
+    // one leaves the name to iTunesDB, as it leaves the library.
+    reference->name_ = nameFromCompressedLibrary(base / "iPod_Control" / "iTunes" / "iTunesCDB");
+    if (!reference->name_) {
         auto database = XRDataReader::dataReaderWithFile(base / "iPod_Control" / "iTunes" / "iTunesDB", true, kHopWindow);
         reference->name_ = database ? getNameFromiTunesDBWithReader(*database) : std::string("iPod");
     }

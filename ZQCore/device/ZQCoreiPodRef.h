@@ -81,6 +81,14 @@ protected:
     std::optional<std::string> revision_;
     std::optional<std::string> basePath_;
     Value properties_;
+
+private:
+    /// The walk of getNameFromiTunesDBWithReader, with the exception of a damaged database
+    /// passed on instead of answered with "iPod".
+    static std::string walkNameFromiTunesDB(XRDataReader& reader);
+    /// The name the compressed library at `path` gives; none when it is missing, empty or
+    /// damaged (the library is then read from iTunesDB, and so is the name).
+    static std::optional<std::string> nameFromCompressedLibrary(const std::string& path);
 };
 
 /// The serial number in SysInfo text: the rest of the last line that holds "pszSerialNumber:",
