@@ -114,6 +114,8 @@ fuzz: fuzz-deps
 		-print_final_stats=1 $(FUZZ_BUILD)/corpus/itunesdb
 	$(FUZZ_BUILD)/fuzz_artworkdb -max_total_time=$(FUZZ_SECONDS) -max_len=65536 -rss_limit_mb=2048 \
 		-print_final_stats=1 $(FUZZ_BUILD)/corpus/artworkdb
+	$(FUZZ_BUILD)/fuzz_itunescdb -max_total_time=$(FUZZ_SECONDS) -max_len=65536 -rss_limit_mb=2048 \
+		-print_final_stats=1 $(FUZZ_BUILD)/corpus/itunescdb
 	mkdir -p $(FUZZ_BUILD)/corpus/medialibrary
 	$(FUZZ_BUILD)/fuzz_medialibrary -max_total_time=$(FUZZ_SECONDS) -max_len=16384 -rss_limit_mb=2048 \
 		-print_final_stats=1 $(FUZZ_BUILD)/corpus/medialibrary
