@@ -419,8 +419,8 @@ MUTATIONS = [
      "device/libraries-opened-early-forgotten"),
     # ---- the compressed library database (iTunesCDB)
     ("ZQCore/reader/CompressedDatabase.h",
-     "return allowed < cap ? allowed : cap;",
-     "return allowed;",
+     "return std::min(cap, std::max(floor, scaled));",
+     "return std::max(floor, scaled);",
      "cdb/inflate-cap-dropped"),
     ("ZQCore/reader/CompressedDatabase.cpp",
      "if (totalLength > bytes.size() && totalLength - headerLength > limit)",

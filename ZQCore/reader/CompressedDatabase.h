@@ -11,6 +11,7 @@
 
 #include "ZQCore/foundation/Data.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -38,9 +39,10 @@ struct InflateBounds {
     /// The most the data sets of a stream of `compressedBytes` may inflate to.
     constexpr std::uint64_t limitFor(std::uint64_t compressedBytes) const
     {
-        const std::uint64_t scaled = compressedBytes > cap / ratio ? cap : compressedBytes * ratio;
-        const std::uint64_t allowed = scaled < floor ? floor : scaled;
-        return allowed < cap ? allowed : cap;
+        // The multiple saturates rather than wrapping round to a small number.
+        const std::uint64_t scaled =
+            ratio != 0 && compressedBytes > UINT64_MAX / ratio ? UINT64_MAX : compressedBytes * ratio;
+        return std::min(cap, std::max(floor, scaled));
     }
 };
 
