@@ -16,7 +16,7 @@ PACKAGES      := build-essential cmake pkg-config libplist-dev libpng-dev nlohma
                  dosfstools fusefat util-linux mount libimobiledevice-dev libusbmuxd-dev tree \
                  pybind11-dev python3-dev python3-pytest doxygen dpkg-dev file lintian \
                  libfuse3-dev fuse3 \
-                 libturbojpeg0-dev
+                 libturbojpeg0-dev zlib1g-dev
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 # Only for `make bench`: libgpod is the peer the whole-process figures are compared with, and
 # GNU time measures peak memory.
@@ -114,6 +114,8 @@ fuzz: fuzz-deps
 		-print_final_stats=1 $(FUZZ_BUILD)/corpus/itunesdb
 	$(FUZZ_BUILD)/fuzz_artworkdb -max_total_time=$(FUZZ_SECONDS) -max_len=65536 -rss_limit_mb=2048 \
 		-print_final_stats=1 $(FUZZ_BUILD)/corpus/artworkdb
+	$(FUZZ_BUILD)/fuzz_itunescdb -max_total_time=$(FUZZ_SECONDS) -max_len=65536 -rss_limit_mb=2048 \
+		-print_final_stats=1 $(FUZZ_BUILD)/corpus/itunescdb
 	mkdir -p $(FUZZ_BUILD)/corpus/medialibrary
 	$(FUZZ_BUILD)/fuzz_medialibrary -max_total_time=$(FUZZ_SECONDS) -max_len=16384 -rss_limit_mb=2048 \
 		-print_final_stats=1 $(FUZZ_BUILD)/corpus/medialibrary

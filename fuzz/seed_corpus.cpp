@@ -3,6 +3,7 @@
 // playlists, podcast groups), a rule blob, and the real databases under SAMPLES (any file named
 // iTunesDB). OUTDIR/artworkdb: the sample device's artwork database, one with every kind of
 // oddity the walk must survive, and the real ones under SAMPLES (any file named ArtworkDB).
+// OUTDIR/itunescdb: compressed databases from the builder, and the plain databases they hold.
 
 #include "tests/support/SampleDevice.h"
 
@@ -79,11 +80,22 @@ int main(int argc, char** argv)
     try {
         const fs::path out = fs::path(argv[1]) / "itunesdb";
         const fs::path artOut = fs::path(argv[1]) / "artworkdb";
+        const fs::path compressedOut = fs::path(argv[1]) / "itunescdb";
         fs::create_directories(out);
         fs::create_directories(artOut);
+        fs::create_directories(compressedOut);
         using namespace zq::test;
         const VolumeSpec device = makeSampleDevice();
         write(out / "sample-device", buildITunesDB(*device.database));
+        // The compressed target reads its inputs both as stored files and as databases to
+        // compress: both forms of the same libraries start it.
+        for (const auto& [name, database] :
+             {std::pair{"sample-device", *device.database},
+              std::pair{"no-tracks", DatabaseSpec{.playlists = {PlaylistSpec{.name = "Nano", .master = 1}}}},
+              std::pair{"short-header", DatabaseSpec{.tracks = {{.trackID = 1, .title = "T"}}, .headerLength = 0x68}}}) {
+            write(compressedOut / (std::string(name) + ".cdb"), buildITunesCDB(database));
+            write(compressedOut / (std::string(name) + ".db"), buildITunesDB(database));
+        }
         write(artOut / "sample-device", buildArtwork(*device.artwork).artworkDB);
         write(artOut / "odd-records", buildArtwork(oddArtwork()).artworkDB);
         write(out / "generated-40", buildITunesDB(makeLargeLibrary(40, 3, 7)));

@@ -84,9 +84,8 @@ void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
         log("AFCiPod initWithiPodReference: Didn't load from SQLite");
         // A device without any library database has no library (librarySource() says so); one
         // whose database cannot be read stops here with the reason, and so does one whose
-        // SQLite library is damaged when there is no iTunesDB to go by.
-        if (!loadBinaryDatabase((fs::path("/iTunes_Control") / "iTunes" / "iTunesDB").string(),
-                                "iTunes_Control/iTunes/iTunesDB") &&
+        // SQLite library is damaged when there is no iTunesCDB or iTunesDB to go by.
+        if (!loadBinaryLibraryInFolder((fs::path("/iTunes_Control") / "iTunes").string(), "iTunes_Control/iTunes") &&
             sqliteFailure)
             throw *sqliteFailure;
     }

@@ -96,10 +96,8 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
         }
     }
 
-    if (needsBinaryDatabase) {
-        const std::string relative = control + "/iTunes/iTunesDB";
-        loadBinaryDatabase((base / relative).string(), relative);
-    }
+    if (needsBinaryDatabase)
+        loadBinaryLibraryInFolder((base / control / "iTunes").string(), control + "/iTunes");
 
     // Album artwork. A fault in its database costs the artwork, never the library: it is logged
     // and loading goes on with the tracks as they are.

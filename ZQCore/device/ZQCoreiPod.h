@@ -247,6 +247,14 @@ protected:
 
     /// The load sequence, run once on a new object.
     void loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference);
+    /// Reads the binary library of the folder `folder` (iPod_Control/iTunes of a volume,
+    /// /iTunes_Control/iTunes over AFC; `shownFolder` names it in messages) through the
+    /// object's own file access: iTunesCDB when it is there and not empty (a device that keeps
+    /// it also keeps an empty or stale iTunesDB), else iTunesDB (see loadBinaryDatabase). A
+    /// damaged iTunesCDB is logged and iTunesDB read instead when that holds a library; with
+    /// nothing else to read, its exception (reason naming the file and the damage) leaves here.
+    /// Answers false, changing nothing, when neither file is there.
+    bool loadBinaryLibraryInFolder(const std::string& folder, const std::string& shownFolder);
 
     Tracks tracks_;
     Playlists playlists_;

@@ -1,5 +1,6 @@
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "ZQCore/device/SysInfoFiles.h"
+#include "ZQCore/reader/CompressedDatabase.h"
 #include "ZQCore/reader/XRDataReader.h"
 
 #include "ZQCore/foundation/Description.h"
@@ -29,6 +30,18 @@ std::string trimBlanks(std::string_view text)
 }
 
 } // namespace
+
+std::optional<std::string> ZQCoreiPodRef::nameFromCompressedLibrary(const std::string& root, const std::string& path)
+{
+    const auto contents = Data::contentsOfDescriptor(openInsideFolder(root, path, O_RDONLY));
+    if (!contents || contents->empty())
+        return std::nullopt;
+    try {
+        return walkNameFromiTunesDB(*XRDataReader::dataReaderWithData(inflateCompressedDatabase(*contents, path), true));
+    } catch (const Exception&) {
+        return std::nullopt;
+    }
+}
 
 std::optional<std::string> serialNumberFromSysInfo(const std::string& text)
 {
@@ -63,10 +76,15 @@ std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::initWithPath(const std::string& pa
     // would copy megabytes to learn its name.
     constexpr std::size_t kHopWindow = std::size_t{16} << 10;
     // Every file is opened inside the device's folder: a link on the volume never leads out.
-    const fs::path databasePath = base / "iPod_Control" / "iTunes" / "iTunesDB";
-    auto database = XRDataReader::dataReaderWithDescriptor(openInsideFolder(path, databasePath, O_RDONLY), databasePath,
-                                                           true, kHopWindow);
-    reference->name_ = database ? getNameFromiTunesDBWithReader(*database) : std::string("iPod");
+    // A device that keeps iTunesCDB is named by it, as its library is read from it; a damaged
+    // one leaves the name to iTunesDB, as it leaves the library.
+    reference->name_ = nameFromCompressedLibrary(path, base / "iPod_Control" / "iTunes" / "iTunesCDB");
+    if (!reference->name_) {
+        const fs::path databasePath = base / "iPod_Control" / "iTunes" / "iTunesDB";
+        auto database = XRDataReader::dataReaderWithDescriptor(openInsideFolder(path, databasePath, O_RDONLY),
+                                                               databasePath, true, kHopWindow);
+        reference->name_ = database ? getNameFromiTunesDBWithReader(*database) : std::string("iPod");
+    }
 
     // SysInfoExtended wins whenever it exists, even when nothing of it can be read.
     const fs::path device = base / "iPod_Control" / "Device";

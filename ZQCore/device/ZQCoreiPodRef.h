@@ -86,6 +86,15 @@ protected:
     std::optional<std::string> basePath_;
     Value properties_;
     DeviceModel model_;
+
+private:
+    /// The walk of getNameFromiTunesDBWithReader, with the exception of a damaged database
+    /// passed on instead of answered with "iPod".
+    static std::string walkNameFromiTunesDB(XRDataReader& reader);
+    /// The name the compressed library at `path` (inside the device's folder `root`) gives;
+    /// none when it is missing, empty or damaged (the library is then read from iTunesDB, and
+    /// so is the name).
+    static std::optional<std::string> nameFromCompressedLibrary(const std::string& root, const std::string& path);
 };
 
 /// The serial number in SysInfo text: the rest of the last line that holds "pszSerialNumber:",

@@ -59,41 +59,46 @@ std::string ZQCoreiPodRef::getNameFromiTunesDBWithData(const Data& data)
     return getNameFromiTunesDBWithReader(*XRDataReader::dataReaderWithData(data, true));
 }
 
-std::string ZQCoreiPodRef::getNameFromiTunesDBWithReader(XRDataReader& readerRef)
+std::string ZQCoreiPodRef::getNameFromiTunesDBWithReader(XRDataReader& reader)
 {
-    std::string name = "iPod";
     try {
-        if (readerRef.length() == 0)
-            return name;
-        XRDataReader* reader = &readerRef;
-        reader->setReadLimit(walkReadLimit(static_cast<std::size_t>(reader->length())));
-        const std::uint32_t start = reader->position();
-        const auto header = reader->readBlock<MHBDHeader::size>();
-        const auto dataSets = static_cast<std::int32_t>(le32(header, MHBDHeader::dataSetCount));
-        reader->setPosition(start + le32(header, ChunkStart::headerLength));
-        // The databases of the first iPods have only the plain playlist list: without a grouped
-        // one, the name comes from there.
-        std::optional<std::uint32_t> plainList;
-        bool grouped = false;
-        for (std::int32_t set = 1; set <= dataSets; ++set) {
-            const std::uint32_t p = reader->position();
-            const auto setHeader = reader->readBlock<MHSDHeader::size>();
-            const std::uint32_t type = le32(setHeader, MHSDHeader::type);
-            if (type == MHSDHeader::playlistListGrouped) {
-                reader->setPosition(p + le32(setHeader, ChunkStart::headerLength));
-                name = getiPodNameFromPlaylistListWithReader(*reader);
-                grouped = true;
-            } else if (type == MHSDHeader::playlistListPlain && !plainList) {
-                plainList = p + le32(setHeader, ChunkStart::headerLength);
-            }
-            reader->setPosition(p + le32(setHeader, ChunkStart::totalLength));
-        }
-        if (!grouped && plainList) {
-            reader->setPosition(*plainList);
-            name = getiPodNameFromPlaylistListWithReader(*reader);
-        }
+        return walkNameFromiTunesDB(reader);
     } catch (const Exception&) {
         return "iPod";
+    }
+}
+
+std::string ZQCoreiPodRef::walkNameFromiTunesDB(XRDataReader& readerRef)
+{
+    std::string name = "iPod";
+    if (readerRef.length() == 0)
+        return name;
+    XRDataReader* reader = &readerRef;
+    reader->setReadLimit(walkReadLimit(static_cast<std::size_t>(reader->length())));
+    const std::uint32_t start = reader->position();
+    const auto header = reader->readBlock<MHBDHeader::size>();
+    const auto dataSets = static_cast<std::int32_t>(le32(header, MHBDHeader::dataSetCount));
+    reader->setPosition(start + le32(header, ChunkStart::headerLength));
+    // The databases of the first iPods have only the plain playlist list: without a grouped
+    // one, the name comes from there.
+    std::optional<std::uint32_t> plainList;
+    bool grouped = false;
+    for (std::int32_t set = 1; set <= dataSets; ++set) {
+        const std::uint32_t p = reader->position();
+        const auto setHeader = reader->readBlock<MHSDHeader::size>();
+        const std::uint32_t type = le32(setHeader, MHSDHeader::type);
+        if (type == MHSDHeader::playlistListGrouped) {
+            reader->setPosition(p + le32(setHeader, ChunkStart::headerLength));
+            name = getiPodNameFromPlaylistListWithReader(*reader);
+            grouped = true;
+        } else if (type == MHSDHeader::playlistListPlain && !plainList) {
+            plainList = p + le32(setHeader, ChunkStart::headerLength);
+        }
+        reader->setPosition(p + le32(setHeader, ChunkStart::totalLength));
+    }
+    if (!grouped && plainList) {
+        reader->setPosition(*plainList);
+        name = getiPodNameFromPlaylistListWithReader(*reader);
     }
     return name;
 }

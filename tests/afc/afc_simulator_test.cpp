@@ -289,6 +289,33 @@ TEST_F(MobileDevices, TheSQLiteLibraryIsCopiedLoadedAndItsCopiesRemoved)
     EXPECT_FALSE(library->chunkOfFileAtPath("/iTunes_Control/Music", {0, 10}).has_value());
 }
 
+// A phone of the iOS 3 and 4 era keeps its library compressed in iTunesCDB, beside an empty
+// iTunesDB; a damaged one with nothing else to read ends the load with a reason naming it.
+TEST_F(MobileDevices, ACompressedLibraryIsReadFromiTunesCDB)
+{
+    VolumeSpec spec = twoTrackLibrary("Compressed Phone");
+    spec.compressedDatabase = true;
+    writeMobileDevice(root.path(), spec);
+    ASSERT_EQ(fs::file_size(fs::path(root.path()) / "iTunes_Control" / "iTunes" / "iTunesDB"), 0u);
+
+    auto library = open(attach(device(root.path())));
+    ASSERT_NE(library, nullptr);
+    ASSERT_EQ(library->allTracks().size(), 2u);
+    EXPECT_EQ(library->allTracks()[0]->title(), "First Light");
+    ASSERT_NE(library->masterPlaylist(), nullptr);
+    EXPECT_EQ(library->masterPlaylist()->name(), "Compressed Phone");
+
+    TempDir damagedRoot;
+    const Data whole = buildITunesCDB(*spec.database);
+    writeMobileDevice(damagedRoot.path(), VolumeSpec{.rawITunesDB = Data(), .rawITunesCDB = whole.subdata(0, whole.size() / 2)});
+    try {
+        open(attach(device(damagedRoot.path())));
+        ADD_FAILURE() << "a damaged iTunesCDB loaded";
+    } catch (const Exception& e) {
+        EXPECT_NE(e.reason().find("iTunes_Control/iTunes/iTunesCDB is damaged"), std::string::npos) << e.reason();
+    }
+}
+
 TEST_F(MobileDevices, ArtworkOfAMobileDeviceIsDecodedAsARGB1555)
 {
     VolumeSpec spec = twoTrackLibrary("Art Phone");

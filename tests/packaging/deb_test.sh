@@ -36,6 +36,7 @@ expect python3-zqcore usr/lib/python3/dist-packages/zqcore/__init__.py \
 # Dependencies: on each other by version, on Debian's libraries through dpkg-shlibdeps.
 depends() { dpkg-deb -f "$debs/${1}_${version}_$(dpkg --print-architecture).deb" Depends; }
 depends libzqcore0 | grep -q 'libimobiledevice6'
+depends libzqcore0 | grep -q 'zlib1g'  # the compressed library database (iTunesCDB)
 depends libzqcore-dev | grep -qx "libzqcore0 (= $version)"
 depends zqpod | grep -q "libzqcore0 (>= $version)"
 depends python3-zqcore | grep -q "libzqcore0 (= $version), python3 (>= 3.11), python3 (<< 3.12)"

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <set>
 #include <sstream>
@@ -21,6 +22,7 @@
 namespace zq {
 namespace {
 
+namespace fs = std::filesystem;
 using Json = nlohmann::json;
 using test::TempDir;
 using test::VolumeSpec;
@@ -62,6 +64,45 @@ TEST(ToolLibraryErrors, MissingPathOrCorruptDatabaseEndWithStatusOneAndTheReason
     const Outcome run = zqpod({"library", corrupt.path(), "--json"});
     EXPECT_EQ(run.status, 1) << run.err;
     EXPECT_NE(run.err.find("XRDataReaderInvalidRead"), std::string::npos) << run.err;
+}
+
+// A nano keeps the same library compressed (iTunesCDB, an empty iTunesDB beside it): it prints
+// exactly as the plain database does, every field of every track and playlist.
+TEST(ToolLibraryFormats, CompressedAndPlainDatabasesOfOneDescriptionPrintTheSame)
+{
+    TempDir plainDir, nanoDir;
+    VolumeSpec nano = test::makeSampleDevice();
+    nano.compressedDatabase = true;
+    test::writeVolume(plainDir.path(), test::makeSampleDevice());
+    test::writeVolume(nanoDir.path(), nano);
+    ASSERT_EQ(fs::file_size(nanoDir.file("iPod_Control/iTunes/iTunesDB")), 0u);
+    for (const char* format : {"--json", "--text"}) {
+        std::vector<std::string> plainArgs{"library", plainDir.path()}, nanoArgs{"library", nanoDir.path()};
+        if (std::string(format) == "--json") {
+            plainArgs.push_back(format);
+            nanoArgs.push_back(format);
+        }
+        Outcome fromPlain = zqpod(plainArgs), fromNano = zqpod(nanoArgs);
+        ASSERT_EQ(fromPlain.status, 0) << fromPlain.err;
+        ASSERT_EQ(fromNano.status, 0) << fromNano.err;
+        EXPECT_EQ(fromNano.err, "");
+        for (auto [run, dir] : {std::pair{&fromPlain, &plainDir}, std::pair{&fromNano, &nanoDir}})
+            for (std::size_t at; (at = run->out.find(dir->path())) != std::string::npos;)
+                run->out.replace(at, dir->path().size(), "<volume>");
+        EXPECT_GT(fromNano.out.size(), 500u);
+        EXPECT_EQ(fromNano.out, fromPlain.out) << format;
+    }
+
+    // Damaged, with nothing else to read: an error that names the file, never an empty library.
+    const zq::Data compressed = test::buildITunesCDB(test::makeSampleDevice().database.value());
+    test::writeVolume(nanoDir.path(), VolumeSpec{.rawITunesDB = zq::Data(),
+                                                 .rawITunesCDB = compressed.subdata(0, compressed.size() - 40)});
+    const Outcome damaged = zqpod({"library", nanoDir.path(), "--json"});
+    EXPECT_EQ(damaged.status, 1);
+    EXPECT_EQ(damaged.out, "");
+    EXPECT_NE(damaged.err.find("iPod_Control/iTunes/iTunesCDB is damaged"), std::string::npos)
+        << damaged.err;
+    EXPECT_NE(damaged.err.find(".DatabaseDamaged"), std::string::npos) << damaged.err;
 }
 
 TEST(ToolLibraryErrors, UsageMistakesEndWithStatusTwo)

@@ -237,6 +237,16 @@ struct DatabaseSpec {
 /// The iTunesDB file for `setup`.
 zq::Data buildITunesDB(const DatabaseSpec& setup);
 
+/// The compressed form of the database `plain` (an iTunesDB image), as a device keeps it in
+/// iTunesCDB: the header stays uncompressed, with 2 at 0x0C (1 in an iTunesDB), the compression
+/// flag 1 at 0xA8 (when the header reaches that far) and the total length at 8 made the length
+/// of the file as stored; after the header, everything else as one zlib stream of `level`.
+/// An image shorter than its header length is compressed as if its header were the whole image.
+zq::Data compressITunesDB(const zq::Data& plain, int level = 6);
+
+/// The iTunesCDB file for `setup`: buildITunesDB compressed.
+zq::Data buildITunesCDB(const DatabaseSpec& setup);
+
 // ---- artwork (ArtworkDB and thumbnail files) ---------------------------------------------------
 
 /// A picture as a function of the pixel (column x, row y of the stored size): the colour to
@@ -390,6 +400,10 @@ enum class LibraryFormat { Binary, SQLite, Both };
 struct VolumeSpec {
     std::optional<DatabaseSpec> database{};        ///< iPod_Control/iTunes/iTunesDB
     std::optional<zq::Data> rawITunesDB{};         ///< written instead of `database` when set
+    /// The binary library as a nano of the 5th to 7th generation keeps it: `database` compressed
+    /// in iPod_Control/iTunes/iTunesCDB, and an empty iTunesDB beside it (unless `rawITunesDB`).
+    bool compressedDatabase = false;
+    std::optional<zq::Data> rawITunesCDB{};        ///< iPod_Control/iTunes/iTunesCDB, as given
     std::optional<std::string> sysInfo{};          ///< iPod_Control/Device/SysInfo
     std::optional<std::string> sysInfoExtended{};  ///< iPod_Control/Device/SysInfoExtended
     std::map<std::string, zq::Data> files{};       ///< path relative to the root -> contents

@@ -58,7 +58,11 @@ void writeVolume(const std::string& root, const VolumeSpec& spec)
     if (spec.rawITunesDB)
         writeFile(control / "iTunes" / "iTunesDB", *spec.rawITunesDB);
     else if (spec.database && binary)
-        writeFile(control / "iTunes" / "iTunesDB", buildITunesDB(*spec.database));
+        writeFile(control / "iTunes" / "iTunesDB", spec.compressedDatabase ? Data() : buildITunesDB(*spec.database));
+    if (spec.rawITunesCDB)
+        writeFile(control / "iTunes" / "iTunesCDB", *spec.rawITunesCDB);
+    else if (spec.database && binary && spec.compressedDatabase)
+        writeFile(control / "iTunes" / "iTunesCDB", buildITunesCDB(*spec.database));
     if (spec.database && spec.format != LibraryFormat::Binary)
         writeSQLiteLibrary(sqliteLibraryFolder(root), *spec.database, spec.sqlite);
     if (spec.sysInfo)

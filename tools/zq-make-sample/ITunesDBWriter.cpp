@@ -12,6 +12,9 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <stdexcept>
+
+#include <zlib.h>
 
 namespace zq::sample {
 
@@ -591,5 +594,36 @@ Data buildITunesDB(const DatabaseSpec& spec)
     h.finish();
     return Data(sink.bytes().data(), sink.size());
 }
+
+Data compressITunesDB(const Data& plain, int level)
+{
+    const std::uint8_t* bytes = plain.bytes();
+    auto le32At = [&](std::size_t at) {
+        return plain.size() >= at + 4 ? static_cast<std::uint32_t>(bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16 |
+                                                                   static_cast<std::uint32_t>(bytes[at + 3]) << 24)
+                                      : 0u;
+    };
+    const std::size_t headerLength = std::min<std::size_t>(le32At(4), plain.size());
+    std::vector<std::uint8_t> out(bytes, bytes + headerLength);
+    const std::size_t bodyLength = plain.size() - headerLength;
+    uLongf compressedLength = compressBound(static_cast<uLong>(bodyLength));
+    out.resize(headerLength + compressedLength);
+    if (compress2(out.data() + headerLength, &compressedLength, bytes + headerLength, static_cast<uLong>(bodyLength),
+                  level) != Z_OK)
+        throw std::runtime_error("zlib could not compress the database");
+    out.resize(headerLength + compressedLength);
+
+    auto put = [&](std::size_t at, std::uint32_t value, unsigned width) {
+        for (unsigned i = 0; i < width && at + i < headerLength; ++i)
+            out[at + i] = static_cast<std::uint8_t>(value >> (8 * i));
+    };
+    put(8, static_cast<std::uint32_t>(out.size()), 4);  // the stored file's length
+    put(12, 2, 4);                                      // 2: a compressed database
+    if (headerLength >= 0xAA)
+        put(0xA8, 1, 2);                                // the compression flag
+    return Data(out.data(), out.size());
+}
+
+Data buildITunesCDB(const DatabaseSpec& spec) { return compressITunesDB(buildITunesDB(spec)); }
 
 } // namespace zq::sample

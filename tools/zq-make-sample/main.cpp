@@ -1,5 +1,6 @@
-// zq-make-sample [--phone[=modern|ios6|ios8]] [--tracks=N] DIR: writes the built-in sample device to
-// DIR, for the demo and for trying the command-line tool without an iPod at hand. With --phone,
+// zq-make-sample [--nano | --phone[=modern|ios6|ios8]] [--tracks=N] DIR: writes the built-in
+// sample device to DIR, for the demo and for trying the command-line tool without an iPod at hand.
+// With --nano, the library is the compressed iTunesCDB of the later iPod nanos. With --phone,
 // DIR becomes the file system of an iPhone (iTunes_Control, the SQLite databases beside iTunesDB)
 // for zq-device-sim; with --phone=modern or --phone=ios6, that of an iOS 5+ phone whose library
 // is MediaLibrary.sqlitedb.
@@ -37,14 +38,29 @@ zq::sample::VolumeSpec phoneSample()
     return setup;
 }
 
+// The sample as an iPod nano of the 5th to 7th generation keeps it: the library compressed in
+// iTunesCDB with an empty iTunesDB beside it. The serial names a 5th-generation nano (the first
+// to keep iTunesCDB; the model list knows no later one) and is the sample's own, so that a
+// program opening both samples gets two libraries.
+zq::sample::VolumeSpec nanoSample()
+{
+    zq::sample::VolumeSpec setup = zq::sample::makeSampleDevice();
+    setup.compressedDatabase = true;
+    setup.sysInfo = zq::sample::sysInfoText("5U0381NA72Q");
+    return setup;
+}
+
 const char* const kHelp =
-    "Usage: zq-make-sample [--phone[=modern|ios6|ios8]] [--tracks=N] DIR\n"
+    "Usage: zq-make-sample [--nano | --phone[=modern|ios6|ios8]] [--tracks=N] DIR\n"
     "\n"
     "Writes the built-in sample device into DIR: five albums and two podcast shows of short WAV\n"
     "tunes, playlists, a smart playlist and covers. Prints the folder it wrote.\n"
     "\n"
     "  (default)  DIR is laid out as a disk-mode iPod's volume (iPod_Control with iTunesDB,\n"
     "             ArtworkDB and SysInfo); try it with: zqpod library DIR\n"
+    "  --nano     DIR is laid out as the volume of an iPod nano of the 5th to 7th generation: the\n"
+    "             same library compressed in iPod_Control/iTunes/iTunesCDB, an empty iTunesDB\n"
+    "             beside it; try it with: zqpod library DIR\n"
     "  --phone    DIR is the file system of an iPhone (iTunes_Control with iTunesDB and the SQLite\n"
     "             databases), for zq-device-sim\n"
     "  --phone=modern, --phone=ios6\n"
@@ -68,7 +84,7 @@ const char* const kHelp =
 
 int main(int argc, char** argv)
 {
-    bool phone = false, optionsEnded = false;
+    bool phone = false, nano = false, optionsEnded = false;
     std::optional<zq::sample::MediaLibraryGeneration> generation;
     std::size_t tracks = 0;
     std::vector<std::string> folders;
@@ -83,6 +99,8 @@ int main(int argc, char** argv)
             return 0;
         } else if (argument == "--phone") {
             phone = true;
+        } else if (argument == "--nano") {
+            nano = true;
         } else if (argument == "--phone=modern") {
             generation = zq::sample::MediaLibraryGeneration::Modern;
         } else if (argument == "--phone=ios6") {
@@ -98,7 +116,11 @@ int main(int argc, char** argv)
         }
     }
     if (folders.size() != 1) {
-        std::fputs("usage: zq-make-sample [--phone[=modern|ios6|ios8]] [--tracks=N] DIR (see zq-make-sample --help)\n", stderr);
+        std::fputs("usage: zq-make-sample [--nano | --phone[=modern|ios6|ios8]] [--tracks=N] DIR (see zq-make-sample --help)\n", stderr);
+        return 2;
+    }
+    if (nano && (phone || generation)) {
+        std::fputs("zq-make-sample: --nano and --phone write different devices; give one (see zq-make-sample --help)\n", stderr);
         return 2;
     }
     if ((phone && generation) || (tracks && !generation)) {
@@ -119,7 +141,7 @@ int main(int argc, char** argv)
             // writeVolume lays a disk-mode volume out; a phone keeps the same tree elsewhere.
             fs::rename(root / "iPod_Control", root / "iTunes_Control");
         } else {
-            zq::sample::writeVolume(root.string(), zq::sample::makeSampleDevice());
+            zq::sample::writeVolume(root.string(), nano ? nanoSample() : zq::sample::makeSampleDevice());
         }
         std::printf("%s\n", root.string().c_str());
     } catch (const std::exception& e) {
