@@ -591,6 +591,22 @@ MUTATIONS = [
      "reference->name_ = nameFromCompressedLibrary(",
      "reference->name_ = std::nullopt; (void)nameFromCompressedLibrary(",
      "cdb/name-ignores-cdb"),
+    ("tools/zqpod/TrackCopy.cpp",
+     "    if (deviceEnd == device.end() || sameFolder)",
+     "    if (deviceEnd == device.end())",
+     "zqpod/bind-mounted-device-taken-as-destination"),
+    ("tools/zqpod/TrackCopy.cpp",
+     "        lock.emplace(root, out);",
+     "",
+     "zqpod/destination-not-locked"),
+    ("tools/zqpod/TrackCopy.cpp",
+     "        removeStaleTemporaries(root);",
+     "",
+     "zqpod/stale-temporaries-kept"),
+    ("tools/zqpod/TrackCopy.cpp",
+     "std::all_of(suffix.begin(), suffix.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)); });",
+     "true;",
+     "zqpod/any-hidden-zqpod-name-removed"),
 ]
 
 

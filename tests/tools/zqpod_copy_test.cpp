@@ -135,6 +135,45 @@ TEST_F(CopySample, CopiesEveryTrackByTheDefaultTemplateByteForByte)
     EXPECT_EQ(run.err, "");
 }
 
+// Two runs into one destination at once end as one run would: the second waits for the first
+// and then finds everything there, so no track or playlist is written twice beside itself.
+TEST_F(CopySample, TwoRunsIntoOneDestinationEndAsOneWould)
+{
+    for (int round = 0; round < 3; ++round) {
+        fs::remove_all(dest());
+        Outcome first, second;
+        std::thread other([&] { first = copy({"--playlists", "--art"}); });
+        second = copy({"--playlists", "--art"});
+        other.join();
+        EXPECT_EQ(first.status, 0) << first.out << first.err;
+        EXPECT_EQ(second.status, 0) << second.out << second.err;
+        std::set<std::string> expected = kSampleNames;
+        for (const auto& name : filesBelow(dest()))
+            if (name.ends_with(".m3u8") || name.ends_with("cover.png"))
+                expected.insert(name);
+        EXPECT_EQ(filesBelow(dest()), expected) << "round " << round;
+        for (const auto& name : filesBelow(dest()))
+            EXPECT_EQ(name.find(" (2)"), std::string::npos) << name;
+    }
+}
+
+// A run killed where the destination has no unnamed files leaves its hidden temporary file;
+// the next run into the same destination removes it (and nothing else that is hidden).
+TEST_F(CopySample, ARerunRemovesStaleTemporariesOfItsOwn)
+{
+    plant(".stale.wav.zqpod-Ab12Cd", "half a copy");
+    plant("The Hollow Pines/Northern Lights/.01 Harbour Song.wav.zqpod-x9Y8z7", "half a copy");
+    plant("The Hollow Pines/Northern Lights/.02 Other.wav.zqpod-4242", "a replacement half put in place");
+    plant(".hidden-notes", "the user's own");
+    plant(".song.zqpod-not~ours", "not a name zqpod makes");
+    const Outcome run = copy();
+    ASSERT_EQ(run.status, 0) << run.out << run.err;
+    std::set<std::string> expected = kSampleNames;
+    expected.insert(".hidden-notes");
+    expected.insert(".song.zqpod-not~ours");
+    EXPECT_EQ(filesBelow(dest()), expected);
+}
+
 TEST_F(CopySample, WritesPlaylistsWithRelativePathsAndACoverPerAlbum)
 {
     const Outcome run = copy({"--playlists", "--art"});

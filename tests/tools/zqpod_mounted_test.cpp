@@ -7,6 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/mount.h>
+
+#include <cerrno>
+#include <cstring>
+
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -54,6 +59,22 @@ TEST(DeviceList, ShowsEachDevicesModel)
     EXPECT_EQ(lineOf["Classic iPod"].substr(path), "/media/zq/CLASSIC");
     EXPECT_EQ(lineOf["Bare iPod"].substr(model, 3), "-  ");
     EXPECT_EQ(lineOf["Bare iPod"].substr(path), "/media/zq/BARE");
+}
+
+// The device reached through a bind mount has another path but is the same folder: a copy into
+// it is refused as one into the device's own path is, and nothing is written there.
+TEST(CopyDestination, TheDeviceUnderAnotherPathIsRefused)
+{
+    ZQ_MAKE_SANDBOX(sandbox);
+    test::TempDir volume, elsewhere;
+    test::writeVolume(volume.path(), test::deviceVolume("Bound iPod", "ZQBIND1"));
+    ASSERT_EQ(::mount(volume.path().c_str(), elsewhere.path().c_str(), nullptr, MS_BIND, nullptr), 0)
+        << std::strerror(errno);
+    const Outcome run = zqpod({"copy", volume.path(), elsewhere.file("backup")});
+    ::umount(elsewhere.path().c_str());
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.err.find("lies on the device itself"), std::string::npos) << run.err;
+    EXPECT_FALSE(fs::exists(volume.file("backup")));
 }
 
 TEST(DeviceSelection, ByPathSerialOrNameOrTheOneConnected)

@@ -4,16 +4,17 @@
 #include "CopyProgress.h"
 #include "FileNames.h"
 
-#include "ZQCore/foundation/ConfinedOpen.h"
 #include "ZQCore/afc/AFCiPod.h"
 #include "ZQCore/artwork/AlbumArt.h"
 #include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/foundation/ConfinedOpen.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/Image.h"
 #include "ZQCore/model/Playlist.h"
 
 #include <fcntl.h>
 #include <stdio.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,6 +27,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
 #include <ostream>
 #include <set>
 #include <unordered_map>
@@ -514,10 +516,82 @@ void checkDestination(const zq::ZQCoreiPod& library, const fs::path& destination
     if (error)
         throw CopyRefused("Cannot use " + destination.string() + " as the destination: " + error.message());
     auto [deviceEnd, targetEnd] = std::mismatch(device.begin(), device.end(), target.begin(), target.end());
-    if (deviceEnd == device.end())
+    // By name, and by identity: the same folder reached another way (a bind mount, a second
+    // mount of the same volume) has another path but the same device and inode.
+    struct stat root {};
+    bool sameFolder = false;
+    if (::stat(library.path().c_str(), &root) == 0)
+        for (fs::path at = target; !sameFolder; at = at.parent_path()) {
+            struct stat here {};
+            if (::stat(at.c_str(), &here) == 0 && here.st_dev == root.st_dev && here.st_ino == root.st_ino)
+                sameFolder = true;
+            if (at == at.parent_path())
+                break;
+        }
+    if (deviceEnd == device.end() || sameFolder)
         throw CopyRefused("The destination " + destination.string() +
                           " lies on the device itself; zqpod never writes to a device. Choose a folder on the computer.");
 }
+
+/// Whether `name` is one of this program's own temporary names: ".NAME.zqpod-XXXXXX" (a copy
+/// in progress) or ".NAME.zqpod-PID" (a replacement being put in place).
+bool isOwnTemporaryName(const std::string& name)
+{
+    const std::size_t at = name.rfind(".zqpod-");
+    if (name.size() < 2 || name[0] != '.' || at == std::string::npos || at < 2)
+        return false;
+    const std::string suffix = name.substr(at + 7);
+    return !suffix.empty() && suffix.size() <= 10 &&
+           std::all_of(suffix.begin(), suffix.end(), [](char c) { return std::isalnum(static_cast<unsigned char>(c)); });
+}
+
+/// Removes what an earlier run killed part-way left in `root`: its temporary files, where the
+/// destination has no unnamed ones (FAT, network shares). Only called while this run holds the
+/// destination's lock, so no other copy is writing them.
+std::size_t removeStaleTemporaries(const fs::path& root)
+{
+    std::size_t removed = 0;
+    std::error_code error;
+    for (auto it = fs::recursive_directory_iterator(root, fs::directory_options::skip_permission_denied, error);
+         !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
+        std::error_code ignored;
+        if (it->is_regular_file(ignored) && !it->is_symlink(ignored) && isOwnTemporaryName(it->path().filename().string()))
+            removed += fs::remove(it->path(), ignored) ? 1 : 0;
+    }
+    return removed;
+}
+
+/// The destination held by this run alone: a second copy into the same folder waits for the
+/// first to finish (saying so), then plans against what it left, so two runs end as one would.
+class DestinationLock {
+public:
+    DestinationLock(const fs::path& root, std::ostream& out)
+    {
+        fd_ = ::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (fd_ < 0)
+            return;  // a folder that cannot be opened fails at its first write instead
+        if (::flock(fd_, LOCK_EX | LOCK_NB) == 0)
+            return;
+        out << "Another zqpod copy is writing into " << root.string() << "; waiting for it to finish..." << std::endl;
+        while (::flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+            if (errno != EWOULDBLOCK && errno != EINTR)
+                return;  // a file system without locks: nothing to wait for
+            if (interruptRequested())
+                return;
+            ::usleep(100000);
+        }
+    }
+    ~DestinationLock()
+    {
+        if (fd_ >= 0)
+            ::close(fd_);  // lets the lock go
+    }
+    DestinationLock(const DestinationLock&) = delete;
+    DestinationLock& operator=(const DestinationLock&) = delete;
+
+private:
+    int fd_ = -1;
+};
 
 } // namespace
 
@@ -530,6 +604,23 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
     const fs::path root(options.destination);
     checkDestination(library, root);
     const std::vector<TrackPtr> tracks = selectTracks(library, options);
+
+    // A real run holds the destination before it looks at it: what another run into the same
+    // folder writes meanwhile is planned against, not written a second time beside it.
+    std::optional<DestinationLock> lock;
+    if (!options.dryRun) {
+        std::error_code error;
+        fs::create_directories(root, error);
+        if (error)
+            throw CopyRefused("Cannot create the destination " + root.string() + ": " + error.message());
+        lock.emplace(root, out);
+        if (interruptRequested()) {
+            CopySummary stopped;
+            stopped.interrupted = true;
+            return stopped;
+        }
+        removeStaleTemporaries(root);
+    }
     std::vector<PlannedTrack> planned = plan(library, tracks, names, options);
 
     CopySummary summary;
@@ -572,11 +663,6 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
             }
         }
     } else {
-        std::error_code error;
-        fs::create_directories(root, error);
-        if (error)
-            throw CopyRefused("Cannot create the destination " + root.string() + ": " + error.message());
-
         std::size_t copyFailures = 0;  // of the files that were to be copied
         CopyProgress progress(out, options.live, options.columns);
         progress.begin(toCopy, bytesToCopy);
