@@ -1,4 +1,5 @@
 #include "CopyProgress.h"
+#include "TerminalText.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -77,7 +78,7 @@ void CopyProgress::note(const std::string& line, bool routine)
         return;
     if (live_)
         clearLine();
-    out_ << line << '\n';
+    out_ << terminalSafe(line) << '\n';
     if (live_ && drawn_)
         draw(Clock::now());
     out_.flush();

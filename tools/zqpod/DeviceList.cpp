@@ -1,6 +1,7 @@
 // zqpod devices / zqpod watch: the framework's device discovery as a person sees it.
 
 #include "DeviceList.h"
+#include "TerminalText.h"
 #include "LibraryReport.h"
 
 #include "ZQCore/device/ZQCore.h"
@@ -35,9 +36,9 @@ struct DeviceLine {
 DeviceLine lineFor(const zq::ZQCoreiPodRef& reference)
 {
     DeviceLine line;
-    line.name = reference.name().value_or("iPod");
+    line.name = terminalSafe(reference.name().value_or("iPod"));
     const auto serial = reference.serialNumber();
-    line.serial = serial.value_or("-");
+    line.serial = terminalSafe(serial.value_or("-"));
     line.type = "-";
     if (serial) {
         // A serial too short to name a model has no type; that is no reason to stop listing.
@@ -103,7 +104,7 @@ void watchDevices(std::ostream& out)
 
     std::vector<Reference> known = core->connectediPods();
     for (const auto& reference : known)
-        out << "present: " << describe(*reference) << std::endl;
+        out << "present: " << terminalSafe(describe(*reference)) << std::endl;
     out << "Watching for devices; press Ctrl-C to stop." << std::endl;
 
     // The list is compared with the one seen last: both notices of a change come after it.
@@ -113,10 +114,10 @@ void watchDevices(std::ostream& out)
         const std::vector<Reference> now = core->connectediPods();
         for (const auto& reference : known)
             if (std::find(now.begin(), now.end(), reference) == now.end())
-                out << "departed: " << describe(*reference) << std::endl;
+                out << "departed: " << terminalSafe(describe(*reference)) << std::endl;
         for (const auto& reference : now)
             if (std::find(known.begin(), known.end(), reference) == known.end())
-                out << "arrived: " << describe(*reference) << std::endl;
+                out << "arrived: " << terminalSafe(describe(*reference)) << std::endl;
         known = now;
     });
 

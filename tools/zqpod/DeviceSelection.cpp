@@ -1,5 +1,6 @@
 #include "DeviceSelection.h"
 #include "MobileDevices.h"
+#include "TerminalText.h"
 
 #include "ZQCore/device/ZQCore.h"
 #include "ZQCore/device/ZQCoreiPod.h"
@@ -123,7 +124,7 @@ std::shared_ptr<zq::ZQCoreiPod> openSelectedDevice(const std::optional<std::stri
                                    "SQLite library database; sync music to it with iTunes or Music first.");
     // What could not be read is said, never left for the listing to hide.
     for (const auto& warning : library->loadWarnings())
-        std::cerr << "zqpod: warning: " << warning << '\n';
+        std::cerr << "zqpod: warning: " << terminalSafe(warning) << '\n';
     return library;
 }
 

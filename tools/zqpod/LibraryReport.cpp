@@ -1,4 +1,5 @@
 #include "LibraryReport.h"
+#include "TerminalText.h"
 
 #include "ZQCore/artwork/AlbumArt.h"
 #include "ZQCore/device/DeviceModel.h"
@@ -21,6 +22,7 @@
 #include <mutex>
 #include <stop_token>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -676,8 +678,10 @@ void printLibraryJSON(std::ostream& out, const zq::ZQCoreiPod& library)
     json.flush();
 }
 
-void printLibraryText(std::ostream& out, const zq::ZQCoreiPod& library)
+void printLibraryText(std::ostream& terminal, const zq::ZQCoreiPod& library)
 {
+    // Written whole once made, with the device's texts made harmless on a terminal.
+    std::ostringstream out;
     const auto name = library.name();
     const std::string serial = serialOf(library);
     const std::string model = describeModel(library.model());
@@ -699,6 +703,7 @@ void printLibraryText(std::ostream& out, const zq::ZQCoreiPod& library)
                     << show->trackCount() << (show->trackCount() == 1 ? " episode" : " episodes") << '\n';
         }
     }
+    terminal << terminalSafe(out.str());
 }
 
 } // namespace zqpod

@@ -2,6 +2,7 @@
 // connected list, named by their UDID, and one track's file copied off as it is.
 
 #include "MobileDevices.h"
+#include "TerminalText.h"
 
 #include "DeviceSelection.h"
 
@@ -92,7 +93,8 @@ int copyTrack(const std::vector<std::string>& args, std::ostream& out, std::ostr
         if (candidate->trackID() == trackID)
             track = candidate;
     if (!track) {
-        err << "zqpod get: no track with ID " << trackID << " on " << library->name().value_or("the device") << '\n';
+        err << "zqpod get: no track with ID " << trackID << " on " << terminalSafe(library->name().value_or("the device"))
+            << '\n';
         return 1;
     }
     const std::string devicePath = track->filePath().value_or("no path");
@@ -147,7 +149,7 @@ int copyTrack(const std::vector<std::string>& args, std::ostream& out, std::ostr
         failure = "the device reports " + std::to_string(*expected) + " bytes for " + devicePath + " but " +
                   std::to_string(result.bytesCopied) + " were read";
     if (!failure.empty()) {
-        err << "zqpod get: track " << trackID << " was not copied: " << failure << '\n';
+        err << "zqpod get: track " << trackID << " was not copied: " << terminalSafe(failure) << '\n';
         if (toStandardOutput)
             err << "zqpod get: what went to standard output is incomplete\n";
         return 1;
@@ -160,7 +162,8 @@ int copyTrack(const std::vector<std::string>& args, std::ostream& out, std::ostr
         return 1;
     }
     cleanup.path.clear();
-    out << "copied " << result.bytesCopied << " bytes of \"" << track->title().value_or("") << "\" to " << args[2] << '\n';
+    out << "copied " << result.bytesCopied << " bytes of \"" << terminalSafe(track->title().value_or("")) << "\" to "
+        << args[2] << '\n';
     return 0;
 }
 

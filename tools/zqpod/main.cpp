@@ -6,8 +6,9 @@
 #include "FileNames.h"
 #include "LibraryReport.h"
 #include "ManPage.h"
-#include "TrackCopy.h"
 #include "MobileDevices.h"
+#include "TerminalText.h"
+#include "TrackCopy.h"
 
 #include "ZQCore/afc/MobileDevice.h"
 #include "ZQCore/device/ZQCoreiPod.h"
@@ -300,7 +301,8 @@ int runArt(const std::vector<std::string>& args)
     const std::size_t written = zqpod::exportAlbumArt(std::cout, *library, parsed.positional[0]);
     std::cout << written << (written == 1 ? " file" : " files") << " written\n";
     if (const auto& why = library->artworkLoadError()) {
-        std::cerr << "zqpod art: the device's artwork database could not be read, so its covers are missing: " << *why
+        std::cerr << "zqpod art: the device's artwork database could not be read, so its covers are missing: "
+                  << zqpod::terminalSafe(*why)
                   << '\n';
         return kExitFailure;
     }
@@ -441,17 +443,18 @@ int runCommandLine(int argc, char** argv)
             std::cerr << error.message << '\n';
             return kExitUsage;
         } catch (const zqpod::DeviceSelectionError& error) {
-            std::cerr << "zqpod " << command.name << ": " << error.what() << '\n';
+            std::cerr << "zqpod " << command.name << ": " << zqpod::terminalSafe(error.what()) << '\n';
             return kExitFailure;
         } catch (const zqpod::CopyRefused& error) {
-            std::cerr << "zqpod " << command.name << ": " << error.what() << '\n';
+            std::cerr << "zqpod " << command.name << ": " << zqpod::terminalSafe(error.what()) << '\n';
             return kExitFailure;
         } catch (const zq::Exception& error) {
             if (zqpod::interruptRequested()) {
                 std::cerr << "zqpod " << command.name << ": interrupted\n";
                 return kExitInterrupted;
             }
-            std::cerr << "zqpod " << command.name << ": " << error.reason() << " (" << error.name() << ")\n";
+            std::cerr << "zqpod " << command.name << ": " << zqpod::terminalSafe(error.reason()) << " ("
+                      << error.name() << ")\n";
             return kExitFailure;
         }
     }
