@@ -619,6 +619,18 @@ MUTATIONS = [
      "    out_ << terminalSafe(line) << '\\n';",
      "    out_ << line << '\\n';",
      "zqpod/copy-lines-raw"),
+    ("ZQCore/foundation/File.cpp",
+     "            result.destinationFailed = isDestinationError(error);",
+     "",
+     "foundation/full-destination-blamed-on-device"),
+    ("tools/zqpod/ArtworkExport.cpp",
+     "            ++result.failed;\n            continue;\n        }\n        auto png",
+     "            continue;\n        }\n        auto png",
+     "zqpod/unreadable-artwork-exits-0"),
+    ("ZQCore/medialibrary/ZQCoreiPod+MediaLibrary.cpp",
+     "cloudOnly = reader.locatesFiles();",
+     "cloudOnly = true;",
+     "medialibrary/unknown-location-taken-for-cloud"),
 ]
 
 

@@ -336,7 +336,9 @@ FileCopyResult AFCDevice::readFile(const std::string& path, std::uint64_t locati
         if (count == 0)
             break;
         if (const int error = sink.take(count)) {
+            // The sink is the caller's destination: its failure is never the device's.
             result.error = error;
+            result.destinationFailed = true;
             return result;
         }
         remaining -= count;  // never more than asked for: the interface refuses a longer answer

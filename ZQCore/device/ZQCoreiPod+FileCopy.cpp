@@ -52,6 +52,7 @@ FileCopyResult ZQCoreiPod::copyFileAtPath(const std::string& path, int destinati
             }
             if (const int error = writeAll(destination, piece->bytes(), piece->size())) {
                 result.error = error;
+                result.destinationFailed = true;
                 return result;
             }
             result.bytesCopied += piece->size();

@@ -106,6 +106,7 @@ FileCopyResult copyFileContents(int source, int destination, const FileCopyProgr
             if (moved > 0) {
                 if (const int error = writeAll(destination, buffer.data(), static_cast<std::size_t>(moved))) {
                     result.error = error;
+                    result.destinationFailed = true;
                     return result;
                 }
             }
@@ -121,6 +122,7 @@ FileCopyResult copyFileContents(int source, int destination, const FileCopyProgr
                 continue;
             }
             result.error = error;
+            result.destinationFailed = isDestinationError(error);
             return result;
         }
         if (moved == 0) {
@@ -131,6 +133,11 @@ FileCopyResult copyFileContents(int source, int destination, const FileCopyProgr
         if (progress && !progress(result.bytesCopied))
             return result;
     }
+}
+
+bool isDestinationError(int error)
+{
+    return error == ENOSPC || error == EDQUOT || error == EFBIG || error == EROFS;
 }
 
 int writeAll(int destination, const std::uint8_t* bytes, std::size_t length)

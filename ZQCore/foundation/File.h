@@ -47,7 +47,13 @@ struct FileCopyResult {
     std::uint64_t bytesCopied = 0;
     bool completed = false;  ///< the source was copied to its end
     int error = 0;           ///< errno of the failure; 0 when completed or stopped by the progress call
+    /// The failure was the destination's (full, over quota, read-only, a write that failed), not
+    /// the device's: a message names the destination, never the device.
+    bool destinationFailed = false;
 };
+
+/// Whether `error` of a copy that moves bytes inside the kernel can only be the destination's.
+ZQ_EXPORT bool isDestinationError(int error);
 
 /// Copies everything from the current offset of `source` to the end into `destination` (both
 /// open file descriptors, left open), inside the kernel where it can (copy_file_range, which

@@ -173,6 +173,8 @@ MediaLibraryItemReader::MediaLibraryItemReader(sqlite3* db, const MediaLibrarySc
                 expression = columnIn(role, columns);
         if (field == MediaType)
             expression = mediaKindExpression(expression, columnIn("item", {"media_type"}));
+        if (field == Location)
+            locatesFiles_ = expression.has_value();
         query_ += ", " + expression.value_or("NULL");
     }
     query_ += " " + from;

@@ -34,6 +34,10 @@ public:
     /// cannot be read.
     const std::vector<std::string>& joinedTables() const { return joined_; }
 
+    /// Whether the database says where files are at all (some table of it has a location
+    /// column). Without one, an item with no location is not known to be only in the cloud.
+    bool locatesFiles() const { return locatesFiles_; }
+
     /// Whether `table` is one the items may be joined to (a companion or a name table).
     static bool feedsItems(const std::string& table);
 
@@ -47,6 +51,7 @@ private:
     sqlite3* db_;
     std::string query_;
     std::vector<std::string> joined_;
+    bool locatesFiles_ = false;
 };
 
 } // namespace zq

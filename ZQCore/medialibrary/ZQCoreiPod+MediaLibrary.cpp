@@ -123,8 +123,9 @@ void ZQCoreiPod::loadMediaLibrary(const std::string& database, const std::string
                         filePath = (fs::path(mediaRoot) / *base / *name).string();
                 } else {
                     // No base location or no file name: the item is in the library but its file
-                    // is not on the device (bought or matched music left in the cloud).
-                    cloudOnly = true;
+                    // is not on the device (bought or matched music left in the cloud). Where
+                    // the database holds no locations at all, that is not known.
+                    cloudOnly = reader.locatesFiles();
                 }
                 auto track = iPodTrack::initWithMediaLibraryItem(item, filePath, self);
                 if (cloudOnly)
@@ -145,6 +146,9 @@ void ZQCoreiPod::loadMediaLibrary(const std::string& database, const std::string
         }
     }
 
+    if (!MediaLibraryItemReader(connection.handle(), schema).locatesFiles() && !tracks.empty())
+        warn("MediaLibrary.sqlitedb holds no file locations (the table that keeps them is missing or cannot be "
+             "read), so where the tracks' files are is unknown.");
     for (const auto& [table, reason] : schema.unreadableTables())
         if (MediaLibraryItemReader::feedsItems(table))
             warn("The table " + table + " of MediaLibrary.sqlitedb cannot be read (" + reason +

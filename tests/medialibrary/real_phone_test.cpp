@@ -176,6 +176,26 @@ TEST(RealPhoneDatabase, AListWithAnEmptyRuleBlobIsStillPlain)
     EXPECT_STREQ(playlistNamed(*library, "Recent Favourites")->kind(), "smart");
 }
 
+TEST(UnreadableTable, LostLocationsAreUnknownNotCloud)
+{
+    // Without item_extra a recent phone's database says nowhere where its files are: the tracks
+    // are listed, none is taken for one left in the cloud, and a copy fails them, saying why.
+    TempDir root, out;
+    PhoneSpec phone = makeSamplePhone(MediaLibraryGeneration::Modern);
+    phone.statements = {"DROP TABLE item_extra"};
+    writePhone(root.path(), phone);
+    auto library = openFolder(root.path());
+    ASSERT_FALSE(library->allTracks().empty());
+    for (const auto& track : library->allTracks())
+        EXPECT_FALSE(track->additionalData().contains(iPodTrack::kCloudOnlyKey));
+    ASSERT_EQ(library->loadWarnings().size(), 1u);
+    EXPECT_THAT(library->loadWarnings()[0], HasSubstr("holds no file locations"));
+    const auto run = zqpod({"copy", root.path(), out.path()});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.out, ::testing::Not(HasSubstr("only in the cloud")));
+    EXPECT_THAT(run.out, HasSubstr("the library gives no file for this track"));
+}
+
 // ---- a table that cannot be read costs what it feeds -----------------------------------------
 
 /// The database with its WAL folded in, then the root page of `table` overwritten: reading its

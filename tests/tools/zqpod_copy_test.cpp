@@ -234,6 +234,26 @@ TEST_F(CopySample, ReadingCommandsAndARefusedDestinationLeaveTheDeviceAlone)
     // (the fixture compares the device with its state before, byte for byte)
 }
 
+// A disk-mode iPod whose thumbnail files are gone: its covers are there in the artwork database
+// but cannot be read. That is a failure (exit 1, said on standard error), never "no artwork".
+class ArtWithUnreadableThumbnails : public CopySample {
+    void prepareDevice() override
+    {
+        for (const char* file : {"iPod_Control/Artwork/F1028_1.ithmb", "iPod_Control/Artwork/F1029_1.ithmb"})
+            fs::remove(deviceFile(file));
+    }
+};
+
+TEST_F(ArtWithUnreadableThumbnails, IsAFailureNamedOnStandardError)
+{
+    const Outcome run = zqpod({"art", device_.path(), out_.file("covers")});
+    EXPECT_EQ(run.status, 1) << run.out << run.err;
+    EXPECT_NE(run.err.find("unreadable artwork: "), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("could not be read"), std::string::npos) << run.err;
+    EXPECT_EQ(run.out.find("unreadable"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("0 files written"), std::string::npos) << run.out;
+}
+
 class CopyWithMissingFile : public CopySample {
     void prepareDevice() override { fs::remove(deviceFile(kHarbourOnDevice)); }
 };

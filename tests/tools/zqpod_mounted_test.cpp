@@ -77,6 +77,24 @@ TEST(CopyDestination, TheDeviceUnderAnotherPathIsRefused)
     EXPECT_FALSE(fs::exists(volume.file("backup")));
 }
 
+// A destination that fills up stops the copy with the destination named as full, never the
+// device blamed; no partial file is left, and the rest is left for a rerun.
+TEST(CopyDestination, AFullDestinationIsNamedAsSuch)
+{
+    ZQ_MAKE_SANDBOX(sandbox);
+    test::TempDir device, small;
+    test::writeVolume(device.path(), test::makeSampleDevice());
+    ASSERT_EQ(::mount("tmpfs", small.path().c_str(), "tmpfs", 0, "size=96k"), 0) << std::strerror(errno);
+    const Outcome run = zqpod({"copy", device.path(), small.file("music")});
+    EXPECT_EQ(run.status, 1) << run.out << run.err;
+    EXPECT_NE(run.out.find("(the destination is full)"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("Stopped: the destination " + small.file("music") + " is full."), std::string::npos) << run.out;
+    EXPECT_EQ(run.out.find("on the device"), std::string::npos) << run.out;
+    for (const auto& name : filesBelow(small.path()))
+        EXPECT_EQ(name.find(".zqpod-"), std::string::npos) << name;
+    ::umount(small.path().c_str());
+}
+
 TEST(DeviceSelection, ByPathSerialOrNameOrTheOneConnected)
 {
     ZQ_MAKE_SANDBOX(sandbox);

@@ -1,4 +1,5 @@
 #include "ArtworkExport.h"
+#include "TerminalText.h"
 
 #include "ZQCore/artwork/AlbumArt.h"
 #include "ZQCore/device/ZQCoreiPod.h"
@@ -52,7 +53,7 @@ std::shared_ptr<const zq::Image> bestImage(const zq::AlbumArt& art)
     return nullptr;
 }
 
-std::size_t exportAlbumArt(std::ostream& out, const zq::ZQCoreiPod& library, const std::string& folder)
+ArtExport exportAlbumArt(std::ostream& out, std::ostream& err, const zq::ZQCoreiPod& library, const std::string& folder)
 {
     std::vector<Album> albums;
     std::map<std::pair<std::string, std::string>, std::size_t> index;
@@ -71,7 +72,7 @@ std::size_t exportAlbumArt(std::ostream& out, const zq::ZQCoreiPod& library, con
         throw zq::Exception("zqpod", "Cannot create the folder " + folder + ": " + error.message());
 
     std::set<std::string> used;
-    std::size_t written = 0;
+    ArtExport result;
     for (const Album& album : albums) {
         const std::string title = (album.artist.empty() ? "" : album.artist + " - ") +
                                   (album.name.empty() ? std::string("(no album)") : album.name);
@@ -84,13 +85,20 @@ std::size_t exportAlbumArt(std::ostream& out, const zq::ZQCoreiPod& library, con
             if ((image = bestImage(*art)))
                 break;
         }
+        if (!image && !art) {
+            out << "no artwork: " << terminalSafe(title) << '\n';
+            continue;
+        }
+        // Artwork that is there but cannot be read is a failure, never "no artwork".
         if (!image) {
-            out << (art ? "unreadable artwork: " : "no artwork: ") << title << '\n';
+            err << "unreadable artwork: " << terminalSafe(title) << '\n';
+            ++result.failed;
             continue;
         }
         auto png = image->pngData();
         if (!png) {
-            out << "cannot encode artwork: " << title << '\n';
+            err << "cannot encode artwork: " << terminalSafe(title) << '\n';
+            ++result.failed;
             continue;
         }
         std::string base = safeFileName(title);
@@ -104,12 +112,12 @@ std::size_t exportAlbumArt(std::ostream& out, const zq::ZQCoreiPod& library, con
         stream.close();
         if (!stream)
             throw zq::Exception("zqpod", "Cannot write " + path.string());
-        ++written;
-        out << "wrote " << path.string() << " (" << image->width() << " x " << image->height() << ", artwork "
+        ++result.written;
+        out << "wrote " << terminalSafe(path.string()) << " (" << image->width() << " x " << image->height() << ", artwork "
             << art->artworkID() << ", " << album.tracks.size() << (album.tracks.size() == 1 ? " track" : " tracks")
             << ")\n";
     }
-    return written;
+    return result;
 }
 
 } // namespace zqpod

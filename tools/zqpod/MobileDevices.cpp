@@ -140,7 +140,10 @@ int copyTrack(const std::vector<std::string>& args, std::ostream& out, std::ostr
         return 130;
     }
     const auto expected = track->sizeOfTrackFile();
-    if (failure.empty() && !result.completed && result.error == EXDEV)
+    if (failure.empty() && !result.completed && result.destinationFailed)
+        failure = "cannot write " + args[2] + ": " + std::strerror(result.error) +
+                  (result.error == ENOSPC || result.error == EDQUOT ? " (the destination is full)" : "");
+    else if (failure.empty() && !result.completed && result.error == EXDEV)
         failure = std::string(zq::kRefusedOutsideDevice) + " (" + devicePath + ")";
     else if (failure.empty() && !result.completed)
         failure = "cannot read " + devicePath + " on " + library->name().value_or("the device") + ": " +

@@ -353,7 +353,7 @@ bool deviceHasGone(const zq::ZQCoreiPod& library, int error)
 /// Copies one track; "" on success, else why not. `gone` is set when the device cannot be read
 /// any more.
 std::string copyOne(const zq::ZQCoreiPod& library, const PlannedTrack& item, const fs::path& root, CopyProgress& progress,
-                    bool& gone)
+                    bool& gone, bool& full)
 {
     const fs::path target = root / item.target;
     std::error_code error;
@@ -384,6 +384,12 @@ std::string copyOne(const zq::ZQCoreiPod& library, const PlannedTrack& item, con
     if (!result.completed) {
         if (result.error == 0)
             return "interrupted";
+        // A full or read-only destination is the destination's failure, named as such.
+        if (result.destinationFailed) {
+            full = result.error == ENOSPC || result.error == EDQUOT;
+            return "cannot write " + target.string() + ": " + errorText(result.error) +
+                   (full ? " (the destination is full)" : "");
+        }
         if (deviceHasGone(library, result.error))
             return goneMessage(result.error);
         if (result.error == ENOENT)
@@ -690,8 +696,8 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
             if (item.target != item.wanted)
                 progress.note("kept     " + item.wanted + " (a different file); this copy is " + item.target, false);
             progress.startFile(item.target);
-            bool gone = false;
-            const std::string why = copyOne(library, item, root, progress, gone);
+            bool gone = false, full = false;
+            const std::string why = copyOne(library, item, root, progress, gone, full);
             progress.finishFile(item.size);
             if (why == "interrupted") {
                 summary.interrupted = true;
@@ -701,9 +707,10 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
                 progress.note("failed   " + item.target + ": " + why, false);
                 ++summary.failed;
                 ++copyFailures;
-                if (gone) {
+                if (gone || full) {
                     // Every further track would fail the same way, each after its own wait.
-                    summary.deviceGone = true;
+                    summary.deviceGone = gone;
+                    summary.destinationFull = full;
                     break;
                 }
                 continue;
@@ -719,7 +726,7 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
 
     // Playlists and covers describe what is in the destination, so they follow a whole run.
     std::size_t playlistsWritten = 0, coversWritten = 0;
-    if (!summary.interrupted && !summary.deviceGone && (options.playlists || options.art)) {
+    if (!summary.interrupted && !summary.deviceGone && !summary.destinationFull && (options.playlists || options.art)) {
         std::set<std::string> taken;
         for (const auto& item : planned)
             if (!item.target.empty())
@@ -818,6 +825,11 @@ CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options
             << formatBytes(summary.bytesCopied) << "), skipped " << summary.skipped << ", failed " << summary.failed
             << "; " << notCopied << " not copied. No partial file was left; connect the device again and run the same "
             << "command to finish.\n";
+    else if (summary.destinationFull)
+        out << "Stopped: the destination " << root.string() << " is full. Copied " << plural(summary.copied, "file", "files")
+            << " (" << formatBytes(summary.bytesCopied) << "), skipped " << summary.skipped << ", failed "
+            << summary.failed << "; " << notCopied << " not copied. No partial file was left; make room there and run "
+            << "the same command again to finish.\n";
     else if (summary.interrupted)
         out << "Interrupted: copied " << plural(summary.copied, "file", "files") << " ("
             << formatBytes(summary.bytesCopied) << "), skipped " << summary.skipped << ", failed " << summary.failed

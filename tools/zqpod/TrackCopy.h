@@ -40,6 +40,7 @@ struct CopySummary {
     std::uint64_t bytesCopied = 0;
     bool interrupted = false;
     bool deviceGone = false;  ///< the copy stopped because the device could not be read any more
+    bool destinationFull = false;  ///< the copy stopped because the destination has no room left
 };
 
 /// A request that cannot be carried out at all (unknown playlist, destination inside the device

@@ -298,8 +298,14 @@ int runArt(const std::vector<std::string>& args)
     auto library = zqpod::openSelectedDevice(device);
     if (zqpod::interruptRequested())
         return kExitInterrupted;
-    const std::size_t written = zqpod::exportAlbumArt(std::cout, *library, parsed.positional[0]);
+    const zqpod::ArtExport exported = zqpod::exportAlbumArt(std::cout, std::cerr, *library, parsed.positional[0]);
+    const std::size_t written = exported.written;
     std::cout << written << (written == 1 ? " file" : " files") << " written\n";
+    if (exported.failed) {
+        std::cerr << "zqpod art: the artwork of " << exported.failed << (exported.failed == 1 ? " album" : " albums")
+                  << " could not be read\n";
+        return kExitFailure;
+    }
     if (const auto& why = library->artworkLoadError()) {
         std::cerr << "zqpod art: the device's artwork database could not be read, so its covers are missing: "
                   << zqpod::terminalSafe(*why)
