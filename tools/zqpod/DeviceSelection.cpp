@@ -43,14 +43,17 @@ constexpr const char* kHowToName =
     "Name a device by its mount path (the folder that holds iPod_Control), its serial number, its name or its UDID.";
 
 /// A path named on the command line must be a device's folder: anything else would read as a
-/// library without tracks. A missing path is left to the framework, which names it.
+/// library without tracks.
 void checkIsDeviceFolder(const std::string& path)
 {
     namespace fs = std::filesystem;
     std::error_code error;
     const auto status = fs::status(path, error);
+    // Said in the user's words here; the framework's own reason names its classes.
     if (!fs::exists(status))
-        return;
+        throw DeviceSelectionError(path + " does not exist. Name the folder where the iPod's volume is mounted (the "
+                                          "one that holds iPod_Control), or a phone's folder (the one that holds "
+                                          "iTunes_Control).");
     if (!fs::is_directory(status))
         throw DeviceSelectionError(path + " is not a device: it is a file. Name the folder where the iPod's volume "
                                           "is mounted (the one that holds iPod_Control), or a phone's folder (the one "
@@ -80,7 +83,7 @@ Reference selectDevice(const std::optional<std::string>& which)
         if (connected.empty())
             throw DeviceSelectionError(
                 "No device is connected. Connect an iPod in disk mode (it appears in 'zqpod devices'), or name the "
-                "folder that holds its iPod_Control, such as build/sample-ipod.");
+                "folder that holds its iPod_Control (zq-make-sample DIR writes a sample device to try).");
         throw DeviceSelectionError(std::to_string(connected.size()) + " devices are connected; say which one:\n" +
                                    candidateList(connected) + kHowToName);
     }
