@@ -293,9 +293,9 @@ TEST_F(MobileDevices, TheSQLiteLibraryIsCopiedLoadedAndItsCopiesRemoved)
 // iTunesDB; a damaged one with nothing else to read ends the load with a reason naming it.
 TEST_F(MobileDevices, ACompressedLibraryIsReadFromiTunesCDB)
 {
-    VolumeSpec spec = twoTrackLibrary("Compressed Phone");
-    spec.compressedDatabase = true;
-    writeMobileDevice(root.path(), spec);
+    VolumeSpec nano = twoTrackLibrary("Compressed Phone");
+    nano.compressedDatabase = true;
+    writeMobileDevice(root.path(), nano);
     ASSERT_EQ(fs::file_size(fs::path(root.path()) / "iTunes_Control" / "iTunes" / "iTunesDB"), 0u);
 
     auto library = open(attach(device(root.path())));
@@ -306,7 +306,7 @@ TEST_F(MobileDevices, ACompressedLibraryIsReadFromiTunesCDB)
     EXPECT_EQ(library->masterPlaylist()->name(), "Compressed Phone");
 
     TempDir damagedRoot;
-    const Data whole = buildITunesCDB(*spec.database);
+    const Data whole = buildITunesCDB(*nano.database);
     writeMobileDevice(damagedRoot.path(), VolumeSpec{.rawITunesDB = Data(), .rawITunesCDB = whole.subdata(0, whole.size() / 2)});
     try {
         open(attach(device(damagedRoot.path())));

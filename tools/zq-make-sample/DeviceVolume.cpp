@@ -48,42 +48,42 @@ std::string escapeXML(const std::string& text)
 
 } // namespace
 
-void writeVolume(const std::string& root, const VolumeSpec& spec)
+void writeVolume(const std::string& root, const VolumeSpec& setup)
 {
     const fs::path base(root);
     const fs::path control = base / "iPod_Control";
     fs::create_directories(control);
 
-    const bool binary = spec.format != LibraryFormat::SQLite;
-    if (spec.rawITunesDB)
-        writeFile(control / "iTunes" / "iTunesDB", *spec.rawITunesDB);
-    else if (spec.database && binary)
-        writeFile(control / "iTunes" / "iTunesDB", spec.compressedDatabase ? Data() : buildITunesDB(*spec.database));
-    if (spec.rawITunesCDB)
-        writeFile(control / "iTunes" / "iTunesCDB", *spec.rawITunesCDB);
-    else if (spec.database && binary && spec.compressedDatabase)
-        writeFile(control / "iTunes" / "iTunesCDB", buildITunesCDB(*spec.database));
-    if (spec.database && spec.format != LibraryFormat::Binary)
-        writeSQLiteLibrary(sqliteLibraryFolder(root), *spec.database, spec.sqlite);
-    if (spec.sysInfo)
-        writeFile(control / "Device" / "SysInfo", *spec.sysInfo);
-    if (spec.sysInfoExtended)
-        writeFile(control / "Device" / "SysInfoExtended", *spec.sysInfoExtended);
-    if (spec.artwork || spec.rawArtworkDB) {
+    const bool binary = setup.format != LibraryFormat::SQLite;
+    if (setup.rawITunesDB)
+        writeFile(control / "iTunes" / "iTunesDB", *setup.rawITunesDB);
+    else if (setup.database && binary)
+        writeFile(control / "iTunes" / "iTunesDB", setup.compressedDatabase ? Data() : buildITunesDB(*setup.database));
+    if (setup.rawITunesCDB)
+        writeFile(control / "iTunes" / "iTunesCDB", *setup.rawITunesCDB);
+    else if (setup.database && binary && setup.compressedDatabase)
+        writeFile(control / "iTunes" / "iTunesCDB", buildITunesCDB(*setup.database));
+    if (setup.database && setup.format != LibraryFormat::Binary)
+        writeSQLiteLibrary(sqliteLibraryFolder(root), *setup.database, setup.sqlite);
+    if (setup.sysInfo)
+        writeFile(control / "Device" / "SysInfo", *setup.sysInfo);
+    if (setup.sysInfoExtended)
+        writeFile(control / "Device" / "SysInfoExtended", *setup.sysInfoExtended);
+    if (setup.artwork || setup.rawArtworkDB) {
         const fs::path artwork = control / "Artwork";
         fs::create_directories(artwork);
         std::optional<ArtworkFiles> built;
-        if (spec.artwork)
-            built = buildArtwork(*spec.artwork);
-        if (spec.rawArtworkDB)
-            writeFile(artwork / "ArtworkDB", *spec.rawArtworkDB);
+        if (setup.artwork)
+            built = buildArtwork(*setup.artwork);
+        if (setup.rawArtworkDB)
+            writeFile(artwork / "ArtworkDB", *setup.rawArtworkDB);
         else
             writeFile(artwork / "ArtworkDB", built->artworkDB);
         if (built)
             for (const auto& [name, contents] : built->thumbnails)
                 writeFile(artwork / name, contents);
     }
-    for (const auto& [relative, contents] : spec.files)
+    for (const auto& [relative, contents] : setup.files)
         writeFile(base / relative, contents);
 }
 

@@ -624,6 +624,6 @@ Data compressITunesDB(const Data& plain, int level)
     return Data(out.data(), out.size());
 }
 
-Data buildITunesCDB(const DatabaseSpec& spec) { return compressITunesDB(buildITunesDB(spec)); }
+Data buildITunesCDB(const DatabaseSpec& database) { return compressITunesDB(buildITunesDB(database)); }
 
 } // namespace zq::sample
