@@ -624,9 +624,13 @@ MUTATIONS = [
      "            continue;\n        }\n        auto png",
      "zqpod/unreadable-artwork-exits-0"),
     ("ZQCore/medialibrary/ZQCoreiPod+MediaLibrary.cpp",
-     "cloudOnly = reader.locatesFiles();",
+     "cloudOnly = locatesFiles;",
      "cloudOnly = true;",
      "medialibrary/unknown-location-taken-for-cloud"),
+    ("ZQCore/foundation/ConfinedOpen.cpp",
+     "    if ((flags & O_PATH) == 0)\n        flags |= O_NONBLOCK;",
+     "",
+     "foundation/device-fifo-blocks-the-open"),
 ]
 
 

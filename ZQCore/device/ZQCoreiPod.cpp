@@ -135,12 +135,11 @@ void ZQCoreiPod::readIdentityProperties()
 {
     const fs::path device = fs::path(iPodBasePath_) / "iPod_Control" / "Device";
     const fs::path extended = device / "SysInfoExtended";
-    struct stat info {};
-    const fs::path sysInfoPath = device / "SysInfo";
-    const std::optional<Data> sysInfo = fileExists(sysInfoPath) ? contentsOfFileAtPath(sysInfoPath) : std::nullopt;
+    // Both through the library's own file access, which never leaves the volume.
+    const std::optional<Data> sysInfo = contentsOfFileAtPath(device / "SysInfo");
     // An empty SysInfoExtended counts as absent; one of which nothing can be read leaves the
     // properties empty without falling back to SysInfo.
-    if (::stat(extended.c_str(), &info) == 0 && static_cast<std::int32_t>(info.st_size) > 0) {
+    if (const auto size = sizeOfFileAtPath(extended); size && static_cast<std::int32_t>(*size) > 0) {
         if (auto contents = contentsOfFileAtPath(extended))
             if (auto list = readSysInfoExtended(*contents))
                 properties_ = std::move(*list);
@@ -208,30 +207,29 @@ bool ZQCoreiPod::loadBinaryDatabase(const std::string& path, const std::string& 
     auto unreadable = [&](const std::string& why) {
         return Exception("ZQCoreiPodLibraryUnreadableException", "The library database " + shownAs + " " + why);
     };
+    std::shared_ptr<XRDataReader> reader;
     if (readsFilesThroughDevice()) {
         if (!sizeOfFileAtPath(path))
             return false;
+        reader = readerForFileAtPath(path);
     } else {
         // A file that is there but cannot be read is an error, never a library without tracks;
-        // one that is a link out of the device is never read at all.
-        const int at = openFileAtPath(path, O_PATH);
-        if (at < 0) {
+        // one that is a link out of the device is never read at all. One open serves the checks
+        // and the walk.
+        const int fd = openFileAtPath(path, O_RDONLY);
+        if (fd < 0) {
             if (errno == ENOENT || errno == ENOTDIR)
                 return false;
             throw unreadable(errno == EXDEV ? std::string("is ") + kRefusedOutsideDevice + "."
                                             : std::string("cannot be read: ") + std::strerror(errno) + ".");
         }
         struct stat info {};
-        const bool regular = ::fstat(at, &info) == 0 && S_ISREG(info.st_mode);
-        ::close(at);
-        if (!regular)
+        if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+            ::close(fd);
             throw unreadable("is not a file.");
-        const int fd = openFileAtPath(path, O_RDONLY);
-        if (fd < 0)
-            throw unreadable(std::string("cannot be read: ") + std::strerror(errno) + ".");
-        ::close(fd);
+        }
+        reader = XRDataReader::dataReaderWithDescriptor(fd, path, true);
     }
-    const auto reader = readerForFileAtPath(path);
     if (!reader)
         throw unreadable("cannot be read.");
     if (reader->length() == 0)
@@ -353,7 +351,7 @@ Value::Dictionary ZQCoreiPod::deviceInfo() const
 int ZQCoreiPod::openFileAtPath(const std::string& path, int flags) const
 {
     if (iPodBasePath_.empty())
-        return ::open(path.c_str(), flags | O_CLOEXEC);
+        return ::open(path.c_str(), flags | ((flags & O_PATH) ? 0 : O_NONBLOCK) | O_CLOEXEC);
     return openInsideFolder(iPodBasePath_, path, flags);
 }
 

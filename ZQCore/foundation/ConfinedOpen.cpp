@@ -75,12 +75,6 @@ int openComponentwise(int rootFd, const fs::path& relative, int flags)
 
 } // namespace
 
-bool isLexicallyInside(const std::string& root, const std::string& path)
-{
-    fs::path relative;
-    return relativeBelow(root, path, relative);
-}
-
 int openInsideFolder(const std::string& root, const std::string& path, int flags)
 {
     fs::path relative;
@@ -88,6 +82,10 @@ int openInsideFolder(const std::string& root, const std::string& path, int flags
         errno = EXDEV;
         return -1;
     }
+    // Never waits on the open: a device's "file" may be a FIFO or a device node, which every
+    // reader then refuses as no regular file. (Reads of regular files ignore the flag.)
+    if ((flags & O_PATH) == 0)
+        flags |= O_NONBLOCK;
     Descriptor rootFd{::open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
     if (rootFd.fd < 0)
         return -1;

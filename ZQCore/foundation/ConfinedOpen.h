@@ -17,14 +17,12 @@ namespace zq {
 /// Links that stay inside are followed. The check and the open are one step, so a link swapped
 /// in between cannot lead out either. Answers the descriptor, or -1 with errno set: EXDEV when
 /// the path (by its text or through a link) leads outside `root`, otherwise the open's own error.
+/// Opens other than O_PATH never wait (O_NONBLOCK is added): a FIFO on a device is refused by
+/// its reader as no regular file instead of hanging the open.
 ///
 /// Uses openat2() with RESOLVE_BENEATH; on a kernel without it, walks the path a component at a
 /// time with O_NOFOLLOW and then refuses every symbolic link (ELOOP).
 ZQ_EXPORT int openInsideFolder(const std::string& root, const std::string& path, int flags);
-
-/// Whether `path`, by its text alone, names something inside `root` (no ".." that climbs out,
-/// not somewhere else altogether). Links are not looked at.
-ZQ_EXPORT bool isLexicallyInside(const std::string& root, const std::string& path);
 
 /// The error a person reads when a device's path is refused.
 inline constexpr const char* kRefusedOutsideDevice = "refused: the device names a file outside itself";

@@ -107,8 +107,10 @@ void ZQCoreiPod::loadMediaLibrary(const std::string& database, const std::string
     // read, and there is no library to show.
     Tracks tracks;
     std::unordered_map<std::int64_t, std::shared_ptr<iPodTrack>> trackByPid;
+    bool locatesFiles = false;
     for (;;) {
         const MediaLibraryItemReader reader(connection.handle(), schema);
+        locatesFiles = reader.locatesFiles();
         tracks.clear();
         trackByPid.clear();
         try {
@@ -125,7 +127,7 @@ void ZQCoreiPod::loadMediaLibrary(const std::string& database, const std::string
                     // No base location or no file name: the item is in the library but its file
                     // is not on the device (bought or matched music left in the cloud). Where
                     // the database holds no locations at all, that is not known.
-                    cloudOnly = reader.locatesFiles();
+                    cloudOnly = locatesFiles;
                 }
                 auto track = iPodTrack::initWithMediaLibraryItem(item, filePath, self);
                 if (cloudOnly)
@@ -146,7 +148,7 @@ void ZQCoreiPod::loadMediaLibrary(const std::string& database, const std::string
         }
     }
 
-    if (!MediaLibraryItemReader(connection.handle(), schema).locatesFiles() && !tracks.empty())
+    if (!locatesFiles && !tracks.empty())
         warn("MediaLibrary.sqlitedb holds no file locations (the table that keeps them is missing or cannot be "
              "read), so where the tracks' files are is unknown.");
     for (const auto& [table, reason] : schema.unreadableTables())
