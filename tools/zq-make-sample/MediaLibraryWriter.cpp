@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <map>
 #include <set>
@@ -397,6 +398,51 @@ std::string coverName(std::uint64_t albumID, bool png)
     return "Originals/" + std::string(name);
 }
 
+/// Removes an earlier database at `path` with its journal files, and makes its folder.
+void clearDatabaseFile(const fs::path& path)
+{
+    for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
+        std::error_code ignored;
+        fs::remove(path.string() + suffix, ignored);
+    }
+    fs::create_directories(path.parent_path());
+}
+
+/// The rows of the name tables, ids from 1 in first-use order.
+void writeNameTables(Db& db, const Names& artists, const Names& albumArtists, const Names& genres, const Names& composers)
+{
+    auto names = [&](const char* table, const char* key, const char* column, const Names& list) {
+        for (std::size_t i = 0; i < list.names().size(); ++i)
+            db.run(std::string("INSERT INTO ") + table + " (" + key + ", " + column + ") VALUES (?, ?)",
+                   {static_cast<std::int64_t>(i + 1), list.names()[i]});
+    };
+    names("item_artist", "item_artist_pid", "item_artist", artists);
+    names("album_artist", "album_artist_pid", "album_artist", albumArtists);
+    names("genre", "genre_id", "genre", genres);
+    names("composer", "composer_pid", "composer", composers);
+}
+
+/// Commits what is written so far into the main file, then writes the last statistics and
+/// playlists of `setup` (and its extra statements) as committed frames that stay in the WAL, as
+/// on a phone in use. `stats` and `container` write one track's statistics and one playlist.
+void writePendingPart(Db& db, const PhoneSpec& setup, std::size_t pendingFrom, std::size_t pendingPlaylistsFrom,
+                      const std::function<void(const TrackSpec&)>& stats,
+                      const std::function<void(const PlaylistSpec&)>& container)
+{
+    const DatabaseSpec& d = setup.database;
+    db.exec("COMMIT;");
+    db.exec("PRAGMA wal_checkpoint(TRUNCATE);");
+    int off = 0;
+    sqlite3_db_config(db.handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, &off);
+    db.exec("PRAGMA wal_autocheckpoint=0; BEGIN;");
+    for (std::size_t i = pendingFrom; i < d.tracks.size(); ++i)
+        stats(d.tracks[i]);
+    for (std::size_t i = pendingPlaylistsFrom; i < d.playlists.size(); ++i)
+        container(d.playlists[i]);
+    for (const auto& sql : setup.statements)
+        db.exec(sql);
+}
+
 void writeStats(Db& db, bool modern, const TrackSpec& t)
 {
     if (modern)
@@ -456,11 +502,7 @@ void writeDatabase(const fs::path& path, const PhoneSpec& setup)
 {
     const bool modern = setup.generation == MediaLibraryGeneration::Modern;
     const DatabaseSpec& d = setup.database;
-    for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
-        std::error_code ignored;
-        fs::remove(path.string() + suffix, ignored);
-    }
-    fs::create_directories(path.parent_path());
+    clearDatabaseFile(path);
     Db db(path);
     db.exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=OFF;");
     db.exec(modern ? kModernSchema : kIOS6Schema);
@@ -545,16 +587,10 @@ void writeDatabase(const fs::path& path, const PhoneSpec& setup)
                    {static_cast<std::int64_t>(id), text(first->album), text(first->album), albumArtist,
                     integer(first->compilation)});
     }
-    auto names = [&](const char* table, const char* key, const char* column, const Names& list) {
-        for (std::size_t i = 0; i < list.names().size(); ++i)
-            db.run(std::string("INSERT INTO ") + table + " (" + key + ", " + column + ") VALUES (?, ?)",
-                   {static_cast<std::int64_t>(i + 1), list.names()[i]});
-    };
-    names("item_artist", "item_artist_pid", "item_artist", artists);
-    names("album_artist", "album_artist_pid", "album_artist", albumArtists);
-    names("genre", "genre_id", "genre", genres);
-    names("composer", "composer_pid", "composer", composers);
-    names("base_location", "base_location_id", "path", bases);
+    writeNameTables(db, artists, albumArtists, genres, composers);
+    for (std::size_t i = 0; i < bases.names().size(); ++i)
+        db.run("INSERT INTO base_location (base_location_id, path) VALUES (?, ?)",
+               {static_cast<std::int64_t>(i + 1), bases.names()[i]});
 
     // Covers.
     for (const auto& [albumID, cover] : setup.covers) {
@@ -577,19 +613,9 @@ void writeDatabase(const fs::path& path, const PhoneSpec& setup)
     const std::size_t pendingPlaylistsFrom = d.playlists.size() - std::min(setup.pendingPlaylists, d.playlists.size());
     for (std::size_t i = 0; i < pendingPlaylistsFrom; ++i)
         writeContainer(db, modern, d.playlists[i], pids);
-    db.exec("COMMIT;");
-    db.exec("PRAGMA wal_checkpoint(TRUNCATE);");
-
-    // What follows stays in the WAL: committed, not checkpointed, as on a phone in use.
-    int off = 0;
-    sqlite3_db_config(db.handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, &off);
-    db.exec("PRAGMA wal_autocheckpoint=0; BEGIN;");
-    for (std::size_t i = pendingFrom; i < d.tracks.size(); ++i)
-        writeStats(db, modern, d.tracks[i]);
-    for (std::size_t i = pendingPlaylistsFrom; i < d.playlists.size(); ++i)
-        writeContainer(db, modern, d.playlists[i], pids);
-    for (const auto& sql : setup.statements)
-        db.exec(sql);
+    writePendingPart(
+        db, setup, pendingFrom, pendingPlaylistsFrom, [&](const TrackSpec& t) { writeStats(db, modern, t); },
+        [&](const PlaylistSpec& p) { writeContainer(db, modern, p, pids); });
     db.exec("COMMIT;");
     db.finalize();
 }
@@ -671,11 +697,7 @@ void writeIOS8Container(Db& db, const PlaylistSpec& p, const std::map<std::uint3
 void writeIOS8Database(const fs::path& path, const PhoneSpec& setup)
 {
     const DatabaseSpec& d = setup.database;
-    for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
-        std::error_code ignored;
-        fs::remove(path.string() + suffix, ignored);
-    }
-    fs::create_directories(path.parent_path());
+    clearDatabaseFile(path);
     {
         Db db(path);
         db.exec("PRAGMA journal_mode=WAL; PRAGMA synchronous=OFF;");
@@ -733,33 +755,16 @@ void writeIOS8Database(const fs::path& path, const PhoneSpec& setup)
                    {static_cast<std::int64_t>(id), first->album.value_or(""), text(first->album),
                     albumArtists.idOf(first->albumArtist), pidOf(*first), integer(first->compilation),
                     integer(first->seasonNumber), integer(first->year)});
-        auto names = [&](const char* table, const char* key, const char* column, const Names& list) {
-            for (std::size_t i = 0; i < list.names().size(); ++i)
-                db.run(std::string("INSERT INTO ") + table + " (" + key + ", " + column + ") VALUES (?, ?)",
-                       {static_cast<std::int64_t>(i + 1), list.names()[i]});
-        };
-        names("item_artist", "item_artist_pid", "item_artist", artists);
-        names("album_artist", "album_artist_pid", "album_artist", albumArtists);
-        names("genre", "genre_id", "genre", genres);
-        names("composer", "composer_pid", "composer", composers);
+        writeNameTables(db, artists, albumArtists, genres, composers);
         for (const auto& [folder, id] : music)
             db.run("INSERT INTO base_location (base_location_id, path) VALUES (?, ?)", {id, folder});
         const std::size_t pendingPlaylistsFrom =
             d.playlists.size() - std::min(setup.pendingPlaylists, d.playlists.size());
         for (std::size_t i = 0; i < pendingPlaylistsFrom; ++i)
             writeIOS8Container(db, d.playlists[i], pids);
-        db.exec("COMMIT;");
-        db.exec("PRAGMA wal_checkpoint(TRUNCATE);");
-
-        int off = 0;
-        sqlite3_db_config(db.handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, &off);
-        db.exec("PRAGMA wal_autocheckpoint=0; BEGIN;");
-        for (std::size_t i = pendingFrom; i < d.tracks.size(); ++i)
-            writeIOS8Stats(db, d.tracks[i]);
-        for (std::size_t i = pendingPlaylistsFrom; i < d.playlists.size(); ++i)
-            writeIOS8Container(db, d.playlists[i], pids);
-        for (const auto& sql : setup.statements)
-            db.exec(sql);
+        writePendingPart(
+            db, setup, pendingFrom, pendingPlaylistsFrom, [&](const TrackSpec& t) { writeIOS8Stats(db, t); },
+            [&](const PlaylistSpec& p) { writeIOS8Container(db, p, pids); });
         // The phone's own virtual table, declared as the phone declares it; SQLite here has no
         // module for it, so nothing may use it after this.
         db.exec("PRAGMA writable_schema=ON;");
