@@ -35,8 +35,8 @@ std::string formatDuration(std::chrono::seconds duration)
     return text;
 }
 
-CopyProgress::CopyProgress(std::ostream& out, bool live, int columns)
-    : out_(out), live_(live), columns_(std::clamp(columns, 40, 300))
+CopyProgress::CopyProgress(std::ostream& out, std::ostream& err, bool live, int columns)
+    : out_(out), err_(err), live_(live), columns_(std::clamp(columns, 40, 300))
 {
 }
 
@@ -72,13 +72,19 @@ void CopyProgress::finishFile(std::uint64_t plannedBytes)
         draw(Clock::now());
 }
 
-void CopyProgress::note(const std::string& line, bool routine)
+void CopyProgress::note(const std::string& line, Kind kind)
 {
-    if (live_ && routine)
+    if (live_ && kind == Routine)
         return;
     if (live_)
         clearLine();
-    out_ << terminalSafe(line) << '\n';
+    if (kind == Failure) {
+        // After what stands on standard output, as both often go to one terminal or log.
+        out_.flush();
+        err_ << terminalSafe(line) << '\n';
+        err_.flush();
+    } else
+        out_ << terminalSafe(line) << '\n';
     if (live_ && drawn_)
         draw(Clock::now());
     out_.flush();
