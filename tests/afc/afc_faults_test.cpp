@@ -174,8 +174,9 @@ TEST(FailingPhone, EveryFaultIsReportedAndLeavesNothingWrong)
         for (const auto& text : row.said)
             EXPECT_THAT(run.out + run.err, HasSubstr(text));
         for (const auto& text : row.said)  // a file that failed is said on standard error
-            if (text.starts_with("failed   "))
+            if (text.starts_with("failed   ")) {
                 EXPECT_THAT(run.err, HasSubstr(text));
+            }
         EXPECT_THAT(run.out + run.err, Not(HasSubstr("file missing")));
         EXPECT_THAT(run.out, Not(HasSubstr("Tracks:        0")));
         EXPECT_LT(took, std::chrono::seconds(6)) << "a frozen phone costs one timeout of 1 s, not one per request";
