@@ -78,13 +78,11 @@ void CopyProgress::note(const std::string& line, Kind kind)
         return;
     if (live_)
         clearLine();
-    if (kind == Failure) {
-        // After what stands on standard output, as both often go to one terminal or log.
-        out_.flush();
-        err_ << terminalSafe(line) << '\n';
-        err_.flush();
-    } else
-        out_ << terminalSafe(line) << '\n';
+    std::ostream& to = kind == Failure ? err_ : out_;
+    if (&to != &out_)
+        out_.flush();  // what stands before it comes first: both streams often end in one log
+    to << terminalSafe(line) << '\n';
+    to.flush();
     if (live_ && drawn_)
         draw(Clock::now());
     out_.flush();
