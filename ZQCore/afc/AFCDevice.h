@@ -98,6 +98,9 @@ private:
     AFCDevice() = default;
 
     [[noreturn]] void raiseFailure(const std::string& path, std::uint64_t offset) const;
+    [[noreturn]] static void raiseSessionFailure(const std::shared_ptr<AFCDeviceRef>& reference, const char* operation,
+                                                 int error);
+    static std::string describe(const std::shared_ptr<AFCDeviceRef>& reference);
     bool hasGone() const;
     std::optional<std::uint64_t> regularFile(const std::string& path);
     std::uint64_t openForReading(const std::string& path);
