@@ -639,6 +639,10 @@ MUTATIONS = [
      "        if (!session)\n            return notAnswering();",
      "        if (!session)\n            return kAFCDaemonNotAnswering;",
      "afc/silent-lockdown-blamed-on-daemon"),
+    ("ZQCore/foundation/ConfinedOpen.cpp",
+     "return ::openat(at, parts.back().c_str(), flags | O_NOFOLLOW | O_CLOEXEC);",
+     "return ::openat(at, parts.back().c_str(), flags | O_CLOEXEC);",
+     "foundation/walk-follows-last-link"),
 ]
 
 
