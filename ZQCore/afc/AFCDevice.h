@@ -32,7 +32,8 @@ public:
 ///
 /// Every failure to open the session throws "AFCDevice" with a reason that names the step
 /// ("Device pairing failed", "AMDeviceConnect failed with error <n>", ...); nothing is undone
-/// before it is thrown. A session listens for "AFC_DeviceWasDisconnected" and passes on to its
+/// before it is thrown. Its kind is Refused when the device does not trust this computer (no
+/// pairing, a pairing it rejects, no session granted), Other for the rest. A session listens for "AFC_DeviceWasDisconnected" and passes on to its
 /// delegate only the departure of its own device.
 class ZQ_EXPORT AFCDevice : public std::enable_shared_from_this<AFCDevice> {
 public:
@@ -63,9 +64,10 @@ public:
 
     // ---- files ----
     // A read that fails is an error, never a short file: the reads below throw a zq::Exception
-    // that names the device and the failure: "AFCDeviceDeparted" (it was disconnected),
-    // "AFCDeviceNotAnswering" (no answer within requestTimeout()), "AFCDeviceCancelled"
-    // (cancelDeviceRequests) or "AFCDeviceReadError" (the device could not read the file).
+    // that names the device and the failure: "AFCDeviceDeparted" (it was disconnected; kind
+    // DeviceGone), "AFCDeviceNotAnswering" (no answer within requestTimeout(); NotAnswering),
+    // "AFCDeviceCancelled" (cancelDeviceRequests; Cancelled) or "AFCDeviceReadError" (the device
+    // could not read the file; NotFound, Refused or Other as the device said).
     // A device that has gone also throws from the existence tests, rather than answering that
     // the file is missing.
 
@@ -85,7 +87,7 @@ public:
     /// True when a regular file was removed; folders are left alone.
     bool deleteFileAtPath(const std::string& path);
     /// Names of the regular files / sub-folders of a folder, in the device's order. Throws
-    /// (empty name and reason) when the folder cannot be listed.
+    /// (empty name and reason, the kind saying why) when the folder cannot be listed.
     std::vector<std::string> listOfFilesAtPath(const std::string& path);
     std::vector<std::string> listOfFoldersAtPath(const std::string& path);
     /// True for a regular file (folders answer false).

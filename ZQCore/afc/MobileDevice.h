@@ -56,6 +56,10 @@ struct AFCKeyValue {
 constexpr int kAFCDeviceDeparted = -1001;
 constexpr int kAFCDeviceNotAnswering = -1002;
 constexpr int kAFCRequestCancelled = -1003;
+/// Two of the service's own error numbers, which name what the device found: no such file or
+/// folder, and a path it will not serve.
+constexpr int kAFCObjectNotFound = 8;
+constexpr int kAFCPermissionDenied = 10;
 
 /// How long one request to a mobile device may take before the device counts as not answering.
 /// From the environment variable ZQ_DEVICE_TIMEOUT (seconds, fractions allowed) when set to a
