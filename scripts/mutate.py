@@ -649,6 +649,18 @@ MUTATIONS = [
      "    if ((flags & O_PATH) == 0)\n        flags |= O_NONBLOCK;",
      "",
      "foundation/device-fifo-blocks-the-open"),
+    ("ZQCore/afc/MobileDevice+libimobiledevice.cpp",
+     "    if (!answer && !gCancelled)\n        gDaemonSilent = true;",
+     "",
+     "afc/silent-daemon-not-named"),
+    ("ZQCore/afc/MobileDevice+libimobiledevice.cpp",
+     "        if (!session)\n            return notAnswering();",
+     "        if (!session)\n            return kAFCDaemonNotAnswering;",
+     "afc/silent-lockdown-blamed-on-daemon"),
+    ("ZQCore/foundation/ConfinedOpen.cpp",
+     "return ::openat(at, parts.back().c_str(), flags | O_NOFOLLOW | O_CLOEXEC);",
+     "return ::openat(at, parts.back().c_str(), flags | O_CLOEXEC);",
+     "foundation/walk-follows-last-link"),
 ]
 
 

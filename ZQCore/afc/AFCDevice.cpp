@@ -45,15 +45,6 @@ std::optional<std::uint64_t> regularFileSize(AFCInterface& afc, const std::strin
     return std::min(bytes, kLargestReservation);
 }
 
-/// "1 s", "2.5 s".
-std::string seconds(std::chrono::milliseconds time)
-{
-    std::string text = std::to_string(time.count() / 1000);
-    if (const auto tenths = time.count() % 1000 / 100)
-        text += "." + std::to_string(tenths);
-    return text + " s";
-}
-
 std::string joinPath(const std::string& folder, const std::string& name)
 {
     if (!folder.empty() && folder.back() == '/')
@@ -90,19 +81,49 @@ AFCDevice::~AFCDevice()
         NotificationCenter::defaultCenter().removeObserver(*observer_);
 }
 
+/// A session step that did not come back in time (or was cancelled) is said as such, naming
+/// the part that stayed silent; other failures keep the step's name and number.
+void AFCDevice::raiseSessionFailure(const std::shared_ptr<AFCDeviceRef>& reference, const char* operation, int error,
+                                    ErrorKind kind)
+{
+    switch (error) {
+    case kAFCDaemonNotAnswering: {
+        const auto platform = MobileDevicePlatform::shared();
+        throw Exception(ErrorKind::NotAnswering, "AFCDeviceNotAnswering",
+                        platform->notAnswering().value_or("usbmuxd did not answer") + " while opening " + describe(reference) +
+                            ". Restart it (for example: systemctl restart usbmuxd), then run the command again.");
+    }
+    case kAFCDeviceNotAnswering: {
+        throw Exception(ErrorKind::NotAnswering, "AFCDeviceNotAnswering",
+                        "The lockdown service of " + describe(reference) + " did not answer within " +
+                            requestTimeoutText() +
+                            ". Unlock it, or disconnect and connect it again, then run the command again.");
+    }
+    case kAFCRequestCancelled:
+        throw Exception(ErrorKind::Cancelled, "AFCDeviceCancelled", "Opening " + describe(reference) + " was stopped.");
+    default:
+        raise(kind, failed(operation, error));
+    }
+}
+
 bool AFCDevice::initializeDevice(const std::shared_ptr<AFCDeviceRef>& reference)
 {
     if (!reference || !reference->device())
         return false;
     AMDevice& device = *reference->device();
     if (const int error = device.connect(); error != 0)
-        raise(ErrorKind::Other, failed("AMDeviceConnect", error));
-    if (!device.isPaired())
+        raiseSessionFailure(reference, "AMDeviceConnect", error);
+    if (!device.isPaired()) {
+        // The pairing record is usbmuxd's to give: a daemon that stopped answering is not an
+        // untrusted computer.
+        if (MobileDevicePlatform::shared()->notAnswering())
+            raiseSessionFailure(reference, "AMDeviceConnect", kAFCDaemonNotAnswering);
         raise(ErrorKind::Refused, "Device pairing failed");
+    }
     if (const int error = device.validatePairing(); error != 0)
-        raise(ErrorKind::Refused, failed("AMDeviceValidatePairing", error));
+        raiseSessionFailure(reference, "AMDeviceValidatePairing", error, ErrorKind::Refused);
     if (const int error = device.startSession(); error != 0)
-        raise(ErrorKind::Refused, failed("AMDeviceStartSession", error));
+        raiseSessionFailure(reference, "AMDeviceStartSession", error, ErrorKind::Refused);
     device_ = reference;
     return true;
 }
@@ -113,12 +134,12 @@ std::shared_ptr<AFCConnection> AFCDevice::openDevice(const std::shared_ptr<AFCDe
         return nullptr;
     std::shared_ptr<AMService> handle;
     if (const int error = reference->device()->startService(service, handle); error != 0)
-        raise(ErrorKind::Other, failed("AMDeviceStartService", error));
+        raiseSessionFailure(reference, "AMDeviceStartService", error);
     if (!handle)
         raise(ErrorKind::Other, "AMDeviceStartService didn't initialise a connection");
     std::shared_ptr<AFCConnection> connection;
     if (const int error = handle->afcConnectionOpen(connection); error != 0)
-        raise(ErrorKind::Other, failed("AFCConnectionOpen", error));
+        raiseSessionFailure(reference, "AFCConnectionOpen", error);
     return connection;
 }
 
@@ -140,12 +161,14 @@ void AFCDevice::disconnected(std::uint32_t deviceID)
 
 // ---- files ----------------------------------------------------------------------------------
 
-std::string AFCDevice::describe() const
+std::string AFCDevice::describe() const { return describe(device_); }
+
+std::string AFCDevice::describe(const std::shared_ptr<AFCDeviceRef>& reference)
 {
     std::optional<std::string> name;
-    if (device_ && device_->device())
-        name = device_->device()->copyValue(std::nullopt, "DeviceName");
-    const std::optional<std::string> serial = device_ ? device_->serialNumber() : std::nullopt;
+    if (reference && reference->device())
+        name = reference->device()->copyValue(std::nullopt, "DeviceName");
+    const std::optional<std::string> serial = reference ? reference->serialNumber() : std::nullopt;
     return "the device \"" + name.value_or("iPod") + "\" (serial " + serial.value_or("unknown") + ")";
 }
 
@@ -166,7 +189,7 @@ void AFCDevice::raiseFailure(const std::string& path, std::uint64_t offset) cons
         std::string who = describe();
         who[0] = 'T';  // it opens the sentence
         throw Exception(ErrorKind::NotAnswering, "AFCDeviceNotAnswering",
-                        who + " did not answer within " + seconds(requestTimeout()) +
+                        who + " did not answer within " + requestTimeoutText() +
                             " while reading " + where +
                             ". Unlock it, or disconnect and connect it again, then run the command again "
                             "(ZQ_DEVICE_TIMEOUT sets how many seconds to wait).");

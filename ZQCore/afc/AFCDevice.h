@@ -33,8 +33,10 @@ public:
 /// Every failure to open the session throws "AFCDevice" with a reason that names the step
 /// ("Device pairing failed", "AMDeviceConnect failed with error <n>", ...); nothing is undone
 /// before it is thrown. Its kind is Refused when the device does not trust this computer (no
-/// pairing, a pairing it rejects, no session granted), Other for the rest. A session listens for "AFC_DeviceWasDisconnected" and passes on to its
-/// delegate only the departure of its own device.
+/// pairing, a pairing it rejects, no session granted), NotAnswering when the device's lockdown
+/// service or usbmuxd stayed silent, Cancelled when it was stopped, Other for the rest. A
+/// session listens for "AFC_DeviceWasDisconnected" and passes on to its delegate only the
+/// departure of its own device.
 class ZQ_EXPORT AFCDevice : public std::enable_shared_from_this<AFCDevice> {
 public:
     static constexpr std::uint32_t kChunkSize = 262144;
@@ -100,6 +102,10 @@ private:
     AFCDevice() = default;
 
     [[noreturn]] void raiseFailure(const std::string& path, std::uint64_t offset) const;
+    /// `kind` is what a failure other than a silence or a cancellation counts as.
+    [[noreturn]] static void raiseSessionFailure(const std::shared_ptr<AFCDeviceRef>& reference, const char* operation,
+                                                 int error, ErrorKind kind = ErrorKind::Other);
+    static std::string describe(const std::shared_ptr<AFCDeviceRef>& reference);
     bool hasGone() const;
     std::optional<std::uint64_t> regularFile(const std::string& path);
     std::uint64_t openForReading(const std::string& path);

@@ -56,16 +56,22 @@ struct AFCKeyValue {
 constexpr int kAFCDeviceDeparted = -1001;
 constexpr int kAFCDeviceNotAnswering = -1002;
 constexpr int kAFCRequestCancelled = -1003;
+/// The USB daemon (usbmuxd), through which every device is reached, did not answer within
+/// requestTimeout(); the devices behind it cannot be known.
+constexpr int kAFCDaemonNotAnswering = -1004;
 /// Two of the service's own error numbers, which name what the device found: no such file or
 /// folder, and a path it will not serve.
 constexpr int kAFCObjectNotFound = 8;
 constexpr int kAFCPermissionDenied = 10;
 
-/// How long one request to a mobile device may take before the device counts as not answering.
+/// How long one request to a mobile device, to its lockdown service or to the USB daemon that
+/// reaches it may take before that part counts as not answering.
 /// From the environment variable ZQ_DEVICE_TIMEOUT (seconds, fractions allowed) when set to a
 /// positive number, else 10 seconds; setRequestTimeout replaces it for the process.
 ZQ_EXPORT std::chrono::milliseconds requestTimeout();
 ZQ_EXPORT void setRequestTimeout(std::chrono::milliseconds timeout);
+/// requestTimeout() as messages give it: "10 s", "2.5 s".
+ZQ_EXPORT std::string requestTimeoutText();
 /// Makes every request to a mobile device that is in progress, or starts later, give up at once
 /// with kAFCRequestCancelled. Only sets a flag, so a signal handler (Ctrl-C) may call it.
 ZQ_EXPORT void cancelDeviceRequests() noexcept;
@@ -140,6 +146,11 @@ public:
     virtual int notificationSubscribe(Callback callback) = 0;
     /// The number of devices the transport lists at this moment (0 when it cannot be asked).
     virtual std::size_t attachedDeviceCount() = 0;
+    /// Why devices cannot be known now: a sentence naming the part of the transport that did
+    /// not answer ("usbmuxd, the service that reaches phones over USB, did not answer within
+    /// 3 s"); no value while it answers. Once the daemon has failed to answer, the process asks
+    /// it nothing more, so a stuck daemon costs one timeout, not one per request.
+    virtual std::optional<std::string> notAnswering() const { return std::nullopt; }
 
     /// The process's platform: libimobiledevice through usbmuxd unless one was set before.
     static std::shared_ptr<MobileDevicePlatform> shared();

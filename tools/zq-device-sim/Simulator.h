@@ -43,6 +43,7 @@ struct Device {
     };
     std::vector<Fault> faults;     ///< for trying how clients meet a failing device
     std::atomic<bool> frozen{false};
+    bool lockdownSilent = false;   ///< its lockdown service reads requests and answers none
     std::function<void()> depart;  ///< detaches the device (set by whoever attaches it)
 
     std::mutex servicesMutex;
@@ -68,6 +69,9 @@ public:
     std::string attach(std::shared_ptr<Device> device);
     std::string detach(const std::string& udid);
     void restart();
+    /// Requests are read and never answered from now on (connections are still taken), as by
+    /// a usbmuxd that hangs; or answered again.
+    void hang(bool hung) { hung_ = hung; }
     /// Drops every connection and stops accepting; waits (briefly) for the client threads.
     void stop();
 
@@ -104,6 +108,7 @@ private:
     std::size_t runningThreads_ = 0;
     std::condition_variable threadsDone_;
 
+    std::atomic<bool> hung_{false};
     std::atomic<bool> acceptRunning_{false};
     std::mutex acceptMutex_;
     std::condition_variable acceptDone_;

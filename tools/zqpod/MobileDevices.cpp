@@ -11,6 +11,7 @@
 #include "ZQCore/afc/AFCDeviceRef.h"
 #include "ZQCore/afc/AFCFactory.h"
 #include "ZQCore/afc/AFCiPodRef.h"
+#include "ZQCore/afc/MobileDevice.h"
 #include "ZQCore/device/ZQCore.h"
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
@@ -48,7 +49,12 @@ std::string explain(const zq::AFCDeviceOpenFailure& failure)
     return failure.description();
 }
 
+/// Devices that were attached but could not be opened (each said on stderr as it failed).
+int gUnopenedDevices = 0;
+
 } // namespace
+
+int unopenedMobileDevices() { return gUnopenedDevices; }
 
 void collectMobileDevices()
 {
@@ -61,12 +67,19 @@ void collectMobileDevices()
     zq::setLogHandler([](const std::string&) {});
     zq::NotificationCenter::defaultCenter().addObserver(
         "AFC_DeviceCouldNotBeOpened", [](const std::string&, const std::any& object) {
-            if (const auto* failure = std::any_cast<zq::AFCDeviceOpenFailure>(&object))
+            if (const auto* failure = std::any_cast<zq::AFCDeviceOpenFailure>(&object)) {
+                ++gUnopenedDevices;
                 std::cerr << "zqpod: " << explain(*failure) << std::endl;
+            }
         });
     zq::ZQCore::sharedInstance();
     zq::AFCFactory::factory()->waitForAttachedDevices(std::chrono::seconds(5));
+    if (const auto silent = mobileDevicesUnreachable())
+        std::cerr << "zqpod: " << *silent << ": phones and iPod touches cannot be listed. Restart it (for example: "
+                  << "systemctl restart usbmuxd) and try again; --timeout sets how many seconds to wait.\n";
 }
+
+std::optional<std::string> mobileDevicesUnreachable() { return zq::MobileDevicePlatform::shared()->notAnswering(); }
 
 std::optional<std::string> udidOf(const zq::ZQCoreiPodRef& reference)
 {
