@@ -146,20 +146,24 @@ TEST_F(DeviceErrorKinds, WhatIsNotOnThePhoneIsNotFound)
     EXPECT_THAT(session.listOfFilesAtPath("/Music"), ::testing::ElementsAre("song.m4a"));
 }
 
-TEST_F(DeviceErrorKinds, AStoppedRequestIsCancelled)
+TEST_F(DeviceErrorKinds, AStoppedRequestIsCancelledAndNotTheDevicesEnd)
 {
     auto reference = attach("");
     ASSERT_NE(reference, nullptr);
     auto& session = *reference->device();
-    // Stopping is for the whole process and cannot be taken back, so it happens in a child.
-    GTEST_FLAG_SET(death_test_style, "fast");
-    EXPECT_EXIT(
-        {
-            cancelDeviceRequests();
-            const auto error = readingFails(session);
-            std::_Exit(!error ? 2 : error->kind() == ErrorKind::Cancelled && error->name() == "AFCDeviceCancelled" ? 0 : 1);
-        },
-        ::testing::ExitedWithCode(0), "");
+    auto token = std::make_shared<CancellationToken>();
+    token->cancel();
+    std::optional<Exception> error;
+    {
+        CancellationScope scope(token);
+        error = readingFails(session);
+    }
+    ASSERT_TRUE(error.has_value());
+    EXPECT_EQ(error->kind(), ErrorKind::Cancelled) << error->what();
+    EXPECT_EQ(error->name(), "AFCDeviceCancelled");
+    // The work was stopped, the phone is still there: the next read is not cancelled.
+    const auto again = readingFails(session);
+    EXPECT_FALSE(again.has_value()) << again->what();
 }
 
 TEST_F(DeviceErrorKinds, AnUntrustingPhoneRefusesAndIsReportedWithTheKind)
