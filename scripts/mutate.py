@@ -493,7 +493,7 @@ MUTATIONS = [
      "    if (false) {",
      "reader/device-name-not-from-plain-list"),
     ("ZQCore/device/ZQCoreiPod.cpp",
-     "        throw unreadable(\"is empty (0 bytes).\");",
+     "        throw unreadable(ErrorKind::Damaged, \"is empty (0 bytes).\");",
      "        return false;",
      "device/empty-database-as-no-library"),
     ("ZQCore/device/ZQCoreiPod.cpp",
