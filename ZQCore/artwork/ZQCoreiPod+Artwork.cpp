@@ -58,7 +58,7 @@ std::optional<std::string> thumbnailPath(const std::string& folderPath, std::opt
 }
 
 /// The artwork of the image list at the reader's position, in file order.
-Artworks readImageList(XRDataReader& reader, const std::string& folderPath, const std::shared_ptr<ZQCoreiPod>& library)
+Artworks readImageList(XRDataReader& reader, const std::string& folderPath, const std::shared_ptr<TrackLibrary>& library)
 {
     const std::uint32_t listStart = reader.position();
     const auto list = reader.readBlock<MHLIHeader::size>();
@@ -132,7 +132,7 @@ std::vector<const Artworks*> pointersTo(const std::vector<Artworks>& lists)
     return pointers;
 }
 
-std::shared_ptr<ZQCoreiPod> selfIfShared(ZQCoreiPod& library)
+std::shared_ptr<TrackLibrary> selfIfShared(ZQCoreiPod& library)
 {
     // A library object made outside a shared_ptr (none of the framework's are) still walks;
     // its representations then have no library to read through and answer no image.

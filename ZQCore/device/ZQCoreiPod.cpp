@@ -6,7 +6,7 @@
 #include "ZQCore/device/ZQCore.h"
 #include "ZQCore/device/SysInfoFiles.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
-#include "ZQCore/foundation/ConfinedOpen.h"
+#include "ZQCore/files/VolumeFiles.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/File.h"
 #include "ZQCore/foundation/Log.h"
@@ -16,7 +16,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <sys/statvfs.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -47,6 +46,7 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
     if (!path || !fileExists(*path))
         throw Exception("ZQCoreiPodNotFoundException", "Exception: Could not init ZQCoreiPod - path doesn't exist.");
     iPodBasePath_ = *path;
+    setFiles(std::make_shared<VolumeFiles>(iPodBasePath_));
     const fs::path base(iPodBasePath_);
 
     // A phone's file system (an ifuse mount, or a copy of one) keeps its whole library in
@@ -335,53 +335,9 @@ std::shared_ptr<iPodTrack> ZQCoreiPod::trackWithID(std::uint64_t trackID, std::u
     return nullptr;
 }
 
-Value::Dictionary ZQCoreiPod::deviceInfo() const
-{
-    // The free size comes first; a figure that cannot be read ends the list, so a volume whose
-    // free size is unknown reports nothing at all.
-    Value::Dictionary info;
-    struct statvfs volume {};
-    if (::statvfs(iPodBasePath_.c_str(), &volume) != 0)
-        return info;
-    info["FSFreeBytes"] = static_cast<std::int64_t>(static_cast<std::uint64_t>(volume.f_bavail) * volume.f_frsize);
-    info["FSTotalBytes"] = static_cast<std::int64_t>(static_cast<std::uint64_t>(volume.f_blocks) * volume.f_frsize);
-    return info;
-}
-
-int ZQCoreiPod::openFileAtPath(const std::string& path, int flags) const
-{
-    if (iPodBasePath_.empty())
-        return ::open(path.c_str(), flags | ((flags & O_PATH) ? 0 : O_NONBLOCK) | O_CLOEXEC);
-    return openInsideFolder(iPodBasePath_, path, flags);
-}
-
-bool ZQCoreiPod::refusesPath(const std::string& path) const
-{
-    if (iPodBasePath_.empty())
-        return false;
-    const int fd = openFileAtPath(path, O_PATH);
-    const int error = errno;
-    if (fd >= 0)
-        ::close(fd);
-    return fd < 0 && error == EXDEV;
-}
-
-std::optional<Data> ZQCoreiPod::contentsOfFileAtPath(const std::string& path) const
-{
-    return Data::contentsOfDescriptor(openFileAtPath(path, O_RDONLY));
-}
-
 std::shared_ptr<XRDataReader> ZQCoreiPod::readerForFileAtPath(const std::string& path) const
 {
-    return XRDataReader::dataReaderWithDescriptor(openFileAtPath(path, O_RDONLY), path, true);
-}
-
-std::optional<Data> ZQCoreiPod::chunkOfFileAtPath(const std::string& path, Range range) const
-{
-    auto file = File::adopt(openFileAtPath(path, O_RDONLY));
-    if (!file)
-        return std::nullopt;
-    return file->readRange(range.location, range.length);
+    return XRDataReader::dataReaderWithDeviceFile(*files_, path, true);
 }
 
 } // namespace zq

@@ -10,6 +10,7 @@
 #include "ZQCore/foundation/Value.h"
 #include "ZQCore/model/iPodTrack.h"
 #include "ZQCore/model/Playlist.h"
+#include "ZQCore/model/TrackLibrary.h"
 
 #include <cstdint>
 #include <functional>
@@ -43,7 +44,9 @@ public:
 /// owns its tracks and playlists; tracks refer back to it without owning it.
 ///
 /// Observable keys: "tracks" (removeTrack) and "playlists" (addPlaylist, removePlaylist).
-class ZQ_EXPORT ZQCoreiPod : public Observable, public std::enable_shared_from_this<ZQCoreiPod> {
+class ZQ_EXPORT ZQCoreiPod : public Observable,
+                             public TrackLibrary,
+                             public std::enable_shared_from_this<ZQCoreiPod> {
 public:
     using Tracks = std::vector<std::shared_ptr<iPodTrack>>;
     using Playlists = std::vector<std::shared_ptr<Playlist>>;
@@ -64,9 +67,7 @@ public:
 
     /// The master playlist's name; without a master playlist the stored name, or "iPod".
     virtual std::optional<std::string> name() const;
-    void setName(const std::optional<std::string>& name);
-    /// The mount point of the device's volume.
-    std::string path() const { return iPodBasePath_; }
+    void setName(const std::optional<std::string>& name) override;
     std::shared_ptr<ZQCoreiPodRef> iPodReference() const { return iPodReference_; }
 
     std::shared_ptr<Playlist> masterPlaylist() const;
@@ -97,38 +98,47 @@ public:
     /// SysInfoExtended tell it (see DeviceModel::fromDeviceInformation); unknown when they do not.
     const DeviceModel& model() const { return model_; }
 
-    /// { "FSTotalBytes", "FSFreeBytes" } of the device's volume, as far as they can be read.
-    virtual Value::Dictionary deviceInfo() const;
+    // ---- the device's files: each of these forwards to files() (see DeviceFiles), which knows
+    // whether they lie on a mounted volume or come over a device session.
+
+    /// { "FSTotalBytes", "FSFreeBytes" } of the device's volume, as far as they can be read; a
+    /// phone over a session gives the attributes its file conduit reports ("Model", ...).
+    Value::Dictionary deviceInfo() const { return files_->fileSystemInfo(); }
     /// A whole file of the device; no value when it cannot be read.
-    virtual std::optional<Data> contentsOfFileAtPath(const std::string& path) const;
+    std::optional<Data> contentsOfFileAtPath(const std::string& path) const { return files_->contentsOfFile(path); }
     /// Up to `range.length` bytes from `range.location` (fewer at the end of the file); no
     /// value when there is no file at the path.
-    virtual std::optional<Data> chunkOfFileAtPath(const std::string& path, Range range) const;
+    std::optional<Data> chunkOfFileAtPath(const std::string& path, Range range) const
+    {
+        return files_->chunkOfFile(path, range);
+    }
     /// The size of a file of the device as the device reports it (its file system's figure,
     /// which may differ from the size the library database records); no value when there is no
     /// such file or the device does not say.
-    virtual std::optional<std::uint64_t> sizeOfFileAtPath(const std::string& path) const;
+    std::optional<std::uint64_t> sizeOfFileAtPath(const std::string& path) const { return files_->sizeOfFile(path); }
     /// Streams a whole file of the device into `destination` (an open, writable descriptor,
     /// left open) without holding it in memory; for a mounted volume the kernel copies it.
     /// `progress` sees the bytes written so far and may stop the copy. A file that cannot be
     /// opened ends at once with its errno.
-    virtual FileCopyResult copyFileAtPath(const std::string& path, int destination,
-                                          const FileCopyProgress& progress = {}) const;
+    FileCopyResult copyFileAtPath(const std::string& path, int destination, const FileCopyProgress& progress = {}) const
+    {
+        return files_->copyFile(path, destination, progress);
+    }
 
     /// Opens a file of the device's volume with `flags` (O_RDONLY, O_PATH), confined to the
     /// volume: a path that leads outside it, by its text or through a symbolic link, is refused
-    /// with EXDEV (see openInsideFolder). Answers the descriptor, or -1 with errno set. A library
-    /// object with no volume (an empty path) opens the path as it is.
-    int openFileAtPath(const std::string& path, int flags) const;
+    /// with EXDEV (see openInsideFolder). Answers the descriptor, or -1 with errno set (ENOTSUP
+    /// for files reached through a session). A library object with no volume (an empty path)
+    /// opens the path as it is.
+    int openFileAtPath(const std::string& path, int flags) const { return files_->openFile(path, flags); }
     /// Whether the device names `path` outside itself (by its text, or through a link on a
     /// mounted volume): such a file is never read, and a copy reports it as refused.
-    virtual bool refusesPath(const std::string& path) const;
+    bool refusesPath(const std::string& path) const { return files_->refusesPath(path); }
 
     /// A reader over a file of the device for the record walks; nullptr when the file cannot be
-    /// read. The disk-mode device walks the file itself through a window rather than reading it
-    /// whole first (see XRDataReader); a subclass that reaches files some other way answers a
-    /// reader over contentsOfFileAtPath.
-    virtual std::shared_ptr<XRDataReader> readerForFileAtPath(const std::string& path) const;
+    /// read. A volume's file is walked through a window rather than read whole first (see
+    /// XRDataReader); a file reached through a session is read whole.
+    std::shared_ptr<XRDataReader> readerForFileAtPath(const std::string& path) const;
 
     /// Why the artwork database could not be loaded (the library loads without artwork then);
     /// no value when it loaded or the device has none.
@@ -147,15 +157,9 @@ public:
     /// not the rest). Empty when everything was read.
     const std::vector<std::string>& loadWarnings() const { return loadWarnings_; }
 
-    bool isConnected() const { return connected_; }
-    void setIsConnected(bool connected) { connected_ = connected; }
-
     /// True for library objects whose files are reached through a device session rather than
-    /// a mounted volume; tracks then read their files through this object.
-    virtual bool readsFilesThroughDevice() const { return false; }
-    /// True when the files are a phone's (reached through a session, or a folder holding a
-    /// phone's iTunes_Control): its thumbnails carry an alpha bit (1-5-5-5).
-    bool holdsPhoneFiles() const { return readsFilesThroughDevice() || phoneFolder_; }
+    /// a mounted volume.
+    bool readsFilesThroughDevice() const { return files_->readsThroughSession(); }
 
     // ---- the binary library database (iTunesDB) ----
     /// Walks a whole library database and keeps its track list and grouped playlist list
@@ -241,6 +245,9 @@ public:
 protected:
     ZQCoreiPod() = default;
 
+    /// The files every read of this library goes through (a new object has those of no device).
+    void setFiles(std::shared_ptr<DeviceFiles> files) { files_ = std::move(files); }
+
     /// The SCSI pass-through of the nub's disk (SG_IO); nullptr, after a message on standard
     /// error, when it cannot be had (permission denied included).
     virtual std::unique_ptr<SCSITaskDeviceInterface> createDeviceInterface(const DeviceInformationNub& entry) const;
@@ -258,7 +265,6 @@ protected:
 
     Tracks tracks_;
     Playlists playlists_;
-    std::string iPodBasePath_;
     std::optional<std::string> name_;
     std::weak_ptr<ZQCoreiPodDelegate> delegate_;
     std::shared_ptr<ZQCoreiPodRef> iPodReference_;
@@ -266,9 +272,7 @@ protected:
     Value properties_;
     std::int32_t autodetectedType_ = 0;
     DeviceModel model_;
-    bool connected_ = false;
     std::optional<std::string> artworkLoadError_;
-    bool phoneFolder_ = false;
     LibrarySource librarySource_ = LibrarySource::None;
     std::vector<std::string> loadWarnings_;
 

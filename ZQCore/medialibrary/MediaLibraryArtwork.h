@@ -23,7 +23,7 @@ class MediaLibrarySchema;
 /// wins over its album's. Tracks without any keep what they had. Rows that name no usable file
 /// are skipped; a table that cannot be read throws "<application identifier>.SQLiteFailed".
 void attachMediaLibraryArtwork(sqlite3* db, const MediaLibrarySchema& schema, const ZQCoreiPod::Tracks& tracks,
-                               const std::string& mediaRoot, const std::shared_ptr<ZQCoreiPod>& parent);
+                               const std::string& mediaRoot, const std::shared_ptr<TrackLibrary>& parent);
 
 /// `relative` joined below `mediaRoot` when it stays inside it (no "..", nothing absolute; the
 /// phone's own "/var/mobile/Media/" in front is dropped); no value otherwise or when empty.

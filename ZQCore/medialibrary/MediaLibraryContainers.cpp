@@ -42,7 +42,7 @@ std::vector<std::int64_t> packedItemPids(std::span<const std::uint8_t> blob)
 
 ZQCoreiPod::Playlists MediaLibraryContainers::load(
     const std::unordered_map<std::int64_t, std::shared_ptr<iPodTrack>>& trackByPid,
-    const std::shared_ptr<ZQCoreiPod>& parent) const
+    const std::shared_ptr<TrackLibrary>& parent) const
 {
     ZQCoreiPod::Playlists playlists;
     if (!schema_.hasTable("container"))

@@ -40,7 +40,7 @@ public:
     /// container are left out: the podcast group is built from the tracks. Throws
     /// "<application identifier>.SQLiteFailed" when the tables cannot be read.
     ZQCoreiPod::Playlists load(const std::unordered_map<std::int64_t, std::shared_ptr<iPodTrack>>& trackByPid,
-                               const std::shared_ptr<ZQCoreiPod>& parent) const;
+                               const std::shared_ptr<TrackLibrary>& parent) const;
 
 private:
     /// Fills the playlists of `byID` from whichever table lists members: the packed blobs of

@@ -98,7 +98,7 @@ void ZQCoreiPod::loadMediaLibrary(const std::string& database, const std::string
 {
     MediaLibraryConnection connection(database);
     MediaLibrarySchema schema(connection.handle());
-    const std::shared_ptr<ZQCoreiPod> self = weak_from_this().lock();
+    const std::shared_ptr<TrackLibrary> self = weak_from_this().lock();
     auto warn = [this](const std::string& warning) { warnAboutLoad(warning); };
 
     // ---- tracks, in row order. A table joined to the items that cannot be read costs the

@@ -65,7 +65,7 @@ class TrackListBuilder {
 public:
     /// `expectedTracks` is the list's own count (the thread starts when it reaches
     /// minimumTracksForThread and the machine has a second processor).
-    TrackListBuilder(std::shared_ptr<ZQCoreiPod> parent, std::string basePath, std::size_t expectedTracks);
+    TrackListBuilder(std::shared_ptr<TrackLibrary> parent, std::string basePath, std::size_t expectedTracks);
     /// Stops and waits for the thread on every way out, a walk that throws included.
     ~TrackListBuilder();
     TrackListBuilder(const TrackListBuilder&) = delete;
@@ -167,7 +167,7 @@ private:
     void make(Batch& batch);
     void run();
 
-    std::shared_ptr<ZQCoreiPod> parent_;
+    std::shared_ptr<TrackLibrary> parent_;
     std::string basePath_;
     std::shared_ptr<TrackArena> arena_;
     LocalDateConverter dates_;

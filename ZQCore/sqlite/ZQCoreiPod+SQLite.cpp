@@ -29,7 +29,7 @@ bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const s
     if (!libraryDB.valid() || !extrasDB.valid() || !locationsDB.valid() || !dynamicsDB.valid())
         return true;
 
-    const std::shared_ptr<ZQCoreiPod> self = weak_from_this().lock();
+    const std::shared_ptr<TrackLibrary> self = weak_from_this().lock();
 
     // ---- tracks
     // Track by dbid, as an index into the collected tracks: the map is hit once per track and

@@ -56,7 +56,7 @@ std::string appendingPathComponent(std::string base, std::string_view component)
 std::shared_ptr<iPodTrack> iPodTrack::initWithSQLiteRow(sqlite3_stmt* row, sqlite3* libraryDatabase,
                                                         sqlite3* /*extrasDatabase*/, sqlite3* locationsDatabase,
                                                         sqlite3* dynamicsDatabase,
-                                                        const std::shared_ptr<ZQCoreiPod>& parent)
+                                                        const std::shared_ptr<TrackLibrary>& parent)
 {
     // One track: its sub-rows are asked one by one rather than reading whole tables.
     SQLiteSubRows subRows(libraryDatabase, locationsDatabase, dynamicsDatabase, false);
@@ -64,7 +64,7 @@ std::shared_ptr<iPodTrack> iPodTrack::initWithSQLiteRow(sqlite3_stmt* row, sqlit
 }
 
 std::shared_ptr<iPodTrack> iPodTrack::initWithSQLiteRow(sqlite3_stmt* row, SQLiteSubRows& sub,
-                                                        const std::shared_ptr<ZQCoreiPod>& parent)
+                                                        const std::shared_ptr<TrackLibrary>& parent)
 {
     auto track = make(parent);
     iPodTrack& t = *track;

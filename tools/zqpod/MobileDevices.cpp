@@ -6,7 +6,7 @@
 
 #include "DeviceSelection.h"
 
-#include "ZQCore/foundation/ConfinedOpen.h"
+#include "ZQCore/files/DeviceFiles.h"
 #include "ZQCore/afc/AFCDevice.h"
 #include "ZQCore/afc/AFCDeviceRef.h"
 #include "ZQCore/afc/AFCFactory.h"
