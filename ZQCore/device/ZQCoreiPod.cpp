@@ -1,5 +1,5 @@
 #include "ZQCore/device/ZQCoreiPod.h"
-#include "ZQCore/reader/RecordLayouts.h"
+#include "ZQCore/reader/iTunesDBLoader.h"
 #include "ZQCore/reader/XRDataReader.h"
 
 #include "ZQCore/afc/AFCiPod.h"
@@ -202,69 +202,6 @@ void ZQCoreiPod::warnAboutLoad(const std::string& warning)
     loadWarnings_.push_back(warning);
 }
 
-bool ZQCoreiPod::loadBinaryDatabase(const std::string& path, const std::string& shownAs)
-{
-    auto unreadable = [&](const std::string& why) {
-        return Exception("ZQCoreiPodLibraryUnreadableException", "The library database " + shownAs + " " + why);
-    };
-    std::shared_ptr<XRDataReader> reader;
-    if (readsFilesThroughDevice()) {
-        if (!sizeOfFileAtPath(path))
-            return false;
-        reader = readerForFileAtPath(path);
-    } else {
-        // A file that is there but cannot be read is an error, never a library without tracks;
-        // one that is a link out of the device is never read at all. One open serves the checks
-        // and the walk.
-        const int fd = openFileAtPath(path, O_RDONLY);
-        if (fd < 0) {
-            if (errno == ENOENT || errno == ENOTDIR)
-                return false;
-            throw unreadable(errno == EXDEV ? std::string("is ") + kRefusedOutsideDevice + "."
-                                            : std::string("cannot be read: ") + std::strerror(errno) + ".");
-        }
-        struct stat info {};
-        if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-            ::close(fd);
-            throw unreadable("is not a file.");
-        }
-        reader = XRDataReader::dataReaderWithDescriptor(fd, path, true);
-    }
-    if (!reader)
-        throw unreadable("cannot be read.");
-    if (reader->length() == 0)
-        throw unreadable("is empty (0 bytes).");
-    // Every library database begins with its "mhbd" record; anything else (a file copied over
-    // it, random bytes) would otherwise walk as an empty library.
-    const auto magic = reader->peekRawBytes(4);
-    if (magic.size() != 4 || std::memcmp(magic.data(), "mhbd", 4) != 0)
-        throw unreadable("is not a library database: it does not begin with \"mhbd\".");
-    // Nor is one whose first data set is not where its header says.
-    // (Headers are a few hundred bytes long; 64 KiB is far beyond any a device writes.)
-    if (const auto header = reader->peekRawBytes(24); header.size() == 24) {
-        const std::uint32_t headerLength = layout::le32(header, layout::ChunkStart::headerLength);
-        const auto dataSets = static_cast<std::int32_t>(layout::le32(header, layout::MHBDHeader::dataSetCount));
-        constexpr std::uint32_t kLongestHeader = 1u << 16;
-        // A file cut short inside its header is damaged, which the walk reports.
-        bool misplaced = headerLength < 24 || headerLength > kLongestHeader;
-        if (!misplaced) {
-            const auto start = reader->peekRawBytes(headerLength + 4);
-            misplaced = start.size() == headerLength + 4 && std::memcmp(start.data() + headerLength, "mhsd", 4) != 0;
-        }
-        // Devices write a handful of data sets; a count past a thousand (or below 0) is no count.
-        constexpr std::int32_t kMostDataSets = 1000;
-        if (dataSets < 0 || dataSets > kMostDataSets || (dataSets > 0 && misplaced))
-            throw unreadable("is not a library database: its header does not describe its data sets.");
-    }
-    try {
-        parseiTunesDBWithReader(*reader);
-    } catch (const Exception& error) {
-        throw Exception(error.name(), "The library database " + shownAs + " is damaged: " + error.reason());
-    }
-    librarySource_ = LibrarySource::iTunesDB;
-    return true;
-}
-
 std::optional<std::string> ZQCoreiPod::name() const
 {
     if (auto master = masterPlaylist())
@@ -333,6 +270,76 @@ std::shared_ptr<iPodTrack> ZQCoreiPod::trackWithID(std::uint64_t trackID, std::u
         if ((track->artworkLink() != 0 && track->artworkLink() == mhiiID) || track->dbid() == trackID)
             return track;
     return nullptr;
+}
+
+// ---- the binary library database: the walk is iTunesDBLoader's. It starts from the library's
+// tracks and playlists (a walk replaces only what its file holds), and what it read is the
+// library's also when it throws.
+
+namespace {
+
+/// Hands a walk the library's tracks and playlists, and takes them back when it ends.
+struct BinaryWalk {
+    BinaryWalk(ZQCoreiPod::Tracks& tracks, ZQCoreiPod::Playlists& playlists, std::vector<std::string>& warnings,
+               std::shared_ptr<TrackLibrary> parent, std::string basePath)
+        : loader(std::move(parent), std::move(basePath), std::move(tracks), std::move(playlists)), tracks_(tracks),
+          playlists_(playlists), warnings_(warnings)
+    {
+    }
+    ~BinaryWalk()
+    {
+        tracks_ = std::move(loader.tracks());
+        playlists_ = std::move(loader.playlists());
+        warnings_.insert(warnings_.end(), loader.warnings().begin(), loader.warnings().end());
+    }
+    iTunesDBLoader loader;
+
+private:
+    ZQCoreiPod::Tracks& tracks_;
+    ZQCoreiPod::Playlists& playlists_;
+    std::vector<std::string>& warnings_;
+};
+
+} // namespace
+
+void ZQCoreiPod::parseiTunesDBWithData(const Data& data)
+{
+    BinaryWalk(tracks_, playlists_, loadWarnings_, weak_from_this().lock(), iPodBasePath_).loader.parseiTunesDBWithData(data);
+}
+
+void ZQCoreiPod::parseiTunesDBWithReader(XRDataReader& reader)
+{
+    BinaryWalk(tracks_, playlists_, loadWarnings_, weak_from_this().lock(), iPodBasePath_).loader.parseiTunesDBWithReader(reader);
+}
+
+ZQCoreiPod::Tracks ZQCoreiPod::parseTrackList(XRDataReader& reader)
+{
+    return BinaryWalk(tracks_, playlists_, loadWarnings_, weak_from_this().lock(), iPodBasePath_).loader.parseTrackList(reader);
+}
+
+ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistListWithReader(XRDataReader& reader, const Tracks& tracks,
+                                                              const TrackIndexCache& cache)
+{
+    return BinaryWalk(tracks_, playlists_, loadWarnings_, weak_from_this().lock(), iPodBasePath_)
+        .loader.parsePlaylistListWithReader(reader, tracks, cache);
+}
+
+Value::Dictionary ZQCoreiPod::parseSmartPlaylistRulesInData(const Data& data)
+{
+    return iTunesDBLoader::parseSmartPlaylistRulesInData(data);
+}
+
+std::string ZQCoreiPod::keyForStringMHODType(std::int32_t type) { return iTunesDBLoader::keyForStringMHODType(type); }
+
+bool ZQCoreiPod::loadBinaryLibraryInFolder(const std::string& folder, const std::string& shownFolder)
+{
+    BinaryWalk walk(tracks_, playlists_, loadWarnings_, weak_from_this().lock(), iPodBasePath_);
+    switch (walk.loader.loadBinaryLibraryInFolder(*files_, folder, shownFolder)) {
+    case iTunesDBLoader::Source::None: return false;
+    case iTunesDBLoader::Source::iTunesDB: librarySource_ = LibrarySource::iTunesDB; return true;
+    case iTunesDBLoader::Source::iTunesCDB: librarySource_ = LibrarySource::iTunesCDB; return true;
+    }
+    return false;
 }
 
 std::shared_ptr<XRDataReader> ZQCoreiPod::readerForFileAtPath(const std::string& path) const

@@ -26,7 +26,6 @@ namespace zq {
 class AlbumArt;
 class Podcasts;
 class XRDataReader;
-struct TrackIDIndex;
 class ZQCoreiPodRef;
 
 /// What a client may hang on a library object. The framework itself calls nothing on it.
@@ -256,11 +255,8 @@ protected:
     void loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference);
     /// Reads the binary library of the folder `folder` (iPod_Control/iTunes of a volume,
     /// /iTunes_Control/iTunes over AFC; `shownFolder` names it in messages) through the
-    /// object's own file access: iTunesCDB when it is there and not empty (a device that keeps
-    /// it also keeps an empty or stale iTunesDB), else iTunesDB (see loadBinaryDatabase). A
-    /// damaged iTunesCDB is logged and iTunesDB read instead when that holds a library; with
-    /// nothing else to read, its exception (reason naming the file and the damage) leaves here.
-    /// Answers false, changing nothing, when neither file is there.
+    /// object's files (see iTunesDBLoader::loadBinaryLibraryInFolder). Answers false, changing
+    /// nothing, when neither iTunesCDB nor iTunesDB is there.
     bool loadBinaryLibraryInFolder(const std::string& folder, const std::string& shownFolder);
 
     Tracks tracks_;
@@ -278,26 +274,7 @@ protected:
 
     /// Notes a part of the library that could not be read: logged and kept in loadWarnings().
     void warnAboutLoad(const std::string& warning);
-    /// Reads the binary library database at `path` (a disk-mode device's own file, or one
-    /// reached through contentsOfFileAtPath) when it is there. Answers false, changing nothing,
-    /// when there is no file at `path`; throws "ZQCoreiPodLibraryUnreadableException" naming
-    /// `shownAs` when the file is there but cannot be read, is empty or is no library
-    /// database, and passes on the walk's exception with `shownAs` in its reason.
-    bool loadBinaryDatabase(const std::string& path, const std::string& shownAs);
-
 private:
-    /// parseTrackList, with the walked tracks' index by ID.
-    Tracks parseTrackList(XRDataReader& reader, TrackIDIndex& index);
-    /// parsePlaylistListWithReader with the cache asked through `cachedIndex` (the index of the
-    /// track with that ID, or anything when it has none: the answer is checked, against `idAt`
-    /// when it gives the ID of every track by position, otherwise against the track).
-    Playlists parsePlaylistList(XRDataReader& reader, const Tracks& tracks,
-                                const std::function<std::uint32_t(std::uint64_t)>& cachedIndex,
-                                std::span<const std::uint32_t> idAt = {}, bool grouped = true);
-    /// The playlist list at the reader's position, with members resolved through the index of
-    /// the walked track list (made from `tracks_` when the walk met none). `grouped` is false
-    /// for the plain list, whose podcast playlist names episodes without show headers.
-    Playlists parseWalkedPlaylistList(XRDataReader& reader, std::optional<TrackIDIndex>& walked, bool grouped);
     void loadMediaLibrary(const std::string& database, const std::string& mediaRoot);
     void readIdentityProperties();
     void detectModelType();

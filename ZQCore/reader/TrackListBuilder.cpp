@@ -146,7 +146,7 @@ void TrackListBuilder::handOver()
     filling_ = std::move(next);
 }
 
-ZQCoreiPod::Tracks TrackListBuilder::finish()
+std::vector<std::shared_ptr<iPodTrack>> TrackListBuilder::finish()
 {
     handOver();
     if (thread_.joinable()) {

@@ -2,7 +2,8 @@
 
 // Making the tracks of a track list from its raw records, beside the walk that reads them.
 
-#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/model/TrackLibrary.h"
+#include "ZQCore/model/iPodTrack.h"
 #include "ZQCore/foundation/IDIndex.h"
 #include "ZQCore/foundation/UTF16.h"
 #include "ZQCore/reader/RecordLayouts.h"
@@ -93,7 +94,7 @@ public:
     enum class Handover { Adaptive, TextByText, WholeRecords };
     static Handover handover;
     /// Waits for every track and hands them over, in record order.
-    ZQCoreiPod::Tracks finish();
+    std::vector<std::shared_ptr<iPodTrack>> finish();
     /// After finish(): the tracks by ID, made along the way (on the builder's own thread, while
     /// the walk was still reading).
     TrackIDIndex takeIndex() { return std::move(index_); }
@@ -173,7 +174,7 @@ private:
     LocalDateConverter dates_;
     std::array<std::optional<std::string_view>, iPodTrack::kMHITTextTypes> texts_;
     std::size_t header_ = 0;
-    ZQCoreiPod::Tracks tracks_;
+    std::vector<std::shared_ptr<iPodTrack>> tracks_;
     TrackIDIndex index_;
 
     Batch filling_;

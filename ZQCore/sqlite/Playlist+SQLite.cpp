@@ -2,7 +2,7 @@
 
 #include "ZQCore/model/Playlist.h"
 
-#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/reader/iTunesDBLoader.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/model/PlaylistFolder.h"
 #include "ZQCore/model/PurchasedPlaylist.h"
@@ -107,7 +107,7 @@ std::shared_ptr<SmartPlaylist> SmartPlaylist::initWithSQLiteRow(sqlite3_stmt* ro
     // costs its rules, never the library.
     Value::Dictionary rules;
     try {
-        rules = ZQCoreiPod::parseSmartPlaylistRulesInData(Data(bytes, static_cast<std::size_t>(length)));
+        rules = iTunesDBLoader::parseSmartPlaylistRulesInData(Data(bytes, static_cast<std::size_t>(length)));
     } catch (const Exception&) {
         return playlist;
     }
