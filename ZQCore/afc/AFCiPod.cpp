@@ -22,7 +22,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kLibraryFolder = "/iTunes_Control/iTunes/iTunes Library.itlp";
-constexpr std::array<const char*, 4> kDatabaseNames = {"Library.itdb", "Extras.itdb", "Locations.itdb", "Dynamic.itdb"};
 constexpr const char* kArtworkDatabase = "/iTunes_Control/Artwork/ArtworkDB";
 
 } // namespace
@@ -110,49 +109,7 @@ void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
     ZQCore::libraryWasLoaded(shared_from_this());
 }
 
-bool AFCiPod::loadFromSQLiteDatabases()
-{
-    if (!device_->deviceInterface()->isDirectoryAtPath(kLibraryFolder))
-        return false;
-    std::array<std::string, 4> remote;
-    for (std::size_t i = 0; i < remote.size(); ++i) {
-        remote[i] = std::string(kLibraryFolder) + "/" + kDatabaseNames[i];
-        if (!device_->fileExistsAtPath(remote[i]))
-            return false;
-    }
-
-    // SQLite opens files, not streams: the databases are copied to a folder of their own,
-    // which goes again on every way out (a failed copy, a damaged database, a device that left).
-    gchar* uuid = g_uuid_string_random();
-    const fs::path folder = fs::path(g_get_tmp_dir()) / uuid;
-    g_free(uuid);
-    std::error_code ignored;
-    if (!fs::create_directory(folder, ignored))
-        return false;
-    struct Remover {
-        fs::path folder;
-        ~Remover()
-        {
-            std::error_code ignored;
-            fs::remove_all(folder, ignored);
-        }
-    } remover{folder};
-
-    std::array<std::string, 4> local;
-    bool copied = true;
-    for (std::size_t i = 0; i < local.size(); ++i) {
-        local[i] = (folder / kDatabaseNames[i]).string();
-        const int out = ::open(local[i].c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        if (out < 0) {
-            copied = false;
-            continue;
-        }
-        const FileCopyResult result = device_->copyFileAtPath(remote[i], out);
-        if (::close(out) != 0 || !result.completed)
-            copied = false;
-    }
-    return copied && loadFromLocalSQLiteDatabase(local[0], local[1], local[2], local[3]);
-}
+bool AFCiPod::loadFromSQLiteDatabases() { return loadSQLiteLibraryInFolder(kLibraryFolder); }
 
 void AFCiPod::setDevice(const std::shared_ptr<AFCDevice>& device)
 {

@@ -1,8 +1,10 @@
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/reader/iTunesDBLoader.h"
+#include "ZQCore/artwork/ArtworkDBLoader.h"
+#include "ZQCore/sqlite/SQLiteLibraryLoader.h"
+#include "ZQCore/medialibrary/MediaLibraryLoader.h"
 #include "ZQCore/reader/XRDataReader.h"
 
-#include "ZQCore/afc/AFCiPod.h"
 #include "ZQCore/device/ZQCore.h"
 #include "ZQCore/device/SysInfoFiles.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
@@ -28,11 +30,14 @@ namespace fs = std::filesystem;
 
 std::shared_ptr<ZQCoreiPod> ZQCoreiPod::initWithiPodReference(const std::shared_ptr<ZQCoreiPodRef>& reference)
 {
-    // A device reached through a session has a library object of its own kind.
-    if (reference && !reference->isMountedVolume())
-        return AFCiPod::initWithiPodReference(reference);
     if (auto existing = ZQCore::existingLibraryForReference(reference))
         return existing;
+    // The reference knows which kind of library object reads its device (see loadLibrary).
+    return reference ? reference->loadLibrary(reference) : loadVolumeLibrary(reference);
+}
+
+std::shared_ptr<ZQCoreiPod> ZQCoreiPod::loadVolumeLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
+{
     std::shared_ptr<ZQCoreiPod> library(new ZQCoreiPod());
     library->loadLibrary(reference);
     return library;
@@ -76,24 +81,14 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
     // Newer devices keep their library in the SQLite databases of "iTunes Library.itlp"; when
     // all four are there, they are loaded first and the binary database is the fallback.
     bool needsBinaryDatabase = true;
-    const fs::path itlp = base / control / "iTunes" / "iTunes Library.itlp";
-    if (fileExists(itlp)) {
-        const fs::path library = itlp / "Library.itdb", extras = itlp / "Extras.itdb",
-                       locations = itlp / "Locations.itdb", dynamics = itlp / "Dynamic.itdb";
-        // SQLite opens the files by their paths: each is checked first to be a file of the
-        // device, not a link out of it.
-        const auto inside = [this](const fs::path& file) { return fileExists(file) && !refusesPath(file); };
-        if (inside(library) && inside(extras) && inside(locations) && inside(dynamics)) {
-            try {
-                if (loadFromLocalSQLiteDatabase(library, extras, locations, dynamics)) {
-                    needsBinaryDatabase = false;
-                    librarySource_ = LibrarySource::SQLiteDatabases;
-                }
-            } catch (const Exception& error) {
-                log("Could not load the SQLite library databases with the error: " + error.reason() +
-                    " - reading iTunesDB instead.");
-            }
+    try {
+        if (loadSQLiteLibraryInFolder((base / control / "iTunes" / "iTunes Library.itlp").string())) {
+            needsBinaryDatabase = false;
+            librarySource_ = LibrarySource::SQLiteDatabases;
         }
+    } catch (const Exception& error) {
+        log("Could not load the SQLite library databases with the error: " + error.reason() +
+            " - reading iTunesDB instead.");
     }
 
     if (needsBinaryDatabase)
@@ -340,6 +335,85 @@ bool ZQCoreiPod::loadBinaryLibraryInFolder(const std::string& folder, const std:
     case iTunesDBLoader::Source::iTunesCDB: librarySource_ = LibrarySource::iTunesCDB; return true;
     }
     return false;
+}
+
+// ---- the SQLite library databases: the load is SQLiteLibraryLoader's, into the library's own
+// track and playlist lists (what was loaded before a failure stays).
+
+bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const std::string& extras,
+                                             const std::string& locations, const std::string& dynamics)
+{
+    SQLiteLibraryLoader::Contents contents{tracks_, playlists_, nullptr};
+    const bool loaded = SQLiteLibraryLoader::loadFromLocalSQLiteDatabase(library, extras, locations, dynamics,
+                                                                         weak_from_this().lock(), contents);
+    addPlaylist(contents.podcastGroup);
+    return loaded;
+}
+
+bool ZQCoreiPod::loadSQLiteLibraryInFolder(const std::string& folder)
+{
+    SQLiteLibraryLoader::Contents contents{tracks_, playlists_, nullptr};
+    const bool loaded = SQLiteLibraryLoader::loadFromDevice(*files_, folder, weak_from_this().lock(), contents);
+    addPlaylist(contents.podcastGroup);
+    return loaded;
+}
+
+// ---- the single library database of iOS 5 and later: the load is MediaLibraryLoader's, and
+// what it gives replaces the library's tracks and playlists.
+
+bool ZQCoreiPod::loadFromMediaLibrary(const std::string& mediaRoot)
+{
+    auto contents = MediaLibraryLoader::loadFromMediaLibrary(*files_, mediaRoot, weak_from_this().lock());
+    if (!contents)
+        return false;
+    takeMediaLibrary(std::move(*contents));
+    librarySource_ = LibrarySource::MediaLibrary;
+    return true;
+}
+
+void ZQCoreiPod::loadFromLocalMediaLibraryDatabase(const std::string& database, const std::string& mediaRoot)
+{
+    takeMediaLibrary(MediaLibraryLoader::loadFromLocalMediaLibraryDatabase(database, mediaRoot, weak_from_this().lock()));
+}
+
+void ZQCoreiPod::takeMediaLibrary(MediaLibraryLoader::Contents&& contents)
+{
+    loadWarnings_.insert(loadWarnings_.end(), contents.warnings.begin(), contents.warnings.end());
+    {
+        ChangeScope change(*this, "tracks");
+        tracks_ = std::move(contents.tracks);
+    }
+    {
+        ChangeScope change(*this, "playlists");
+        playlists_ = std::move(contents.playlists);
+    }
+    addPlaylist(contents.podcastGroup);
+    if (contents.artworkLoadError)
+        artworkLoadError_ = std::move(contents.artworkLoadError);
+}
+
+// ---- the artwork database: the walk is ArtworkDBLoader's. A library object made outside a
+// shared_ptr (none of the framework's are) still walks; its representations then have no
+// library to read through and answer no image.
+
+void ZQCoreiPod::parseArtworkDBAtPath(const std::string& path, const Tracks& tracks)
+{
+    ArtworkDBLoader::parseArtworkDBAtPath(*files_, path, tracks, weak_from_this().lock());
+}
+
+void ZQCoreiPod::parseArtworkDBWithData(const Data& data, const Tracks& tracks, const std::string& folderPath)
+{
+    ArtworkDBLoader::parseArtworkDBWithData(data, tracks, folderPath, weak_from_this().lock());
+}
+
+void ZQCoreiPod::parseImageListWithReader(XRDataReader& reader, const Tracks& tracks, const std::string& folderPath)
+{
+    ArtworkDBLoader::parseImageListWithReader(reader, tracks, folderPath, weak_from_this().lock());
+}
+
+void ZQCoreiPod::linkArtwork(const Tracks& tracks, const std::vector<std::shared_ptr<AlbumArt>>& artworks)
+{
+    ArtworkDBLoader::linkArtwork(tracks, artworks);
 }
 
 std::shared_ptr<XRDataReader> ZQCoreiPod::readerForFileAtPath(const std::string& path) const

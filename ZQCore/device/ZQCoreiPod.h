@@ -23,6 +23,10 @@
 
 namespace zq {
 
+namespace MediaLibraryLoader {
+struct Contents;
+}
+
 class AlbumArt;
 class Podcasts;
 class XRDataReader;
@@ -54,7 +58,8 @@ public:
 
     /// Loads the library of the device `reference` points at, or returns the library object
     /// already loaded for a device with the same serial number. A device reached through a
-    /// session (an AFCiPodRef) gets an AFCiPod. Throws
+    /// session (an AFCiPodRef) gets an AFCiPod: the reference says which
+    /// (ZQCoreiPodRef::loadLibrary). Throws
     /// "ZQCoreiPodNotFoundException" when the device's path does not exist; exceptions of a
     /// corrupt library database ("XRDataReaderInvalidRead") pass through.
     static std::shared_ptr<ZQCoreiPod> initWithiPodReference(const std::shared_ptr<ZQCoreiPodRef>& reference);
@@ -258,6 +263,10 @@ protected:
     /// object's files (see iTunesDBLoader::loadBinaryLibraryInFolder). Answers false, changing
     /// nothing, when neither iTunesCDB nor iTunesDB is there.
     bool loadBinaryLibraryInFolder(const std::string& folder, const std::string& shownFolder);
+    /// Loads the four SQLite databases of the folder `folder` (an "iTunes Library.itlp") of the
+    /// object's files (see SQLiteLibraryLoader::loadFromDevice). False, loading nothing, unless
+    /// all four are there.
+    bool loadSQLiteLibraryInFolder(const std::string& folder);
 
     Tracks tracks_;
     Playlists playlists_;
@@ -275,7 +284,11 @@ protected:
     /// Notes a part of the library that could not be read: logged and kept in loadWarnings().
     void warnAboutLoad(const std::string& warning);
 private:
-    void loadMediaLibrary(const std::string& database, const std::string& mediaRoot);
+    friend class ZQCoreiPodRef;
+    /// A new library object of the volume `reference` names, loaded.
+    static std::shared_ptr<ZQCoreiPod> loadVolumeLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference);
+    /// Makes what a media library load gave the library's.
+    void takeMediaLibrary(MediaLibraryLoader::Contents&& contents);
     void readIdentityProperties();
     void detectModelType();
     /// Asks the device for its SysInfoExtended and writes a non-empty answer to `path`

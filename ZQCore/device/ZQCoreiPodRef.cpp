@@ -1,4 +1,5 @@
 #include "ZQCore/device/ZQCoreiPodRef.h"
+#include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/SysInfoFiles.h"
 #include "ZQCore/reader/CompressedDatabase.h"
 #include "ZQCore/reader/XRDataReader.h"
@@ -140,6 +141,11 @@ std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::copy() const
 std::string ZQCoreiPodRef::description() const
 {
     return "iPod name=" + describe(name()) + " rev=" + describe(revision()) + " path=" + describe(path());
+}
+
+std::shared_ptr<ZQCoreiPod> ZQCoreiPodRef::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& self) const
+{
+    return ZQCoreiPod::loadVolumeLibrary(self);
 }
 
 } // namespace zq

@@ -15,7 +15,7 @@ namespace zq {
 
 namespace {
 
-// Columns of the container query (ZQCoreiPod+SQLite.cpp holds its text).
+// Columns of the container query (SQLiteLibraryLoader.cpp holds its text).
 enum ContainerColumn {
     Pid, DateCreated, Name, ParentPid, IsHidden, SmartIsFolder, SmartIsDynamic, SmartIsFiltered, SmartIsGenius,
     SmartEnabledOnly, SmartIsLimited, SmartLimitKind, SmartLimitOrder, SmartLimitValue, SmartReverseLimitOrder,

@@ -2,7 +2,9 @@
 
 #include "ZQCore/model/iPodTrack.h"
 
-#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/model/Playlist.h"
+#include "ZQCore/model/TrackLibrary.h"
+#include "ZQCore/model/iPodTrack.h"
 #include "ZQCore/sqlite/SQLiteDatabase.h"
 #include "ZQCore/sqlite/SQLiteSubRows.h"
 
@@ -14,7 +16,7 @@ namespace zq {
 
 namespace {
 
-// Columns of the item query (ZQCoreiPod+SQLite.cpp holds its text).
+// Columns of the item query (SQLiteLibraryLoader.cpp holds its text).
 enum ItemColumn {
     Pid, TitleColumn, AlbumColumn, ArtistColumn, AlbumArtistColumn, DescriptionColumn, GroupingColumn,
     ComposerColumn, CommentColumn, EQPresetColumn, TotalTimeMs, TrackNumberColumn, TrackCount, Year,
