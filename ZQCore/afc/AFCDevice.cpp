@@ -42,15 +42,6 @@ std::optional<std::uint64_t> regularFileSize(AFCInterface& afc, const std::strin
     return std::min(bytes, kLargestReservation);
 }
 
-/// "1 s", "2.5 s".
-std::string seconds(std::chrono::milliseconds time)
-{
-    std::string text = std::to_string(time.count() / 1000);
-    if (const auto tenths = time.count() % 1000 / 100)
-        text += "." + std::to_string(tenths);
-    return text + " s";
-}
-
 std::string joinPath(const std::string& folder, const std::string& name)
 {
     if (!folder.empty() && folder.back() == '/')
@@ -87,19 +78,48 @@ AFCDevice::~AFCDevice()
         NotificationCenter::defaultCenter().removeObserver(*observer_);
 }
 
+/// A session step that did not come back in time (or was cancelled) is said as such, naming
+/// the part that stayed silent; other failures keep the step's name and number.
+void AFCDevice::raiseSessionFailure(const std::shared_ptr<AFCDeviceRef>& reference, const char* operation, int error)
+{
+    switch (error) {
+    case kAFCDaemonNotAnswering: {
+        const auto platform = MobileDevicePlatform::shared();
+        throw Exception("AFCDeviceNotAnswering",
+                        platform->notAnswering().value_or("usbmuxd did not answer") + " while opening " + describe(reference) +
+                            ". Restart it (for example: systemctl restart usbmuxd), then run the command again.");
+    }
+    case kAFCDeviceNotAnswering: {
+        throw Exception("AFCDeviceNotAnswering",
+                        "The lockdown service of " + describe(reference) + " did not answer within " +
+                            requestTimeoutText() +
+                            ". Unlock it, or disconnect and connect it again, then run the command again.");
+    }
+    case kAFCRequestCancelled:
+        throw Exception("AFCDeviceCancelled", "Opening " + describe(reference) + " was stopped.");
+    default:
+        raise(failed(operation, error));
+    }
+}
+
 bool AFCDevice::initializeDevice(const std::shared_ptr<AFCDeviceRef>& reference)
 {
     if (!reference || !reference->device())
         return false;
     AMDevice& device = *reference->device();
     if (const int error = device.connect(); error != 0)
-        raise(failed("AMDeviceConnect", error));
-    if (!device.isPaired())
+        raiseSessionFailure(reference, "AMDeviceConnect", error);
+    if (!device.isPaired()) {
+        // The pairing record is usbmuxd's to give: a daemon that stopped answering is not an
+        // untrusted computer.
+        if (MobileDevicePlatform::shared()->notAnswering())
+            raiseSessionFailure(reference, "AMDeviceConnect", kAFCDaemonNotAnswering);
         raise("Device pairing failed");
+    }
     if (const int error = device.validatePairing(); error != 0)
-        raise(failed("AMDeviceValidatePairing", error));
+        raiseSessionFailure(reference, "AMDeviceValidatePairing", error);
     if (const int error = device.startSession(); error != 0)
-        raise(failed("AMDeviceStartSession", error));
+        raiseSessionFailure(reference, "AMDeviceStartSession", error);
     device_ = reference;
     return true;
 }
@@ -110,12 +130,12 @@ std::shared_ptr<AFCConnection> AFCDevice::openDevice(const std::shared_ptr<AFCDe
         return nullptr;
     std::shared_ptr<AMService> handle;
     if (const int error = reference->device()->startService(service, handle); error != 0)
-        raise(failed("AMDeviceStartService", error));
+        raiseSessionFailure(reference, "AMDeviceStartService", error);
     if (!handle)
         raise("AMDeviceStartService didn't initialise a connection");
     std::shared_ptr<AFCConnection> connection;
     if (const int error = handle->afcConnectionOpen(connection); error != 0)
-        raise(failed("AFCConnectionOpen", error));
+        raiseSessionFailure(reference, "AFCConnectionOpen", error);
     return connection;
 }
 
@@ -137,12 +157,25 @@ void AFCDevice::disconnected(std::uint32_t deviceID)
 
 // ---- files ----------------------------------------------------------------------------------
 
-std::string AFCDevice::describe() const
+void AFCDevice::reopenIfCancelled()
+{
+    // A piece of work that was cancelled in the middle of a request leaves the conduit cut (its
+    // socket was shut down to end the wait); the next piece of work gets a new one from the
+    // session, which stays open.
+    if (!deviceInterface_ || deviceInterface_->lastError() != kAFCRequestCancelled || deviceRequestsCancelled())
+        return;
+    if (auto connection = openDevice(device_, "com.apple.afc"))
+        deviceInterface_ = AFCInterface::initWithAFCConnection(std::move(connection));
+}
+
+std::string AFCDevice::describe() const { return describe(device_); }
+
+std::string AFCDevice::describe(const std::shared_ptr<AFCDeviceRef>& reference)
 {
     std::optional<std::string> name;
-    if (device_ && device_->device())
-        name = device_->device()->copyValue(std::nullopt, "DeviceName");
-    const std::optional<std::string> serial = device_ ? device_->serialNumber() : std::nullopt;
+    if (reference && reference->device())
+        name = reference->device()->copyValue(std::nullopt, "DeviceName");
+    const std::optional<std::string> serial = reference ? reference->serialNumber() : std::nullopt;
     return "the device \"" + name.value_or("iPod") + "\" (serial " + serial.value_or("unknown") + ")";
 }
 
@@ -163,7 +196,7 @@ void AFCDevice::raiseFailure(const std::string& path, std::uint64_t offset) cons
         std::string who = describe();
         who[0] = 'T';  // it opens the sentence
         throw Exception("AFCDeviceNotAnswering",
-                        who + " did not answer within " + seconds(requestTimeout()) +
+                        who + " did not answer within " + requestTimeoutText() +
                             " while reading " + where +
                             ". Unlock it, or disconnect and connect it again, then run the command again "
                             "(ZQ_DEVICE_TIMEOUT sets how many seconds to wait).");
@@ -282,6 +315,7 @@ private:
 
 std::optional<Data> AFCDevice::contentsOfFileAtPath(const std::string& path)
 {
+    reopenIfCancelled();
     // The regular-file test, which also tells the size to reserve.
     const auto size = regularFile(path);
     if (!size)
@@ -293,6 +327,7 @@ std::optional<Data> AFCDevice::contentsOfFileAtPath(const std::string& path)
 
 std::optional<Data> AFCDevice::chunkOfFileAtPath(const std::string& path, Range range)
 {
+    reopenIfCancelled();
     const auto size = regularFile(path);
     if (!size)
         return std::nullopt;
@@ -305,6 +340,7 @@ std::optional<Data> AFCDevice::chunkOfFileAtPath(const std::string& path, Range 
 
 FileCopyResult AFCDevice::copyFileAtPath(const std::string& path, int destination, const FileCopyProgress& progress)
 {
+    reopenIfCancelled();
     if (!regularFile(path))
         return {.error = ENOENT};
     DescriptorWrites writes(destination);
@@ -377,6 +413,7 @@ bool AFCDevice::createFileAtPath(const std::string& path, const Data& data)
 
 bool AFCDevice::deleteFileAtPath(const std::string& path)
 {
+    reopenIfCancelled();
     if (!deviceInterface_->isFileAtPath(path))
         return false;
     return deviceInterface_->removePath(path);
@@ -384,6 +421,7 @@ bool AFCDevice::deleteFileAtPath(const std::string& path)
 
 std::vector<std::string> AFCDevice::listOfFilesAtPath(const std::string& path)
 {
+    reopenIfCancelled();
     std::vector<std::string> files;
     for (const auto& name : deviceInterface_->listFilesInPath(path))
         if (name != "" && name != "." && name != ".." && deviceInterface_->isFileAtPath(joinPath(path, name)))
@@ -393,6 +431,7 @@ std::vector<std::string> AFCDevice::listOfFilesAtPath(const std::string& path)
 
 std::vector<std::string> AFCDevice::listOfFoldersAtPath(const std::string& path)
 {
+    reopenIfCancelled();
     std::vector<std::string> folders;
     for (const auto& name : deviceInterface_->listFilesInPath(path))
         if (name != "" && name != "." && name != ".." && deviceInterface_->isDirectoryAtPath(joinPath(path, name)))
@@ -402,6 +441,7 @@ std::vector<std::string> AFCDevice::listOfFoldersAtPath(const std::string& path)
 
 bool AFCDevice::fileExistsAtPath(const std::string& path)
 {
+    reopenIfCancelled();
     if (deviceInterface_->isFileAtPath(path))
         return true;
     if (hasGone())

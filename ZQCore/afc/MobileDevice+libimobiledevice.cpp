@@ -43,10 +43,12 @@ DeviceHandle openDevice(const std::string& udid, int& error)
     return DeviceHandle(device, [](idevice_t d) { idevice_free(d); });
 }
 
-struct LockdownClientDeleter {
-    void operator()(lockdownd_client_private* client) const { lockdownd_client_free(client); }
-};
-using LockdownClient = std::unique_ptr<lockdownd_client_private, LockdownClientDeleter>;
+using LockdownClient = std::shared_ptr<lockdownd_client_private>;
+
+LockdownClient adoptLockdownClient(lockdownd_client_t client)
+{
+    return LockdownClient(client, [](lockdownd_client_t c) { lockdownd_client_free(c); });
+}
 
 /// The key-value lists of the conduit (key, value, key, value, ..., NULL).
 std::vector<std::pair<std::string, std::string>> pairsOf(char** list)
@@ -58,7 +60,59 @@ std::vector<std::pair<std::string, std::string>> pairsOf(char** list)
 }
 
 std::atomic<bool> gCancelled{false};
+thread_local std::shared_ptr<const CancellationToken> tScopeToken;
 std::atomic<long long> gTimeoutMilliseconds{-1};  // -1: not settled yet
+/// Set once usbmuxd has let a request run past the timeout: the process then asks it nothing
+/// more (each of libusbmuxd's own requests would wait 5 s whatever the timeout says).
+std::atomic<bool> gDaemonSilent{false};
+
+/// Runs one request to usbmuxd or to a device's lockdown service on a thread of its own and
+/// waits for its answer up to requestTimeout(), or until cancelDeviceRequests(). The client
+/// libraries give no way to bound these requests (their sockets are their own, and libusbmuxd
+/// waits a fixed 5 s per request, lockdown longer); a request that runs over is left to finish
+/// on its thread, which owns everything it touches through what `call` captured by value.
+/// No value when the request did not answer in time (or was cancelled).
+template <typename Call>
+auto answerWithinTimeout(Call call) -> std::optional<decltype(call())>
+{
+    using Result = decltype(call());
+    struct Outcome {
+        std::mutex mutex;
+        std::condition_variable answered;
+        std::optional<Result> result;
+    };
+    auto outcome = std::make_shared<Outcome>();
+    std::thread([outcome, call = std::move(call)]() mutable {
+        Result result = call();
+        std::lock_guard lock(outcome->mutex);
+        outcome->result = std::move(result);
+        outcome->answered.notify_one();
+    }).detach();
+    const auto deadline = std::chrono::steady_clock::now() + requestTimeout();
+    std::unique_lock lock(outcome->mutex);
+    while (!outcome->result && !deviceRequestsCancelled()) {
+        // Looked at every 100 ms so that a cancel is heard while waiting.
+        const auto now = std::chrono::steady_clock::now();
+        if (now >= deadline)
+            break;
+        outcome->answered.wait_for(lock, std::min<std::chrono::steady_clock::duration>(deadline - now,
+                                                                                     std::chrono::milliseconds(100)));
+    }
+    return std::move(outcome->result);
+}
+
+/// A request to usbmuxd itself, bounded; no value when the daemon did not answer in time (it is
+/// then marked silent) or has not answered before.
+template <typename Call>
+auto askDaemon(Call call) -> std::optional<decltype(call())>
+{
+    if (gDaemonSilent)
+        return std::nullopt;
+    auto answer = answerWithinTimeout(std::move(call));
+    if (!answer && !deviceRequestsCancelled())
+        gDaemonSilent = true;
+    return answer;
+}
 
 /// Cuts requests short that take too long (or are cancelled) by shutting down their socket, the
 /// one thing that wakes a client blocked in a receive. One thread for the process, started on
@@ -71,6 +125,7 @@ public:
         int fd = -1;
         std::chrono::steady_clock::time_point deadline;
         int fired = 0;  // kAFCDeviceNotAnswering or kAFCRequestCancelled once it has cut the socket
+        std::shared_ptr<const CancellationToken> token;  // of the thread that made the request
     };
 
     static Watchdog& shared()
@@ -112,7 +167,8 @@ private:
             const auto now = std::chrono::steady_clock::now();
             for (auto it = armed_.begin(); it != armed_.end();) {
                 Watch& watch = **it;
-                watch.fired = gCancelled ? kAFCRequestCancelled : now >= watch.deadline ? kAFCDeviceNotAnswering : 0;
+                const bool cancelled = gCancelled || (watch.token && watch.token->isCancelled());
+                watch.fired = cancelled ? kAFCRequestCancelled : now >= watch.deadline ? kAFCDeviceNotAnswering : 0;
                 if (!watch.fired) {
                     ++it;
                     continue;
@@ -248,11 +304,12 @@ private:
     {
         if (broken_)
             return broken_;
-        if (gCancelled)
+        if (deviceRequestsCancelled())
             return kAFCRequestCancelled;
         Watchdog::Watch watch;
         if (socket_ >= 0) {
             watch.fd = socket_;
+            watch.token = tScopeToken;
             watch.deadline = std::chrono::steady_clock::now() + requestTimeout();
             Watchdog::shared().arm(watch);
         }
@@ -275,32 +332,67 @@ private:
 class Service final : public AMService {
 public:
     Service(DeviceHandle device, lockdownd_service_descriptor_t descriptor)
-        : device_(std::move(device)), descriptor_(descriptor) {}
-    ~Service() override { lockdownd_service_descriptor_free(descriptor_); }
+        : device_(std::move(device)),
+          descriptor_(descriptor, [](lockdownd_service_descriptor_t d) { lockdownd_service_descriptor_free(d); }) {}
 
     int afcConnectionOpen(std::shared_ptr<AFCConnection>& connection) override
     {
-        // The client library keeps the connection's socket to itself; it is the one that the
-        // connect opened, found by looking at the process's sockets before and after.
-        const std::set<int> before = openSockets();
-        afc_client_t client = nullptr;
-        const afc_error_t error = afc_client_new(device_.get(), descriptor_, &client);
-        if (error == AFC_E_SUCCESS) {
-            std::set<int> added;
-            for (const int fd : openSockets())
-                if (!before.count(fd))
-                    added.insert(fd);
-            connection = std::make_shared<Conduit>(device_, client, added.size() == 1 ? *added.begin() : -1);
-        }
-        return error;
+        // Connecting asks usbmuxd to open a stream to the device's port.
+        struct Opened {
+            afc_client_t client = nullptr;
+            afc_error_t error = AFC_E_UNKNOWN_ERROR;
+            int socket = -1;
+        };
+        auto opened = askDaemon([device = device_, descriptor = descriptor_] {
+            // The client library keeps the connection's socket to itself; it is the one that
+            // the connect opened, found by looking at the process's sockets before and after.
+            Opened result;
+            const std::set<int> before = openSockets();
+            result.error = afc_client_new(device.get(), descriptor.get(), &result.client);
+            if (result.error == AFC_E_SUCCESS) {
+                std::set<int> added;
+                for (const int fd : openSockets())
+                    if (!before.count(fd))
+                        added.insert(fd);
+                result.socket = added.size() == 1 ? *added.begin() : -1;
+            }
+            return result;
+        });
+        if (!opened)
+            return deviceRequestsCancelled() ? kAFCRequestCancelled : kAFCDaemonNotAnswering;
+        if (opened->error == AFC_E_SUCCESS)
+            connection = std::make_shared<Conduit>(device_, opened->client, opened->socket);
+        return opened->error;
     }
 
 private:
     DeviceHandle device_;
-    lockdownd_service_descriptor_t descriptor_;
+    std::shared_ptr<lockdownd_service_descriptor> descriptor_;
 };
 
+/// A lockdown value as text: strings as they are, numbers in decimal; no value for other kinds.
+std::optional<std::string> valueText(plist_t node)
+{
+    std::optional<std::string> value;
+    if (node && plist_get_node_type(node) == PLIST_STRING) {
+        char* text = nullptr;
+        plist_get_string_val(node, &text);
+        if (text)
+            value = text;
+        std::free(text);
+    } else if (node && plist_get_node_type(node) == PLIST_UINT) {
+        std::uint64_t number = 0;
+        plist_get_uint_val(node, &number);
+        value = std::to_string(number);
+    }
+    return value;
+}
+
 /// A device that usbmuxd lists, known by its UDID.
+///
+/// Every request to its lockdown service is bounded by the request timeout; a device whose
+/// lockdown service has once let a request run over counts as not answering from then on, and
+/// its session is left to the thread that still waits on it.
 class Device final : public AMDevice {
 public:
     Device(std::string udid, std::uint32_t handle, std::uint32_t productID)
@@ -316,79 +408,101 @@ public:
         const std::string cacheKey = domain.value_or("") + '\n' + key;
         if (auto known = values_.find(cacheKey); known != values_.end())
             return known->second;
-
-        LockdownClient temporary;
-        DeviceHandle temporaryDevice;
-        lockdownd_client_t client = client_.get();
-        if (!client) {
-            int error = 0;
-            temporaryDevice = openDevice(udid_, error);
-            lockdownd_client_t opened = nullptr;
-            if (!temporaryDevice || lockdownd_client_new(temporaryDevice.get(), &opened, kLockdownLabel) != LOCKDOWN_E_SUCCESS)
-                return std::nullopt;
-            temporary.reset(opened);
-            client = opened;
-        }
-        plist_t node = nullptr;
-        if (lockdownd_get_value(client, domain ? domain->c_str() : nullptr, key.c_str(), &node) != LOCKDOWN_E_SUCCESS)
+        if (silent_ || gDaemonSilent)
             return std::nullopt;
-        std::optional<std::string> value;
-        if (node && plist_get_node_type(node) == PLIST_STRING) {
-            char* text = nullptr;
-            plist_get_string_val(node, &text);
-            if (text)
-                value = text;
-            std::free(text);
-        } else if (node && plist_get_node_type(node) == PLIST_UINT) {
-            std::uint64_t number = 0;
-            plist_get_uint_val(node, &number);
-            value = std::to_string(number);
+
+        auto answer = answerWithinTimeout([udid = udid_, client = client_, domain, key] {
+            LockdownClient session = client;
+            if (!session) {
+                // Without a session of its own, the device is asked through a short-lived one.
+                int error = 0;
+                DeviceHandle device = openDevice(udid, error);
+                lockdownd_client_t opened = nullptr;
+                if (!device || lockdownd_client_new(device.get(), &opened, kLockdownLabel) != LOCKDOWN_E_SUCCESS)
+                    return std::optional<std::string>();
+                session = adoptLockdownClient(opened);
+            }
+            plist_t node = nullptr;
+            if (lockdownd_get_value(session.get(), domain ? domain->c_str() : nullptr, key.c_str(), &node) !=
+                LOCKDOWN_E_SUCCESS)
+                return std::optional<std::string>();
+            auto value = valueText(node);
+            if (node)
+                plist_free(node);
+            return value;
+        });
+        if (!answer) {
+            silent_ = !deviceRequestsCancelled();
+            return std::nullopt;
         }
-        if (node)
-            plist_free(node);
-        if (value)
-            values_[cacheKey] = *value;
-        return value;
+        if (*answer)
+            values_[cacheKey] = **answer;
+        return *answer;
     }
 
     int connect() override
     {
-        int error = 0;
-        device_ = openDevice(udid_, error);
-        if (!device_)
-            return error;
-        lockdownd_client_t client = nullptr;
-        error = lockdownd_client_new(device_.get(), &client, kLockdownLabel);
-        if (error == LOCKDOWN_E_SUCCESS)
-            client_.reset(client);
-        return error;
+        if (silent_)
+            return kAFCDeviceNotAnswering;
+        // First usbmuxd is asked for the device, then the device for a lockdown session: each
+        // within the timeout, so that the one that stays silent is the one named.
+        struct Opened {
+            DeviceHandle device;
+            int error = 0;
+        };
+        auto opened = askDaemon([udid = udid_] {
+            Opened result;
+            result.device = openDevice(udid, result.error);
+            return result;
+        });
+        if (!opened)
+            return deviceRequestsCancelled() ? kAFCRequestCancelled : kAFCDaemonNotAnswering;
+        if (!opened->device)
+            return opened->error;
+        device_ = opened->device;
+        struct Session {
+            LockdownClient client;
+            int error = 0;
+        };
+        auto session = answerWithinTimeout([device = device_] {
+            Session result;
+            lockdownd_client_t client = nullptr;
+            result.error = lockdownd_client_new(device.get(), &client, kLockdownLabel);
+            if (result.error == LOCKDOWN_E_SUCCESS)
+                result.client = adoptLockdownClient(client);
+            return result;
+        });
+        if (!session)
+            return notAnswering();
+        client_ = session->client;
+        return session->error;
     }
 
     bool isPaired() override
     {
         // Paired means the host holds a pairing record for the device (usbmuxd keeps them);
         // its HostID opens the session.
-        char* data = nullptr;
-        std::uint32_t size = 0;
-        if (usbmuxd_read_pair_record(udid_.c_str(), &data, &size) != 0 || !data)
-            return false;
-        plist_t record = nullptr;
-        if (size >= 8 && std::string_view(data, 8) == "bplist00")
-            plist_from_bin(data, size, &record);
-        else
-            plist_from_xml(data, size, &record);
-        std::free(data);
         hostID_.reset();
-        if (record) {
-            plist_t node = plist_dict_get_item(record, "HostID");
-            if (node && plist_get_node_type(node) == PLIST_STRING) {
-                char* text = nullptr;
-                plist_get_string_val(node, &text);
-                if (text)
-                    hostID_ = text;
-                std::free(text);
-            }
-            plist_free(record);
+        auto record = askDaemon([udid = udid_] {
+            char* data = nullptr;
+            std::uint32_t size = 0;
+            std::string bytes;
+            if (usbmuxd_read_pair_record(udid.c_str(), &data, &size) == 0 && data)
+                bytes.assign(data, size);
+            std::free(data);
+            return bytes;
+        });
+        if (!record || record->empty())
+            return false;
+        plist_t parsed = nullptr;
+        if (record->size() >= 8 && record->compare(0, 8, "bplist00") == 0)
+            plist_from_bin(record->data(), static_cast<std::uint32_t>(record->size()), &parsed);
+        else
+            plist_from_xml(record->data(), static_cast<std::uint32_t>(record->size()), &parsed);
+        if (parsed) {
+            if (plist_t node = plist_dict_get_item(parsed, "HostID"); node && plist_get_node_type(node) == PLIST_STRING)
+                hostID_ = valueText(node);
+            plist_free(parsed);
         }
         return hostID_.has_value();
     }
@@ -400,36 +514,75 @@ public:
         // Devices from iOS 7 on validate the pairing when the session starts and no longer
         // answer the separate request.
         const auto version = copyValue(std::nullopt, "ProductVersion");
+        if (silent_)
+            return notAnswering();
         if (version && std::atoi(version->c_str()) >= 7)
             return LOCKDOWN_E_SUCCESS;
-        return lockdownd_validate_pair(client_.get(), nullptr);
+        return lockdownRequest([](lockdownd_client_t client) { return lockdownd_validate_pair(client, nullptr); });
     }
 
     int startSession() override
     {
         if (!client_ || !hostID_)
             return LOCKDOWN_E_INVALID_ARG;
-        char* session = nullptr;
-        int ssl = 0;
-        const lockdownd_error_t error = lockdownd_start_session(client_.get(), hostID_->c_str(), &session, &ssl);
-        std::free(session);
-        return error;
+        return lockdownRequest([hostID = *hostID_](lockdownd_client_t client) {
+            char* session = nullptr;
+            int ssl = 0;
+            const lockdownd_error_t error = lockdownd_start_session(client, hostID.c_str(), &session, &ssl);
+            std::free(session);
+            return error;
+        });
     }
 
     int startService(const std::string& name, std::shared_ptr<AMService>& service) override
     {
         if (!client_)
             return LOCKDOWN_E_INVALID_ARG;
-        lockdownd_service_descriptor_t descriptor = nullptr;
-        const lockdownd_error_t error = lockdownd_start_service(client_.get(), name.c_str(), &descriptor);
-        if (error == LOCKDOWN_E_SUCCESS && descriptor)
-            service = std::make_shared<Service>(device_, descriptor);
-        else if (descriptor)
-            lockdownd_service_descriptor_free(descriptor);
-        return error;
+        struct Started {
+            lockdownd_error_t error = LOCKDOWN_E_UNKNOWN_ERROR;
+            lockdownd_service_descriptor_t descriptor = nullptr;
+        };
+        if (silent_)
+            return notAnswering();
+        auto started = answerWithinTimeout([client = client_, name] {
+            Started result;
+            result.error = lockdownd_start_service(client.get(), name.c_str(), &result.descriptor);
+            return result;
+        });
+        if (!started) {
+            // A descriptor that arrives after this is left to the thread: it is never used.
+            silent_ = !deviceRequestsCancelled();
+            return notAnswering();
+        }
+        if (started->error == LOCKDOWN_E_SUCCESS && started->descriptor)
+            service = std::make_shared<Service>(device_, started->descriptor);
+        else if (started->descriptor)
+            lockdownd_service_descriptor_free(started->descriptor);
+        return started->error;
     }
 
 private:
+    /// The code for a request that did not come back: cancelled, or the device not answering.
+    int notAnswering()
+    {
+        if (deviceRequestsCancelled())
+            return kAFCRequestCancelled;
+        silent_ = true;
+        return kAFCDeviceNotAnswering;
+    }
+
+    /// One request on the device's lockdown session, bounded.
+    template <typename Request>
+    int lockdownRequest(Request request)
+    {
+        if (silent_)
+            return notAnswering();
+        auto error = answerWithinTimeout([client = client_, request] { return static_cast<int>(request(client.get())); });
+        if (!error)
+            return notAnswering();
+        return *error;
+    }
+
     std::string udid_;
     std::uint32_t handle_;
     std::uint32_t productID_;
@@ -437,6 +590,7 @@ private:
     DeviceHandle device_;
     LockdownClient client_;
     std::optional<std::string> hostID_;
+    bool silent_ = false;  // its lockdown service let a request run past the timeout
 };
 
 /// One event of usbmuxd, carried from its thread to the main context.
@@ -517,22 +671,37 @@ public:
         subscription->context = g_main_context_ref_thread_default();
         subscription->callback = std::move(callback);
         // libusbmuxd fills a static with the program's name when it writes its first message;
-        // one request from this thread first keeps the event thread from racing us for it.
+        // one request from this thread first keeps the event thread from racing us for it. It
+        // also finds a daemon that takes connections but answers nothing: then there is nothing
+        // to subscribe to.
         attachedDeviceCount();
+        if (gDaemonSilent)
+            return kAFCDaemonNotAnswering;
         return idevice_event_subscribe(eventArrived, subscription);
     }
 
     std::size_t attachedDeviceCount() override
     {
-        usbmuxd_device_info_t* list = nullptr;
-        const int count = usbmuxd_get_device_list(&list);
-        std::size_t usb = 0;
-        for (int i = 0; i < count; ++i)
-            if (list[i].conn_type != CONNECTION_TYPE_NETWORK)
-                ++usb;
-        if (list)
-            usbmuxd_device_list_free(&list);
-        return usb;
+        auto count = askDaemon([] {
+            usbmuxd_device_info_t* list = nullptr;
+            const int listed = usbmuxd_get_device_list(&list);
+            std::size_t usb = 0;
+            for (int i = 0; i < listed; ++i)
+                if (list[i].conn_type != CONNECTION_TYPE_NETWORK)
+                    ++usb;
+            if (list)
+                usbmuxd_device_list_free(&list);
+            return usb;
+        });
+        return count.value_or(0);
+    }
+
+    std::optional<std::string> notAnswering() const override
+    {
+        if (!gDaemonSilent)
+            return std::nullopt;
+        return "usbmuxd, the service that reaches phones and iPod touches over USB, did not answer within " +
+               requestTimeoutText();
     }
 };
 
@@ -577,8 +746,26 @@ std::chrono::milliseconds requestTimeout()
     return std::chrono::milliseconds(milliseconds);
 }
 
+std::string requestTimeoutText()
+{
+    const auto time = requestTimeout().count();
+    std::string text = std::to_string(time / 1000);
+    if (const auto tenths = time % 1000 / 100)
+        text += "." + std::to_string(tenths);
+    return text + " s";
+}
+
 void setRequestTimeout(std::chrono::milliseconds timeout) { gTimeoutMilliseconds = std::max<long long>(1, timeout.count()); }
 
 void cancelDeviceRequests() noexcept { gCancelled = true; }
+
+CancellationScope::CancellationScope(std::shared_ptr<const CancellationToken> token)
+    : previous_(std::exchange(tScopeToken, std::move(token))) {}
+
+CancellationScope::~CancellationScope() { tScopeToken = std::move(previous_); }
+
+bool deviceRequestsCancelled() noexcept { return gCancelled || (tScopeToken && tScopeToken->isCancelled()); }
+
+std::shared_ptr<const CancellationToken> currentCancellationToken() { return tScopeToken; }
 
 } // namespace zq

@@ -2,6 +2,7 @@
 
 #include "ZQCore/foundation/Export.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -56,15 +57,57 @@ struct AFCKeyValue {
 constexpr int kAFCDeviceDeparted = -1001;
 constexpr int kAFCDeviceNotAnswering = -1002;
 constexpr int kAFCRequestCancelled = -1003;
+/// The USB daemon (usbmuxd), through which every device is reached, did not answer within
+/// requestTimeout(); the devices behind it cannot be known.
+constexpr int kAFCDaemonNotAnswering = -1004;
 
-/// How long one request to a mobile device may take before the device counts as not answering.
+/// How long one request to a mobile device, to its lockdown service or to the USB daemon that
+/// reaches it may take before that part counts as not answering.
 /// From the environment variable ZQ_DEVICE_TIMEOUT (seconds, fractions allowed) when set to a
 /// positive number, else 10 seconds; setRequestTimeout replaces it for the process.
 ZQ_EXPORT std::chrono::milliseconds requestTimeout();
 ZQ_EXPORT void setRequestTimeout(std::chrono::milliseconds timeout);
+/// requestTimeout() as messages give it: "10 s", "2.5 s".
+ZQ_EXPORT std::string requestTimeoutText();
 /// Makes every request to a mobile device that is in progress, or starts later, give up at once
-/// with kAFCRequestCancelled. Only sets a flag, so a signal handler (Ctrl-C) may call it.
+/// with kAFCRequestCancelled. Only sets a flag, so a signal handler (Ctrl-C) may call it. It is
+/// for a process that is about to end; an application that goes on stops one piece of work with
+/// a CancellationToken instead.
 ZQ_EXPORT void cancelDeviceRequests() noexcept;
+
+/// Stops the device requests of one piece of work (a library load, a copy) when another thread
+/// asks, leaving every other request of the process alone. The work runs inside a
+/// CancellationScope of the token; cancel() may be called from any thread. A read that was
+/// cut short throws "AFCDeviceCancelled" (temporary copies are removed on the way out); the
+/// device's session opens its file service again for the next piece of work.
+class ZQ_EXPORT CancellationToken {
+public:
+    void cancel() noexcept { cancelled_ = true; }
+    bool isCancelled() const noexcept { return cancelled_; }
+
+private:
+    std::atomic<bool> cancelled_{false};
+};
+
+/// While it lives, the device requests that this thread makes also give up, with
+/// kAFCRequestCancelled, once `token` is cancelled (at once, also in the middle of a wait).
+/// Scopes nest; the innermost one counts.
+class ZQ_EXPORT CancellationScope {
+public:
+    explicit CancellationScope(std::shared_ptr<const CancellationToken> token);
+    ~CancellationScope();
+    CancellationScope(const CancellationScope&) = delete;
+    CancellationScope& operator=(const CancellationScope&) = delete;
+
+private:
+    std::shared_ptr<const CancellationToken> previous_;
+};
+
+/// Whether this thread's device requests are to give up now: cancelDeviceRequests() was called,
+/// or the token of the innermost CancellationScope is cancelled.
+ZQ_EXPORT bool deviceRequestsCancelled() noexcept;
+/// The token of this thread's innermost CancellationScope (null outside any).
+ZQ_EXPORT std::shared_ptr<const CancellationToken> currentCancellationToken();
 
 /// One open file conduit of a device session. Not thread-safe: one thread at a time.
 class ZQ_EXPORT AFCConnection {
@@ -136,6 +179,11 @@ public:
     virtual int notificationSubscribe(Callback callback) = 0;
     /// The number of devices the transport lists at this moment (0 when it cannot be asked).
     virtual std::size_t attachedDeviceCount() = 0;
+    /// Why devices cannot be known now: a sentence naming the part of the transport that did
+    /// not answer ("usbmuxd, the service that reaches phones over USB, did not answer within
+    /// 3 s"); no value while it answers. Once the daemon has failed to answer, the process asks
+    /// it nothing more, so a stuck daemon costs one timeout, not one per request.
+    virtual std::optional<std::string> notAnswering() const { return std::nullopt; }
 
     /// The process's platform: libimobiledevice through usbmuxd unless one was set before.
     static std::shared_ptr<MobileDevicePlatform> shared();

@@ -288,3 +288,59 @@ INSTANTIATE_TEST_SUITE_P(Signals, SignalDuringLoad,
 
 } // namespace
 } // namespace zq::test
+
+namespace zq::test {
+namespace {
+
+/// A part of the way to a phone that takes requests and answers none costs the user's timeout
+/// once, and the message names that part: usbmuxd itself, or the phone's lockdown service.
+TEST(StuckTransport, ASilentDaemonOrLockdownServiceIsNamedWithinTheTimeout)
+{
+    struct Run {
+        const char* what;
+        std::vector<std::string> args;
+        std::vector<std::string> said;  // on the standard error
+    };
+    SimulatedUsbmuxd stuck;
+    stuck.hang(true);
+    const std::string previous = ::getenv("USBMUXD_SOCKET_ADDRESS") ? ::getenv("USBMUXD_SOCKET_ADDRESS") : "";
+    ::setenv("USBMUXD_SOCKET_ADDRESS", stuck.socketAddress().c_str(), 1);
+    for (const Run& row : std::vector<Run>{
+             {"devices", {"devices", "--timeout", "1"}, {"usbmuxd", "did not answer within 1 s", "cannot be listed"}},
+             {"library of the one device", {"library", "--timeout", "1"}, {"did not answer within 1 s", "could not be listed"}},
+             {"library by name", {"library", "My Phone", "--timeout", "1"}, {"No device called 'My Phone' is known"}},
+         }) {
+        SCOPED_TRACE(row.what);
+        const auto start = std::chrono::steady_clock::now();
+        const auto run = zqpod(row.args);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2500));
+        EXPECT_EQ(run.status, 1) << run.out << run.err;
+        for (const auto& text : row.said)
+            EXPECT_THAT(run.err, HasSubstr(text));
+        EXPECT_THAT(run.out + run.err, Not(HasSubstr("No devices connected")));
+        EXPECT_THAT(run.out + run.err, Not(HasSubstr("Trust")));
+    }
+    ::setenv("USBMUXD_SOCKET_ADDRESS", previous.c_str(), 1);
+
+    // The daemon answers; the phone behind it does not.
+    TempDir root;
+    writeMobileDevice(root.path(), phone(LibraryFormat::Binary));
+    SimulatedDeviceSpec setup;
+    setup.udid = "00008101-SILENT" + std::to_string(::getpid());
+    setup.serialNumber = "SIL" + std::to_string(::getpid());
+    setup.root = root.path();
+    setup.faults = "lockdown=silent";
+    sharedSimulator().attach(setup);
+    const auto start = std::chrono::steady_clock::now();
+    const auto run = zqpod({"library", "--timeout", "1"});
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(3500));
+    sharedSimulator().detach(setup.udid);
+    EXPECT_EQ(run.status, 1) << run.out << run.err;
+    EXPECT_THAT(run.err, HasSubstr("The lockdown service of "));
+    EXPECT_THAT(run.err, HasSubstr("did not answer within 1 s"));
+    EXPECT_THAT(run.err, HasSubstr("No device found that could be opened"));
+    EXPECT_THAT(run.err, Not(HasSubstr("usbmuxd")));
+}
+
+} // namespace
+} // namespace zq::test

@@ -184,6 +184,11 @@ void SimulatedUsbmuxd::restart()
     command("restart");
 }
 
+void SimulatedUsbmuxd::hang(bool hung)
+{
+    command(hung ? "hang" : "answer");
+}
+
 std::string SimulatedUsbmuxd::command(const std::string& line)
 {
     std::string text = line + "\n";

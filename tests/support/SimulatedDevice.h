@@ -51,6 +51,8 @@ public:
     void detach(const std::string& udid);
     /// Drops every client connection, as a restarting usbmuxd does; keeps listening.
     void restart();
+    /// Reads requests and answers none from now on, as a stuck usbmuxd; or answers again.
+    void hang(bool hung);
 
 private:
     void shutdown();

@@ -133,6 +133,8 @@ void serveLockdown(int fd, Device& device)
         Plist request = receiveFrame(fd, ok);
         if (!ok)
             return;
+        if (device.lockdownSilent)
+            continue;
         Plist reply(plist_new_dict());
         auto name = stringItem(request.get(), "Request");
         if (!name) {

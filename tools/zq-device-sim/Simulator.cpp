@@ -217,6 +217,8 @@ bool Simulator::serveUsbmux(Connection& connection)
             return false;
         if (version != kProtocolVersion || type != kMessagePlist)
             return false;  // only the plist protocol is spoken, as by every current usbmuxd
+        if (hung_)
+            continue;  // read and never answered, as by a daemon that has stopped working
         Plist request = parsePlist(payload.data(), payload.size());
         auto messageType = stringItem(request.get(), "MessageType");
         if (!messageType) {

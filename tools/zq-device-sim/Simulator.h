@@ -36,13 +36,15 @@ struct Device {
     /// served as usual.
     struct Fault {
         /// an I/O error; the device leaves; it stops answering; nothing (only the read before
-        /// it comes back short, as a device's reads may)
-        enum Kind { ReadError, Depart, Freeze, ShortRead } kind;
+        /// it comes back short, as a device's reads may); this one connection stops answering
+        /// (a read that takes for ever, while new connections are served)
+        enum Kind { ReadError, Depart, Freeze, ShortRead, Stall } kind;
         std::string path;
         std::uint64_t offset = 0;
     };
     std::vector<Fault> faults;     ///< for trying how clients meet a failing device
     std::atomic<bool> frozen{false};
+    bool lockdownSilent = false;   ///< its lockdown service reads requests and answers none
     std::function<void()> depart;  ///< detaches the device (set by whoever attaches it)
 
     std::mutex servicesMutex;
@@ -68,6 +70,9 @@ public:
     std::string attach(std::shared_ptr<Device> device);
     std::string detach(const std::string& udid);
     void restart();
+    /// Requests are read and never answered from now on (connections are still taken), as by
+    /// a usbmuxd that hangs; or answered again.
+    void hang(bool hung) { hung_ = hung; }
     /// Drops every connection and stops accepting; waits (briefly) for the client threads.
     void stop();
 
@@ -104,6 +109,7 @@ private:
     std::size_t runningThreads_ = 0;
     std::condition_variable threadsDone_;
 
+    std::atomic<bool> hung_{false};
     std::atomic<bool> acceptRunning_{false};
     std::mutex acceptMutex_;
     std::condition_variable acceptDone_;

@@ -9,9 +9,10 @@
 //   attach UDID ROOT [key=value ...]   keys: name, productType, productVersion, serial,
 //                                      deviceClass, modelNumber, paired=0|1, and faults:
 //                                      readErrorAt=PATH@OFFSET, departAt=PATH@OFFSET, freezeAt=PATH@OFFSET,
-//                                      shortReadAt=PATH@OFFSET
+//                                      shortReadAt=PATH@OFFSET, stallAt=PATH@OFFSET, lockdown=silent
 //   detach UDID
 //   restart                            drop every client connection, keep listening
+//   hang / answer                      stop answering requests (a stuck usbmuxd) / answer again
 //   quit                               (also at the end of standard input)
 //
 // Words may be double-quoted ("name=My iPhone" or name="My iPhone"); a backslash escapes the
@@ -93,11 +94,15 @@ std::string attach(zq::sim::Simulator& simulator, const std::vector<std::string>
             device->modelNumber = value;
         else if (key == "paired" && (value == "0" || value == "1"))
             device->paired = value == "1";
-        else if (key == "readErrorAt" || key == "departAt" || key == "freezeAt" || key == "shortReadAt") {
+        else if (key == "lockdown" && value == "silent")
+            device->lockdownSilent = true;
+        else if (key == "readErrorAt" || key == "departAt" || key == "freezeAt" || key == "shortReadAt" ||
+                 key == "stallAt") {
             using Fault = zq::sim::Device::Fault;
             Fault fault{key == "readErrorAt" ? Fault::ReadError
                         : key == "departAt"  ? Fault::Depart
                         : key == "freezeAt"  ? Fault::Freeze
+                        : key == "stallAt"   ? Fault::Stall
                                              : Fault::ShortRead,
                         {}, 0};
             const auto at = value.rfind('@');
@@ -138,8 +143,13 @@ const char* const kHelp =
     "                                                               service (connections stay open)\n"
     "                                      shortReadAt=PATH@OFFSET  the read that reaches OFFSET stops\n"
     "                                                               short there; the next ones go on\n"
+    "                                      stallAt=PATH@OFFSET      that read is never answered; other\n"
+    "                                                               connections go on\n"
+    "                                      lockdown=silent          its lockdown service answers nothing\n"
     "  detach UDID                       the phone leaves; its connections drop\n"
     "  restart                           every client connection drops, as when usbmuxd restarts\n"
+    "  hang                              requests are read but never answered, as by a stuck usbmuxd\n"
+    "  answer                            requests are answered again\n"
     "  quit                              ends the simulator (so does the end of the input)\n"
     "\n"
     "Words with spaces go in double quotes; a backslash escapes the next character.\n"
@@ -200,6 +210,10 @@ int main(int argc, char** argv)
             error = simulator->detach((*words)[1]);
         } else if ((*words)[0] == "restart" && words->size() == 1) {
             simulator->restart();
+        } else if ((*words)[0] == "hang" && words->size() == 1) {
+            simulator->hang(true);
+        } else if ((*words)[0] == "answer" && words->size() == 1) {
+            simulator->hang(false);
         } else if ((*words)[0] == "quit") {
             quit = true;
         } else {

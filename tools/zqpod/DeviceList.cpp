@@ -1,6 +1,7 @@
 // zqpod devices / zqpod watch: the framework's device discovery as a person sees it.
 
 #include "DeviceList.h"
+#include "MobileDevices.h"
 #include "TerminalText.h"
 #include "LibraryReport.h"
 
@@ -72,7 +73,9 @@ std::size_t printConnectedDevices(std::ostream& out)
 {
     const auto devices = zq::ZQCore::connectediPodsOfSharedInstance();
     if (devices.empty()) {
-        out << "No devices connected.\n";
+        // Nothing is known about the phones when the daemon is silent (already said on stderr).
+        if (!mobileDevicesUnreachable() && !unopenedMobileDevices())
+            out << "No devices connected.\n";
         return 0;
     }
     std::vector<DeviceLine> lines = {{"NAME", "SERIAL", "TYPE", "MODEL", "PATH"}};

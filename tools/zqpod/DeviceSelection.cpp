@@ -80,6 +80,10 @@ Reference selectDevice(const std::optional<std::string>& which)
     if (!which) {
         if (connected.size() == 1)
             return connected.front();
+        if (connected.empty() && mobileDevicesUnreachable())
+            throw DeviceSelectionError("No device found: the phones could not be listed (see above).");
+        if (connected.empty() && unopenedMobileDevices())
+            throw DeviceSelectionError("No device found that could be opened (see above).");
         if (connected.empty())
             throw DeviceSelectionError(
                 "No device is connected. Connect an iPod in disk mode (it appears in 'zqpod devices'), or name the "
@@ -108,6 +112,10 @@ Reference selectDevice(const std::optional<std::string>& which)
     if (matches.size() > 1)
         throw DeviceSelectionError(std::to_string(matches.size()) + " connected devices are called '" + *which +
                                    "'; name one by its serial number or mount path:\n" + candidateList(matches));
+    if (connected.empty() && mobileDevicesUnreachable())
+        throw DeviceSelectionError("No device called '" + *which + "' is known: the phones could not be listed (see above).");
+    if (connected.empty() && unopenedMobileDevices())
+        throw DeviceSelectionError("No device called '" + *which + "' could be opened (see above).");
     if (connected.empty())
         throw DeviceSelectionError("No device called '" + *which +
                                    "': no device is connected, and there is no folder of that name here.");

@@ -11,6 +11,7 @@
 #include "ZQCore/afc/AFCDeviceRef.h"
 #include "ZQCore/afc/AFCFactory.h"
 #include "ZQCore/afc/AFCiPodRef.h"
+#include "ZQCore/afc/MobileDevice.h"
 #include "ZQCore/device/ZQCore.h"
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
@@ -49,7 +50,12 @@ std::string explain(const std::string& line)
     return line;
 }
 
+/// Devices that were attached but could not be opened (each said on stderr as it failed).
+int gUnopenedDevices = 0;
+
 } // namespace
+
+int unopenedMobileDevices() { return gUnopenedDevices; }
 
 void collectMobileDevices()
 {
@@ -59,12 +65,19 @@ void collectMobileDevices()
     collected = true;
     // Framework log lines about devices that could not be opened are what a person needs here.
     zq::setLogHandler([](const std::string& line) {
-        if (line.rfind(kOpenFailure, 0) == 0)
+        if (line.rfind(kOpenFailure, 0) == 0) {
+            ++gUnopenedDevices;
             std::cerr << "zqpod: " << explain(line) << std::endl;
+        }
     });
     zq::ZQCore::sharedInstance();
     zq::AFCFactory::factory()->waitForAttachedDevices(std::chrono::seconds(5));
+    if (const auto silent = mobileDevicesUnreachable())
+        std::cerr << "zqpod: " << *silent << ": phones and iPod touches cannot be listed. Restart it (for example: "
+                  << "systemctl restart usbmuxd) and try again; --timeout sets how many seconds to wait.\n";
 }
+
+std::optional<std::string> mobileDevicesUnreachable() { return zq::MobileDevicePlatform::shared()->notAnswering(); }
 
 std::optional<std::string> udidOf(const zq::ZQCoreiPodRef& reference)
 {

@@ -378,7 +378,8 @@ int runDevices(const std::vector<std::string>& args)
         throw UsageError{"usage: zqpod devices"};
     zqpod::collectMobileDevices();
     zqpod::printConnectedDevices(std::cout);
-    return kExitOK;
+    // A list that may be missing the phones is not a successful listing.
+    return zqpod::mobileDevicesUnreachable() || zqpod::unopenedMobileDevices() ? kExitFailure : kExitOK;
 }
 
 int runGet(const std::vector<std::string>& args)
