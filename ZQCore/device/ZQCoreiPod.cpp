@@ -49,7 +49,7 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
 {
     const std::optional<std::string> path = reference ? reference->path() : std::nullopt;
     if (!path || !fileExists(*path))
-        throw Exception("ZQCoreiPodNotFoundException", "Exception: Could not init ZQCoreiPod - path doesn't exist.");
+        throw Exception(ErrorKind::NotFound, "ZQCoreiPodNotFoundException", "Exception: Could not init ZQCoreiPod - path doesn't exist.");
     iPodBasePath_ = *path;
     setFiles(std::make_shared<VolumeFiles>(iPodBasePath_));
     const fs::path base(iPodBasePath_);
@@ -165,7 +165,7 @@ std::int32_t modelTypeForSerialNumber(const std::optional<std::string>& serial)
     while (!text.empty() && space(text.back()))
         text.remove_suffix(1);
     if (text.size() < 3)
-        throw Exception("RangeException", "The serial number \"" + std::string(text) +
+        throw Exception(ErrorKind::Damaged, "RangeException", "The serial number \"" + std::string(text) +
                                               "\" is shorter than the three characters that name a model.");
     const std::string suffix(text.substr(text.size() - 3));
 

@@ -80,7 +80,7 @@ MediaLibraryLoader::Contents MediaLibraryLoader::loadFromLocalMediaLibraryDataba
     try {
         return loadMediaLibrary(database, mediaRoot, parent);
     } catch (const Exception& error) {
-        throw Exception(error.name(), "The media library database (MediaLibrary.sqlitedb) could not be read; it "
+        throw error.withReason("The media library database (MediaLibrary.sqlitedb) could not be read; it "
                                       "may be damaged. " + error.reason());
     }
 }

@@ -32,7 +32,7 @@ iTunesDBLoader::Source iTunesDBLoader::loadBinaryLibraryInFolder(const DeviceFil
             return Source::iTunesDB;
         // An empty iTunesCDB with nothing beside it is a library that cannot be read.
         if (compressed)
-            throw Exception("ZQCoreiPodLibraryUnreadableException",
+            throw Exception(ErrorKind::Damaged, "ZQCoreiPodLibraryUnreadableException",
                             "The library database " + shownCompressed + " is empty (0 bytes).");
         return Source::None;
     }
@@ -45,8 +45,8 @@ iTunesDBLoader::Source iTunesDBLoader::loadBinaryLibraryInFolder(const DeviceFil
         } catch (const Exception& error) {
             // The walk's own reasons ("Length requested is greater than the remaining data.") do
             // not say which file; a person needs to know it is this one.
-            damage.emplace(error.name(),
-                           "The compressed library database " + shownCompressed + " is damaged: " + error.reason());
+            damage = error.withReason("The compressed library database " + shownCompressed +
+                                      " is damaged: " + error.reason());
         }
     } catch (const Exception& error) {
         damage = error;
@@ -73,8 +73,8 @@ iTunesDBLoader::Source iTunesDBLoader::loadBinaryLibraryInFolder(const DeviceFil
 
 bool iTunesDBLoader::loadBinaryDatabase(const DeviceFiles& files, const std::string& path, const std::string& shownAs)
 {
-    auto unreadable = [&](const std::string& why) {
-        return Exception("ZQCoreiPodLibraryUnreadableException", "The library database " + shownAs + " " + why);
+    auto unreadable = [&](ErrorKind kind, const std::string& why) {
+        return Exception(kind, "ZQCoreiPodLibraryUnreadableException", "The library database " + shownAs + " " + why);
     };
     // A file that is there but cannot be read is an error, never a library without tracks;
     // one that is a link out of the device is never read at all. One open serves the checks
@@ -85,7 +85,7 @@ bool iTunesDBLoader::loadBinaryDatabase(const DeviceFiles& files, const std::str
         struct stat info {};
         if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
             ::close(fd);
-            throw unreadable("is not a file.");
+            throw unreadable(ErrorKind::Damaged, "is not a file.");
         }
         reader = XRDataReader::dataReaderWithDescriptor(fd, path, true);
     } else if (errno == ENOTSUP) {
@@ -93,20 +93,22 @@ bool iTunesDBLoader::loadBinaryDatabase(const DeviceFiles& files, const std::str
             return false;
         reader = XRDataReader::dataReaderWithDeviceFile(files, path, true);
     } else {
-        if (errno == ENOENT || errno == ENOTDIR)
+        const int error = errno;
+        if (error == ENOENT || error == ENOTDIR)
             return false;
-        throw unreadable(errno == EXDEV ? std::string("is ") + kRefusedOutsideDevice + "."
-                                        : std::string("cannot be read: ") + std::strerror(errno) + ".");
+        throw unreadable(kindOfErrno(error), error == EXDEV
+                                                 ? std::string("is ") + kRefusedOutsideDevice + "."
+                                                 : std::string("cannot be read: ") + std::strerror(error) + ".");
     }
     if (!reader)
-        throw unreadable("cannot be read.");
+        throw unreadable(ErrorKind::Other, "cannot be read.");
     if (reader->length() == 0)
-        throw unreadable("is empty (0 bytes).");
+        throw unreadable(ErrorKind::Damaged, "is empty (0 bytes).");
     // Every library database begins with its "mhbd" record; anything else (a file copied over
     // it, random bytes) would otherwise walk as an empty library.
     const auto magic = reader->peekRawBytes(4);
     if (magic.size() != 4 || std::memcmp(magic.data(), "mhbd", 4) != 0)
-        throw unreadable("is not a library database: it does not begin with \"mhbd\".");
+        throw unreadable(ErrorKind::Damaged, "is not a library database: it does not begin with \"mhbd\".");
     // Nor is one whose first data set is not where its header says.
     // (Headers are a few hundred bytes long; 64 KiB is far beyond any a device writes.)
     if (const auto header = reader->peekRawBytes(24); header.size() == 24) {
@@ -122,12 +124,12 @@ bool iTunesDBLoader::loadBinaryDatabase(const DeviceFiles& files, const std::str
         // Devices write a handful of data sets; a count past a thousand (or below 0) is no count.
         constexpr std::int32_t kMostDataSets = 1000;
         if (dataSets < 0 || dataSets > kMostDataSets || (dataSets > 0 && misplaced))
-            throw unreadable("is not a library database: its header does not describe its data sets.");
+            throw unreadable(ErrorKind::Damaged, "is not a library database: its header does not describe its data sets.");
     }
     try {
         parseiTunesDBWithReader(*reader);
     } catch (const Exception& error) {
-        throw Exception(error.name(), "The library database " + shownAs + " is damaged: " + error.reason());
+        throw error.withReason("The library database " + shownAs + " is damaged: " + error.reason());
     }
     return true;
 }
