@@ -493,7 +493,7 @@ MUTATIONS = [
      "    if (false) {",
      "reader/device-name-not-from-plain-list"),
     ("ZQCore/reader/BinaryLibrary.cpp",
-     "        throw unreadable(\"is empty (0 bytes).\");",
+     "        throw unreadable(ErrorKind::Damaged, \"is empty (0 bytes).\");",
      "        return false;",
      "reader/empty-database-as-no-library"),
     ("ZQCore/reader/BinaryLibrary.cpp",
