@@ -22,7 +22,7 @@ FUZZ_PACKAGES := clang libclang-rt-14-dev
 # GNU time measures peak memory.
 BENCH_PACKAGES := libgpod-dev time
 
-.PHONY: all deps build demo test test-release test-asan test-deb mutate install deb docs bench bench-deps fuzz fuzz-deps clean
+.PHONY: all deps build demo test check-layers test-release test-asan test-deb mutate install deb docs bench bench-deps fuzz fuzz-deps clean
 
 all: build
 
@@ -42,7 +42,11 @@ demo: build
 	$(BUILD)/zqpod copy $(SAMPLE) $(DEMO_COPY) --playlists --art
 	tree $(DEMO_COPY)
 
-test: test-release test-deb test-asan
+test: check-layers test-release test-deb test-asan
+
+# The include arrows between the folders of ZQCore/: none may run upward (see the script).
+check-layers:
+	scripts/check-layers.py
 
 test-release: build
 	cd $(BUILD) && ctest --output-on-failure -j$(JOBS)

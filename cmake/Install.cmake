@@ -20,6 +20,7 @@ set(ZQ_PUBLIC_HEADERS
   ZQCore/foundation/Observable.h
   ZQCore/foundation/Range.h
   ZQCore/foundation/Value.h
+  ZQCore/files/DeviceFiles.h
   ZQCore/model/PackedStrings.h
   ZQCore/model/Playlist.h
   ZQCore/model/PlaylistFolder.h
@@ -27,6 +28,7 @@ set(ZQ_PUBLIC_HEADERS
   ZQCore/model/PurchasedPlaylist.h
   ZQCore/model/SmartPlaylist.h
   ZQCore/model/SmartPlaylistRule.h
+  ZQCore/model/TrackLibrary.h
   ZQCore/model/iPodTrack.h
   ZQCore/artwork/AlbumArt.h
   ZQCore/artwork/AlbumArtRep.h

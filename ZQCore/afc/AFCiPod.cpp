@@ -1,11 +1,11 @@
 #include "ZQCore/afc/AFCiPod.h"
 
 #include "ZQCore/afc/AFCDeviceRef.h"
+#include "ZQCore/afc/AFCFiles.h"
 #include "ZQCore/afc/AFCiPodRef.h"
 #include "ZQCore/device/ZQCore.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/Log.h"
-#include "ZQCore/reader/XRDataReader.h"
 
 #include <fcntl.h>
 #include <glib.h>
@@ -13,7 +13,6 @@
 
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <filesystem>
 
 namespace zq {
@@ -23,7 +22,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kLibraryFolder = "/iTunes_Control/iTunes/iTunes Library.itlp";
-constexpr std::array<const char*, 4> kDatabaseNames = {"Library.itdb", "Extras.itdb", "Locations.itdb", "Dynamic.itdb"};
 constexpr const char* kArtworkDatabase = "/iTunes_Control/Artwork/ArtworkDB";
 
 } // namespace
@@ -40,8 +38,11 @@ std::shared_ptr<ZQCoreiPod> AFCiPod::initWithiPodReference(const std::shared_ptr
     return library;
 }
 
+AFCiPod::AFCiPod() : afcFiles_(std::make_shared<AFCFiles>()) {}
+
 void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
 {
+    setFiles(afcFiles_);
     setDevice(reference->device());
     const std::shared_ptr<AMDevice>& handle = device_->device()->device();
     name_ = handle->copyValue(std::nullopt, "DeviceName");
@@ -108,107 +109,20 @@ void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
     ZQCore::libraryWasLoaded(shared_from_this());
 }
 
-bool AFCiPod::loadFromSQLiteDatabases()
-{
-    if (!device_->deviceInterface()->isDirectoryAtPath(kLibraryFolder))
-        return false;
-    std::array<std::string, 4> remote;
-    for (std::size_t i = 0; i < remote.size(); ++i) {
-        remote[i] = std::string(kLibraryFolder) + "/" + kDatabaseNames[i];
-        if (!device_->fileExistsAtPath(remote[i]))
-            return false;
-    }
-
-    // SQLite opens files, not streams: the databases are copied to a folder of their own,
-    // which goes again on every way out (a failed copy, a damaged database, a device that left).
-    gchar* uuid = g_uuid_string_random();
-    const fs::path folder = fs::path(g_get_tmp_dir()) / uuid;
-    g_free(uuid);
-    std::error_code ignored;
-    if (!fs::create_directory(folder, ignored))
-        return false;
-    struct Remover {
-        fs::path folder;
-        ~Remover()
-        {
-            std::error_code ignored;
-            fs::remove_all(folder, ignored);
-        }
-    } remover{folder};
-
-    std::array<std::string, 4> local;
-    bool copied = true;
-    for (std::size_t i = 0; i < local.size(); ++i) {
-        local[i] = (folder / kDatabaseNames[i]).string();
-        const int out = ::open(local[i].c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        if (out < 0) {
-            copied = false;
-            continue;
-        }
-        const FileCopyResult result = device_->copyFileAtPath(remote[i], out);
-        if (::close(out) != 0 || !result.completed)
-            copied = false;
-    }
-    return copied && loadFromLocalSQLiteDatabase(local[0], local[1], local[2], local[3]);
-}
+bool AFCiPod::loadFromSQLiteDatabases() { return loadSQLiteLibraryInFolder(kLibraryFolder); }
 
 void AFCiPod::setDevice(const std::shared_ptr<AFCDevice>& device)
 {
     device_ = device;
+    afcFiles_->setDevice(device);
     if (device_)
         device_->setDelegate(std::static_pointer_cast<AFCiPod>(shared_from_this()));
 }
 
-Value::Dictionary AFCiPod::deviceInfo() const
+void AFCiPod::setIsConnected(bool connected)
 {
-    Value::Dictionary info;
-    if (auto attributes = device_->deviceInterface()->getDeviceAttributes())
-        for (const auto& [key, value] : *attributes)
-            info[key] = value;
-    return info;
-}
-
-// A library whose device is known to have left answers at once, as a disk-mode library whose
-// volume has gone does; a device that fails during a read throws (see AFCDevice).
-std::optional<Data> AFCiPod::contentsOfFileAtPath(const std::string& path) const
-{
-    if (!isConnected() && loaded_)
-        return std::nullopt;
-    return device_->contentsOfFileAtPath(path);
-}
-
-std::optional<Data> AFCiPod::chunkOfFileAtPath(const std::string& path, Range range) const
-{
-    if ((!isConnected() && loaded_) || !device_->fileExistsAtPath(path))
-        return std::nullopt;
-    return device_->chunkOfFileAtPath(path, range);
-}
-
-std::optional<std::uint64_t> AFCiPod::sizeOfFileAtPath(const std::string& path) const
-{
-    if (!device_ || !device_->deviceInterface())
-        return std::nullopt;
-    const auto attributes = device_->deviceInterface()->getAttributesAtPath(path);
-    if (!attributes)
-        return std::nullopt;
-    const auto type = attributes->find("st_ifmt");
-    const auto size = attributes->find("st_size");
-    if (type == attributes->end() || type->second != "S_IFREG" || size == attributes->end())
-        return std::nullopt;
-    // The service answers in decimal text; anything else is no size rather than a wrong one.
-    std::uint64_t value = 0;
-    const auto* end = size->second.data() + size->second.size();
-    const auto [stop, error] = std::from_chars(size->second.data(), end, value);
-    if (error != std::errc() || stop != end || size->second.empty())
-        return std::nullopt;
-    return value;
-}
-
-FileCopyResult AFCiPod::copyFileAtPath(const std::string& path, int destination, const FileCopyProgress& progress) const
-{
-    if (!isConnected() && loaded_)
-        return {.error = ENODEV};
-    return device_->copyFileAtPath(path, destination, progress);
+    ZQCoreiPod::setIsConnected(connected);
+    afcFiles_->setStopped(!connected && loaded_);
 }
 
 bool AFCiPod::isDeviceGone(const Exception& error)
@@ -221,14 +135,6 @@ bool AFCiPod::isDeviceGone(const Exception& error)
     default:
         return false;
     }
-}
-
-std::shared_ptr<XRDataReader> AFCiPod::readerForFileAtPath(const std::string& path) const
-{
-    auto contents = contentsOfFileAtPath(path);
-    if (!contents)
-        return nullptr;
-    return XRDataReader::dataReaderWithData(contents, true);
 }
 
 void AFCiPod::deviceWasDisconnected(const std::shared_ptr<AFCDevice>&) { setIsConnected(false); }

@@ -9,6 +9,7 @@
 
 namespace zq {
 
+class AFCFiles;
 class AFCiPodRef;
 
 /// The library of a mobile device reached over AFC. It copies the four SQLite databases into a
@@ -35,21 +36,10 @@ public:
     void setDevice(const std::shared_ptr<AFCDevice>& device);
 
     std::optional<std::string> name() const override { return name_; }
-    /// The device's attributes as its file conduit reports them ("Model", "FSTotalBytes", ...).
-    Value::Dictionary deviceInfo() const override;
-    std::optional<Data> contentsOfFileAtPath(const std::string& path) const override;
-    /// No value unless a regular file is at the path.
-    std::optional<Data> chunkOfFileAtPath(const std::string& path, Range range) const override;
-    std::shared_ptr<XRDataReader> readerForFileAtPath(const std::string& path) const override;
-    bool readsFilesThroughDevice() const override { return true; }
-    /// The size the device's file service reports ("st_size"); no value when the file is not a
-    /// regular file there or the device is gone.
-    std::optional<std::uint64_t> sizeOfFileAtPath(const std::string& path) const override;
 
-    /// Streams the file over the session in constant memory; throws when the device fails
-    /// (see AFCDevice's reads).
-    FileCopyResult copyFileAtPath(const std::string& path, int destination,
-                                  const FileCopyProgress& progress = {}) const override;
+    /// Reads stop at once (answering nothing, as a volume that has gone does) while a loaded
+    /// library is not connected, and go on when it is again.
+    void setIsConnected(bool connected) override;
 
     void deviceWasDisconnected(const std::shared_ptr<AFCDevice>& device) override;
 
@@ -58,10 +48,11 @@ public:
     static bool isDeviceGone(const Exception& error);
 
 private:
-    AFCiPod() = default;
+    AFCiPod();
     void loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference);
 
     std::shared_ptr<AFCDevice> device_;
+    std::shared_ptr<AFCFiles> afcFiles_;
     bool loaded_ = false;  // until then the library is read while not yet marked connected
 };
 

@@ -2,6 +2,7 @@
 
 #include "ZQCore/afc/AFCDevice.h"
 #include "ZQCore/afc/AFCDeviceRef.h"
+#include "ZQCore/afc/AFCiPod.h"
 #include "ZQCore/foundation/Image.h"
 #include "ZQCore/foundation/Resources.h"
 
@@ -30,6 +31,11 @@ std::shared_ptr<Image> AFCiPodRef::icon() const
     // Loaded once for the class, like the registered image it stands for.
     static const std::shared_ptr<Image> touchImage = Resources::imageForResource("Touch", "png");
     return touchImage;
+}
+
+std::shared_ptr<ZQCoreiPod> AFCiPodRef::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& self) const
+{
+    return AFCiPod::initWithiPodReference(self);
 }
 
 } // namespace zq

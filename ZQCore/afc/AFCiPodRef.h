@@ -27,6 +27,10 @@ public:
     std::shared_ptr<Image> icon() const override;
     bool isMountedVolume() const override { return false; }
 
+protected:
+    /// An AFCiPod, reading the device over its session.
+    std::shared_ptr<ZQCoreiPod> loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& self) const override;
+
 private:
     AFCiPodRef() = default;
 

@@ -1,14 +1,14 @@
 #include "ZQCore/artwork/AlbumArtRep.h"
 
 #include "ZQCore/artwork/ArtworkLayouts.h"
-#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/model/TrackLibrary.h"
 #include "ZQCore/foundation/PixelConversion.h"
 
 namespace zq {
 
 std::shared_ptr<AlbumArtRep> AlbumArtRep::initWithMHNIHeader(std::span<const std::uint8_t> header,
                                                              const std::optional<std::string>& streamFile,
-                                                             const std::shared_ptr<ZQCoreiPod>& iPod)
+                                                             const std::shared_ptr<TrackLibrary>& iPod)
 {
     using namespace layout;
     auto rep = std::make_shared<AlbumArtRep>(Key());
@@ -26,7 +26,7 @@ std::shared_ptr<AlbumArtRep> AlbumArtRep::initWithMHNIHeader(std::span<const std
 }
 
 std::shared_ptr<AlbumArtRep> AlbumArtRep::initWithImageFile(const std::string& path,
-                                                            const std::shared_ptr<ZQCoreiPod>& iPod)
+                                                            const std::shared_ptr<TrackLibrary>& iPod)
 {
     auto rep = std::make_shared<AlbumArtRep>(Key());
     rep->imageFile_ = true;
@@ -63,10 +63,10 @@ std::shared_ptr<const Image> AlbumArtRep::image() const
     if (imageFile_) {
         // A cover file is a few hundred kilobytes; one claiming far more is not read at all.
         constexpr std::uint64_t kMaxImageFile = 32u << 20;
-        const auto size = library->sizeOfFileAtPath(*path_);
+        const auto size = library->files().sizeOfFile(*path_);
         if (size && *size > kMaxImageFile)
             return nullptr;
-        auto bytes = library->contentsOfFileAtPath(*path_);
+        auto bytes = library->files().contentsOfFile(*path_);
         if (!bytes || bytes->size() > kMaxImageFile)
             return nullptr;
         image_ = Image::imageWithEncodedData(*bytes);
@@ -84,7 +84,7 @@ std::shared_ptr<const Image> AlbumArtRep::image() const
     if (needed > dataLength_)
         return nullptr;
     const auto length = static_cast<std::uint32_t>(std::min<std::uint64_t>(dataLength_, needed + 1));
-    auto bytes = library->chunkOfFileAtPath(*path_, Range{fileOffset_, length});
+    auto bytes = library->files().chunkOfFile(*path_, Range{fileOffset_, length});
     if (!bytes || bytes->empty())
         return nullptr;
     image_ = convertRGB565ToImage(*bytes, width, height);

@@ -12,13 +12,13 @@
 
 namespace zq {
 
-class ZQCoreiPod;
+class TrackLibrary;
 
 /// One stored size of an album cover: the position of its 16-bit pixels in a thumbnail file on
 /// the device, and the image made from them the first time it is asked for.
 ///
 /// The pixels stay on the device until image() is called; then they are read through the
-/// library object's chunkOfFileAtPath (so a device reached over AFC reads them over AFC),
+/// library object's files (so a device reached over AFC reads them over AFC),
 /// converted once and kept. A read that finds nothing (device gone, file missing) or bytes of
 /// the wrong count answers no image and is tried again on the next call.
 ///
@@ -38,12 +38,12 @@ public:
     /// the library object that reads the file.
     static std::shared_ptr<AlbumArtRep> initWithMHNIHeader(std::span<const std::uint8_t> header,
                                                            const std::optional<std::string>& streamFile,
-                                                           const std::shared_ptr<ZQCoreiPod>& iPod);
+                                                           const std::shared_ptr<TrackLibrary>& iPod);
 
     /// A representation that is a whole JPEG or PNG file on the device (the covers of iOS 5 and
     /// later), decoded when its image is first asked for. Its size is not known before that and
     /// counts as 1 × 1, so that it can still be preferred.
-    static std::shared_ptr<AlbumArtRep> initWithImageFile(const std::string& path, const std::shared_ptr<ZQCoreiPod>& iPod);
+    static std::shared_ptr<AlbumArtRep> initWithImageFile(const std::string& path, const std::shared_ptr<TrackLibrary>& iPod);
 
     /// Visible size, without the padding.
     std::int32_t width() const { return imageWidth_; }
@@ -84,7 +84,7 @@ private:
     bool imageFile_ = false;
     std::optional<std::string> path_;
     mutable std::shared_ptr<const Image> image_;
-    std::weak_ptr<ZQCoreiPod> parentiPod_;
+    std::weak_ptr<TrackLibrary> parentiPod_;
 };
 
 } // namespace zq

@@ -2,7 +2,7 @@
 
 // Byte layouts of the records of the artwork database (ArtworkDB). As in the library database,
 // every record is read as a fixed-size block and its fields are taken from the block; the
-// walk itself is in ZQCoreiPod+Artwork.cpp. Offsets count from the start of each record.
+// walk itself is in ArtworkDBLoader.cpp. Offsets count from the start of each record.
 
 #include "ZQCore/reader/RecordLayouts.h"
 

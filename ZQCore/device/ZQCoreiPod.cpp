@@ -1,12 +1,14 @@
 #include "ZQCore/device/ZQCoreiPod.h"
-#include "ZQCore/reader/RecordLayouts.h"
+#include "ZQCore/reader/iTunesDBLoader.h"
+#include "ZQCore/artwork/ArtworkDBLoader.h"
+#include "ZQCore/sqlite/SQLiteLibraryLoader.h"
+#include "ZQCore/medialibrary/MediaLibraryLoader.h"
 #include "ZQCore/reader/XRDataReader.h"
 
-#include "ZQCore/afc/AFCiPod.h"
 #include "ZQCore/device/ZQCore.h"
 #include "ZQCore/device/SysInfoFiles.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
-#include "ZQCore/foundation/ConfinedOpen.h"
+#include "ZQCore/files/VolumeFiles.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/File.h"
 #include "ZQCore/foundation/Log.h"
@@ -16,7 +18,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <sys/statvfs.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -29,11 +30,14 @@ namespace fs = std::filesystem;
 
 std::shared_ptr<ZQCoreiPod> ZQCoreiPod::initWithiPodReference(const std::shared_ptr<ZQCoreiPodRef>& reference)
 {
-    // A device reached through a session has a library object of its own kind.
-    if (reference && !reference->isMountedVolume())
-        return AFCiPod::initWithiPodReference(reference);
     if (auto existing = ZQCore::existingLibraryForReference(reference))
         return existing;
+    // The reference knows which kind of library object reads its device (see loadLibrary).
+    return reference ? reference->loadLibrary(reference) : loadVolumeLibrary(reference);
+}
+
+std::shared_ptr<ZQCoreiPod> ZQCoreiPod::loadVolumeLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
+{
     std::shared_ptr<ZQCoreiPod> library(new ZQCoreiPod());
     library->loadLibrary(reference);
     return library;
@@ -47,6 +51,7 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
     if (!path || !fileExists(*path))
         throw Exception(ErrorKind::NotFound, "ZQCoreiPodNotFoundException", "Exception: Could not init ZQCoreiPod - path doesn't exist.");
     iPodBasePath_ = *path;
+    setFiles(std::make_shared<VolumeFiles>(iPodBasePath_));
     const fs::path base(iPodBasePath_);
 
     // A phone's file system (an ifuse mount, or a copy of one) keeps its whole library in
@@ -76,24 +81,14 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
     // Newer devices keep their library in the SQLite databases of "iTunes Library.itlp"; when
     // all four are there, they are loaded first and the binary database is the fallback.
     bool needsBinaryDatabase = true;
-    const fs::path itlp = base / control / "iTunes" / "iTunes Library.itlp";
-    if (fileExists(itlp)) {
-        const fs::path library = itlp / "Library.itdb", extras = itlp / "Extras.itdb",
-                       locations = itlp / "Locations.itdb", dynamics = itlp / "Dynamic.itdb";
-        // SQLite opens the files by their paths: each is checked first to be a file of the
-        // device, not a link out of it.
-        const auto inside = [this](const fs::path& file) { return fileExists(file) && !refusesPath(file); };
-        if (inside(library) && inside(extras) && inside(locations) && inside(dynamics)) {
-            try {
-                if (loadFromLocalSQLiteDatabase(library, extras, locations, dynamics)) {
-                    needsBinaryDatabase = false;
-                    librarySource_ = LibrarySource::SQLiteDatabases;
-                }
-            } catch (const Exception& error) {
-                log("Could not load the SQLite library databases with the error: " + error.reason() +
-                    " - reading iTunesDB instead.");
-            }
+    try {
+        if (loadSQLiteLibraryInFolder((base / control / "iTunes" / "iTunes Library.itlp").string())) {
+            needsBinaryDatabase = false;
+            librarySource_ = LibrarySource::SQLiteDatabases;
         }
+    } catch (const Exception& error) {
+        log("Could not load the SQLite library databases with the error: " + error.reason() +
+            " - reading iTunesDB instead.");
     }
 
     if (needsBinaryDatabase)
@@ -202,71 +197,6 @@ void ZQCoreiPod::warnAboutLoad(const std::string& warning)
     loadWarnings_.push_back(warning);
 }
 
-bool ZQCoreiPod::loadBinaryDatabase(const std::string& path, const std::string& shownAs)
-{
-    auto unreadable = [&](ErrorKind kind, const std::string& why) {
-        return Exception(kind, "ZQCoreiPodLibraryUnreadableException", "The library database " + shownAs + " " + why);
-    };
-    std::shared_ptr<XRDataReader> reader;
-    if (readsFilesThroughDevice()) {
-        if (!sizeOfFileAtPath(path))
-            return false;
-        reader = readerForFileAtPath(path);
-    } else {
-        // A file that is there but cannot be read is an error, never a library without tracks;
-        // one that is a link out of the device is never read at all. One open serves the checks
-        // and the walk.
-        const int fd = openFileAtPath(path, O_RDONLY);
-        if (fd < 0) {
-            const int error = errno;
-            if (error == ENOENT || error == ENOTDIR)
-                return false;
-            throw unreadable(kindOfErrno(error), error == EXDEV
-                                                     ? std::string("is ") + kRefusedOutsideDevice + "."
-                                                     : std::string("cannot be read: ") + std::strerror(error) + ".");
-        }
-        struct stat info {};
-        if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-            ::close(fd);
-            throw unreadable(ErrorKind::Damaged, "is not a file.");
-        }
-        reader = XRDataReader::dataReaderWithDescriptor(fd, path, true);
-    }
-    if (!reader)
-        throw unreadable(ErrorKind::Other, "cannot be read.");
-    if (reader->length() == 0)
-        throw unreadable(ErrorKind::Damaged, "is empty (0 bytes).");
-    // Every library database begins with its "mhbd" record; anything else (a file copied over
-    // it, random bytes) would otherwise walk as an empty library.
-    const auto magic = reader->peekRawBytes(4);
-    if (magic.size() != 4 || std::memcmp(magic.data(), "mhbd", 4) != 0)
-        throw unreadable(ErrorKind::Damaged, "is not a library database: it does not begin with \"mhbd\".");
-    // Nor is one whose first data set is not where its header says.
-    // (Headers are a few hundred bytes long; 64 KiB is far beyond any a device writes.)
-    if (const auto header = reader->peekRawBytes(24); header.size() == 24) {
-        const std::uint32_t headerLength = layout::le32(header, layout::ChunkStart::headerLength);
-        const auto dataSets = static_cast<std::int32_t>(layout::le32(header, layout::MHBDHeader::dataSetCount));
-        constexpr std::uint32_t kLongestHeader = 1u << 16;
-        // A file cut short inside its header is damaged, which the walk reports.
-        bool misplaced = headerLength < 24 || headerLength > kLongestHeader;
-        if (!misplaced) {
-            const auto start = reader->peekRawBytes(headerLength + 4);
-            misplaced = start.size() == headerLength + 4 && std::memcmp(start.data() + headerLength, "mhsd", 4) != 0;
-        }
-        // Devices write a handful of data sets; a count past a thousand (or below 0) is no count.
-        constexpr std::int32_t kMostDataSets = 1000;
-        if (dataSets < 0 || dataSets > kMostDataSets || (dataSets > 0 && misplaced))
-            throw unreadable(ErrorKind::Damaged, "is not a library database: its header does not describe its data sets.");
-    }
-    try {
-        parseiTunesDBWithReader(*reader);
-    } catch (const Exception& error) {
-        throw error.withReason("The library database " + shownAs + " is damaged: " + error.reason());
-    }
-    librarySource_ = LibrarySource::iTunesDB;
-    return true;
-}
-
 std::optional<std::string> ZQCoreiPod::name() const
 {
     if (auto master = masterPlaylist())
@@ -337,53 +267,158 @@ std::shared_ptr<iPodTrack> ZQCoreiPod::trackWithID(std::uint64_t trackID, std::u
     return nullptr;
 }
 
-Value::Dictionary ZQCoreiPod::deviceInfo() const
+// ---- the binary library database: the walk is iTunesDBLoader's. It starts from the library's
+// tracks and playlists (a walk replaces only what its file holds), and what it read is the
+// library's also when it throws.
+
+namespace {
+
+/// Hands a walk the library's tracks and playlists, and takes them back when it ends.
+struct BinaryWalk {
+    BinaryWalk(ZQCoreiPod::Tracks& tracks, ZQCoreiPod::Playlists& playlists, std::vector<std::string>& warnings,
+               std::shared_ptr<TrackLibrary> parent, std::string basePath)
+        : loader(std::move(parent), std::move(basePath), std::move(tracks), std::move(playlists)), tracks_(tracks),
+          playlists_(playlists), warnings_(warnings)
+    {
+    }
+    ~BinaryWalk()
+    {
+        tracks_ = std::move(loader.tracks());
+        playlists_ = std::move(loader.playlists());
+        warnings_.insert(warnings_.end(), loader.warnings().begin(), loader.warnings().end());
+    }
+    iTunesDBLoader loader;
+
+private:
+    ZQCoreiPod::Tracks& tracks_;
+    ZQCoreiPod::Playlists& playlists_;
+    std::vector<std::string>& warnings_;
+};
+
+} // namespace
+
+void ZQCoreiPod::parseiTunesDBWithData(const Data& data)
 {
-    // The free size comes first; a figure that cannot be read ends the list, so a volume whose
-    // free size is unknown reports nothing at all.
-    Value::Dictionary info;
-    struct statvfs volume {};
-    if (::statvfs(iPodBasePath_.c_str(), &volume) != 0)
-        return info;
-    info["FSFreeBytes"] = static_cast<std::int64_t>(static_cast<std::uint64_t>(volume.f_bavail) * volume.f_frsize);
-    info["FSTotalBytes"] = static_cast<std::int64_t>(static_cast<std::uint64_t>(volume.f_blocks) * volume.f_frsize);
-    return info;
+    BinaryWalk(tracks_, playlists_, loadWarnings_, weak_from_this().lock(), iPodBasePath_).loader.parseiTunesDBWithData(data);
 }
 
-int ZQCoreiPod::openFileAtPath(const std::string& path, int flags) const
+void ZQCoreiPod::parseiTunesDBWithReader(XRDataReader& reader)
 {
-    if (iPodBasePath_.empty())
-        return ::open(path.c_str(), flags | ((flags & O_PATH) ? 0 : O_NONBLOCK) | O_CLOEXEC);
-    return openInsideFolder(iPodBasePath_, path, flags);
+    BinaryWalk(tracks_, playlists_, loadWarnings_, weak_from_this().lock(), iPodBasePath_).loader.parseiTunesDBWithReader(reader);
 }
 
-bool ZQCoreiPod::refusesPath(const std::string& path) const
+ZQCoreiPod::Tracks ZQCoreiPod::parseTrackList(XRDataReader& reader)
 {
-    if (iPodBasePath_.empty())
+    return BinaryWalk(tracks_, playlists_, loadWarnings_, weak_from_this().lock(), iPodBasePath_).loader.parseTrackList(reader);
+}
+
+ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistListWithReader(XRDataReader& reader, const Tracks& tracks,
+                                                              const TrackIndexCache& cache)
+{
+    return BinaryWalk(tracks_, playlists_, loadWarnings_, weak_from_this().lock(), iPodBasePath_)
+        .loader.parsePlaylistListWithReader(reader, tracks, cache);
+}
+
+Value::Dictionary ZQCoreiPod::parseSmartPlaylistRulesInData(const Data& data)
+{
+    return iTunesDBLoader::parseSmartPlaylistRulesInData(data);
+}
+
+std::string ZQCoreiPod::keyForStringMHODType(std::int32_t type) { return iTunesDBLoader::keyForStringMHODType(type); }
+
+bool ZQCoreiPod::loadBinaryLibraryInFolder(const std::string& folder, const std::string& shownFolder)
+{
+    BinaryWalk walk(tracks_, playlists_, loadWarnings_, weak_from_this().lock(), iPodBasePath_);
+    switch (walk.loader.loadBinaryLibraryInFolder(*files_, folder, shownFolder)) {
+    case iTunesDBLoader::Source::None: return false;
+    case iTunesDBLoader::Source::iTunesDB: librarySource_ = LibrarySource::iTunesDB; return true;
+    case iTunesDBLoader::Source::iTunesCDB: librarySource_ = LibrarySource::iTunesCDB; return true;
+    }
+    return false;
+}
+
+// ---- the SQLite library databases: the load is SQLiteLibraryLoader's, into the library's own
+// track and playlist lists (what was loaded before a failure stays).
+
+bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const std::string& extras,
+                                             const std::string& locations, const std::string& dynamics)
+{
+    SQLiteLibraryLoader::Contents contents{tracks_, playlists_, nullptr};
+    const bool loaded = SQLiteLibraryLoader::loadFromLocalSQLiteDatabase(library, extras, locations, dynamics,
+                                                                         weak_from_this().lock(), contents);
+    addPlaylist(contents.podcastGroup);
+    return loaded;
+}
+
+bool ZQCoreiPod::loadSQLiteLibraryInFolder(const std::string& folder)
+{
+    SQLiteLibraryLoader::Contents contents{tracks_, playlists_, nullptr};
+    const bool loaded = SQLiteLibraryLoader::loadFromDevice(*files_, folder, weak_from_this().lock(), contents);
+    addPlaylist(contents.podcastGroup);
+    return loaded;
+}
+
+// ---- the single library database of iOS 5 and later: the load is MediaLibraryLoader's, and
+// what it gives replaces the library's tracks and playlists.
+
+bool ZQCoreiPod::loadFromMediaLibrary(const std::string& mediaRoot)
+{
+    auto contents = MediaLibraryLoader::loadFromMediaLibrary(*files_, mediaRoot, weak_from_this().lock());
+    if (!contents)
         return false;
-    const int fd = openFileAtPath(path, O_PATH);
-    const int error = errno;
-    if (fd >= 0)
-        ::close(fd);
-    return fd < 0 && error == EXDEV;
+    takeMediaLibrary(std::move(*contents));
+    librarySource_ = LibrarySource::MediaLibrary;
+    return true;
 }
 
-std::optional<Data> ZQCoreiPod::contentsOfFileAtPath(const std::string& path) const
+void ZQCoreiPod::loadFromLocalMediaLibraryDatabase(const std::string& database, const std::string& mediaRoot)
 {
-    return Data::contentsOfDescriptor(openFileAtPath(path, O_RDONLY));
+    takeMediaLibrary(MediaLibraryLoader::loadFromLocalMediaLibraryDatabase(database, mediaRoot, weak_from_this().lock()));
+}
+
+void ZQCoreiPod::takeMediaLibrary(MediaLibraryLoader::Contents&& contents)
+{
+    loadWarnings_.insert(loadWarnings_.end(), contents.warnings.begin(), contents.warnings.end());
+    {
+        ChangeScope change(*this, "tracks");
+        tracks_ = std::move(contents.tracks);
+    }
+    {
+        ChangeScope change(*this, "playlists");
+        playlists_ = std::move(contents.playlists);
+    }
+    addPlaylist(contents.podcastGroup);
+    if (contents.artworkLoadError)
+        artworkLoadError_ = std::move(contents.artworkLoadError);
+}
+
+// ---- the artwork database: the walk is ArtworkDBLoader's. A library object made outside a
+// shared_ptr (none of the framework's are) still walks; its representations then have no
+// library to read through and answer no image.
+
+void ZQCoreiPod::parseArtworkDBAtPath(const std::string& path, const Tracks& tracks)
+{
+    ArtworkDBLoader::parseArtworkDBAtPath(*files_, path, tracks, weak_from_this().lock());
+}
+
+void ZQCoreiPod::parseArtworkDBWithData(const Data& data, const Tracks& tracks, const std::string& folderPath)
+{
+    ArtworkDBLoader::parseArtworkDBWithData(data, tracks, folderPath, weak_from_this().lock());
+}
+
+void ZQCoreiPod::parseImageListWithReader(XRDataReader& reader, const Tracks& tracks, const std::string& folderPath)
+{
+    ArtworkDBLoader::parseImageListWithReader(reader, tracks, folderPath, weak_from_this().lock());
+}
+
+void ZQCoreiPod::linkArtwork(const Tracks& tracks, const std::vector<std::shared_ptr<AlbumArt>>& artworks)
+{
+    ArtworkDBLoader::linkArtwork(tracks, artworks);
 }
 
 std::shared_ptr<XRDataReader> ZQCoreiPod::readerForFileAtPath(const std::string& path) const
 {
-    return XRDataReader::dataReaderWithDescriptor(openFileAtPath(path, O_RDONLY), path, true);
-}
-
-std::optional<Data> ZQCoreiPod::chunkOfFileAtPath(const std::string& path, Range range) const
-{
-    auto file = File::adopt(openFileAtPath(path, O_RDONLY));
-    if (!file)
-        return std::nullopt;
-    return file->readRange(range.location, range.length);
+    return XRDataReader::dataReaderWithDeviceFile(*files_, path, true);
 }
 
 } // namespace zq

@@ -10,6 +10,7 @@
 #include "ZQCore/foundation/Value.h"
 #include "ZQCore/model/iPodTrack.h"
 #include "ZQCore/model/Playlist.h"
+#include "ZQCore/model/TrackLibrary.h"
 
 #include <cstdint>
 #include <functional>
@@ -22,10 +23,13 @@
 
 namespace zq {
 
+namespace MediaLibraryLoader {
+struct Contents;
+}
+
 class AlbumArt;
 class Podcasts;
 class XRDataReader;
-struct TrackIDIndex;
 class ZQCoreiPodRef;
 
 /// What a client may hang on a library object. The framework itself calls nothing on it.
@@ -43,7 +47,9 @@ public:
 /// owns its tracks and playlists; tracks refer back to it without owning it.
 ///
 /// Observable keys: "tracks" (removeTrack) and "playlists" (addPlaylist, removePlaylist).
-class ZQ_EXPORT ZQCoreiPod : public Observable, public std::enable_shared_from_this<ZQCoreiPod> {
+class ZQ_EXPORT ZQCoreiPod : public Observable,
+                             public TrackLibrary,
+                             public std::enable_shared_from_this<ZQCoreiPod> {
 public:
     using Tracks = std::vector<std::shared_ptr<iPodTrack>>;
     using Playlists = std::vector<std::shared_ptr<Playlist>>;
@@ -52,7 +58,8 @@ public:
 
     /// Loads the library of the device `reference` points at, or returns the library object
     /// already loaded for a device with the same serial number. A device reached through a
-    /// session (an AFCiPodRef) gets an AFCiPod. Throws
+    /// session (an AFCiPodRef) gets an AFCiPod: the reference says which
+    /// (ZQCoreiPodRef::loadLibrary). Throws
     /// "ZQCoreiPodNotFoundException" when the device's path does not exist; exceptions of a
     /// corrupt library database ("XRDataReaderInvalidRead") pass through.
     static std::shared_ptr<ZQCoreiPod> initWithiPodReference(const std::shared_ptr<ZQCoreiPodRef>& reference);
@@ -64,9 +71,7 @@ public:
 
     /// The master playlist's name; without a master playlist the stored name, or "iPod".
     virtual std::optional<std::string> name() const;
-    void setName(const std::optional<std::string>& name);
-    /// The mount point of the device's volume.
-    std::string path() const { return iPodBasePath_; }
+    void setName(const std::optional<std::string>& name) override;
     std::shared_ptr<ZQCoreiPodRef> iPodReference() const { return iPodReference_; }
 
     std::shared_ptr<Playlist> masterPlaylist() const;
@@ -97,38 +102,47 @@ public:
     /// SysInfoExtended tell it (see DeviceModel::fromDeviceInformation); unknown when they do not.
     const DeviceModel& model() const { return model_; }
 
-    /// { "FSTotalBytes", "FSFreeBytes" } of the device's volume, as far as they can be read.
-    virtual Value::Dictionary deviceInfo() const;
+    // ---- the device's files: each of these forwards to files() (see DeviceFiles), which knows
+    // whether they lie on a mounted volume or come over a device session.
+
+    /// { "FSTotalBytes", "FSFreeBytes" } of the device's volume, as far as they can be read; a
+    /// phone over a session gives the attributes its file conduit reports ("Model", ...).
+    Value::Dictionary deviceInfo() const { return files_->fileSystemInfo(); }
     /// A whole file of the device; no value when it cannot be read.
-    virtual std::optional<Data> contentsOfFileAtPath(const std::string& path) const;
+    std::optional<Data> contentsOfFileAtPath(const std::string& path) const { return files_->contentsOfFile(path); }
     /// Up to `range.length` bytes from `range.location` (fewer at the end of the file); no
     /// value when there is no file at the path.
-    virtual std::optional<Data> chunkOfFileAtPath(const std::string& path, Range range) const;
+    std::optional<Data> chunkOfFileAtPath(const std::string& path, Range range) const
+    {
+        return files_->chunkOfFile(path, range);
+    }
     /// The size of a file of the device as the device reports it (its file system's figure,
     /// which may differ from the size the library database records); no value when there is no
     /// such file or the device does not say.
-    virtual std::optional<std::uint64_t> sizeOfFileAtPath(const std::string& path) const;
+    std::optional<std::uint64_t> sizeOfFileAtPath(const std::string& path) const { return files_->sizeOfFile(path); }
     /// Streams a whole file of the device into `destination` (an open, writable descriptor,
     /// left open) without holding it in memory; for a mounted volume the kernel copies it.
     /// `progress` sees the bytes written so far and may stop the copy. A file that cannot be
     /// opened ends at once with its errno.
-    virtual FileCopyResult copyFileAtPath(const std::string& path, int destination,
-                                          const FileCopyProgress& progress = {}) const;
+    FileCopyResult copyFileAtPath(const std::string& path, int destination, const FileCopyProgress& progress = {}) const
+    {
+        return files_->copyFile(path, destination, progress);
+    }
 
     /// Opens a file of the device's volume with `flags` (O_RDONLY, O_PATH), confined to the
     /// volume: a path that leads outside it, by its text or through a symbolic link, is refused
-    /// with EXDEV (see openInsideFolder). Answers the descriptor, or -1 with errno set. A library
-    /// object with no volume (an empty path) opens the path as it is.
-    int openFileAtPath(const std::string& path, int flags) const;
+    /// with EXDEV (see openInsideFolder). Answers the descriptor, or -1 with errno set (ENOTSUP
+    /// for files reached through a session). A library object with no volume (an empty path)
+    /// opens the path as it is.
+    int openFileAtPath(const std::string& path, int flags) const { return files_->openFile(path, flags); }
     /// Whether the device names `path` outside itself (by its text, or through a link on a
     /// mounted volume): such a file is never read, and a copy reports it as refused.
-    virtual bool refusesPath(const std::string& path) const;
+    bool refusesPath(const std::string& path) const { return files_->refusesPath(path); }
 
     /// A reader over a file of the device for the record walks; nullptr when the file cannot be
-    /// read. The disk-mode device walks the file itself through a window rather than reading it
-    /// whole first (see XRDataReader); a subclass that reaches files some other way answers a
-    /// reader over contentsOfFileAtPath.
-    virtual std::shared_ptr<XRDataReader> readerForFileAtPath(const std::string& path) const;
+    /// read. A volume's file is walked through a window rather than read whole first (see
+    /// XRDataReader); a file reached through a session is read whole.
+    std::shared_ptr<XRDataReader> readerForFileAtPath(const std::string& path) const;
 
     /// Why the artwork database could not be loaded (the library loads without artwork then);
     /// no value when it loaded or the device has none.
@@ -147,15 +161,9 @@ public:
     /// not the rest). Empty when everything was read.
     const std::vector<std::string>& loadWarnings() const { return loadWarnings_; }
 
-    bool isConnected() const { return connected_; }
-    void setIsConnected(bool connected) { connected_ = connected; }
-
     /// True for library objects whose files are reached through a device session rather than
-    /// a mounted volume; tracks then read their files through this object.
-    virtual bool readsFilesThroughDevice() const { return false; }
-    /// True when the files are a phone's (reached through a session, or a folder holding a
-    /// phone's iTunes_Control): its thumbnails carry an alpha bit (1-5-5-5).
-    bool holdsPhoneFiles() const { return readsFilesThroughDevice() || phoneFolder_; }
+    /// a mounted volume.
+    bool readsFilesThroughDevice() const { return files_->readsThroughSession(); }
 
     // ---- the binary library database (iTunesDB) ----
     /// Walks a whole library database and keeps its track list and grouped playlist list
@@ -241,6 +249,9 @@ public:
 protected:
     ZQCoreiPod() = default;
 
+    /// The files every read of this library goes through (a new object has those of no device).
+    void setFiles(std::shared_ptr<DeviceFiles> files) { files_ = std::move(files); }
+
     /// The SCSI pass-through of the nub's disk (SG_IO); nullptr, after a message on standard
     /// error, when it cannot be had (permission denied included).
     virtual std::unique_ptr<SCSITaskDeviceInterface> createDeviceInterface(const DeviceInformationNub& entry) const;
@@ -249,16 +260,16 @@ protected:
     void loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference);
     /// Reads the binary library of the folder `folder` (iPod_Control/iTunes of a volume,
     /// /iTunes_Control/iTunes over AFC; `shownFolder` names it in messages) through the
-    /// object's own file access: iTunesCDB when it is there and not empty (a device that keeps
-    /// it also keeps an empty or stale iTunesDB), else iTunesDB (see loadBinaryDatabase). A
-    /// damaged iTunesCDB is logged and iTunesDB read instead when that holds a library; with
-    /// nothing else to read, its exception (reason naming the file and the damage) leaves here.
-    /// Answers false, changing nothing, when neither file is there.
+    /// object's files (see iTunesDBLoader::loadBinaryLibraryInFolder). Answers false, changing
+    /// nothing, when neither iTunesCDB nor iTunesDB is there.
     bool loadBinaryLibraryInFolder(const std::string& folder, const std::string& shownFolder);
+    /// Loads the four SQLite databases of the folder `folder` (an "iTunes Library.itlp") of the
+    /// object's files (see SQLiteLibraryLoader::loadFromDevice). False, loading nothing, unless
+    /// all four are there.
+    bool loadSQLiteLibraryInFolder(const std::string& folder);
 
     Tracks tracks_;
     Playlists playlists_;
-    std::string iPodBasePath_;
     std::optional<std::string> name_;
     std::weak_ptr<ZQCoreiPodDelegate> delegate_;
     std::shared_ptr<ZQCoreiPodRef> iPodReference_;
@@ -266,35 +277,18 @@ protected:
     Value properties_;
     std::int32_t autodetectedType_ = 0;
     DeviceModel model_;
-    bool connected_ = false;
     std::optional<std::string> artworkLoadError_;
-    bool phoneFolder_ = false;
     LibrarySource librarySource_ = LibrarySource::None;
     std::vector<std::string> loadWarnings_;
 
     /// Notes a part of the library that could not be read: logged and kept in loadWarnings().
     void warnAboutLoad(const std::string& warning);
-    /// Reads the binary library database at `path` (a disk-mode device's own file, or one
-    /// reached through contentsOfFileAtPath) when it is there. Answers false, changing nothing,
-    /// when there is no file at `path`; throws "ZQCoreiPodLibraryUnreadableException" naming
-    /// `shownAs` when the file is there but cannot be read, is empty or is no library
-    /// database, and passes on the walk's exception with `shownAs` in its reason.
-    bool loadBinaryDatabase(const std::string& path, const std::string& shownAs);
-
 private:
-    /// parseTrackList, with the walked tracks' index by ID.
-    Tracks parseTrackList(XRDataReader& reader, TrackIDIndex& index);
-    /// parsePlaylistListWithReader with the cache asked through `cachedIndex` (the index of the
-    /// track with that ID, or anything when it has none: the answer is checked, against `idAt`
-    /// when it gives the ID of every track by position, otherwise against the track).
-    Playlists parsePlaylistList(XRDataReader& reader, const Tracks& tracks,
-                                const std::function<std::uint32_t(std::uint64_t)>& cachedIndex,
-                                std::span<const std::uint32_t> idAt = {}, bool grouped = true);
-    /// The playlist list at the reader's position, with members resolved through the index of
-    /// the walked track list (made from `tracks_` when the walk met none). `grouped` is false
-    /// for the plain list, whose podcast playlist names episodes without show headers.
-    Playlists parseWalkedPlaylistList(XRDataReader& reader, std::optional<TrackIDIndex>& walked, bool grouped);
-    void loadMediaLibrary(const std::string& database, const std::string& mediaRoot);
+    friend class ZQCoreiPodRef;
+    /// A new library object of the volume `reference` names, loaded.
+    static std::shared_ptr<ZQCoreiPod> loadVolumeLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference);
+    /// Makes what a media library load gave the library's.
+    void takeMediaLibrary(MediaLibraryLoader::Contents&& contents);
     void readIdentityProperties();
     void detectModelType();
     /// Asks the device for its SysInfoExtended and writes a non-empty answer to `path`

@@ -1,10 +1,11 @@
 #include "ZQCore/device/ZQCoreiPodRef.h"
+#include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/SysInfoFiles.h"
 #include "ZQCore/reader/CompressedDatabase.h"
 #include "ZQCore/reader/XRDataReader.h"
 
 #include "ZQCore/foundation/Description.h"
-#include "ZQCore/foundation/ConfinedOpen.h"
+#include "ZQCore/files/VolumeFiles.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/File.h"
 #include "ZQCore/foundation/Resources.h"
@@ -33,7 +34,7 @@ std::string trimBlanks(std::string_view text)
 
 std::optional<std::string> ZQCoreiPodRef::nameFromCompressedLibrary(const std::string& root, const std::string& path)
 {
-    const auto contents = Data::contentsOfDescriptor(openInsideFolder(root, path, O_RDONLY));
+    const auto contents = VolumeFiles(root).contentsOfFile(path);
     if (!contents || contents->empty())
         return std::nullopt;
     try {
@@ -70,6 +71,7 @@ std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::initWithPath(const std::string& pa
     reference->revision_ = "unknown";
 
     const fs::path base(path);
+    const VolumeFiles files(path);
     // Only the header and the playlist list are needed for the name; the track list, nearly all
     // of the file, is stepped over without being read. The walk hops from header to header, so
     // each hop reads a small window: with the usual large one, a library of 100,000 tracks
@@ -81,7 +83,7 @@ std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::initWithPath(const std::string& pa
     reference->name_ = nameFromCompressedLibrary(path, base / "iPod_Control" / "iTunes" / "iTunesCDB");
     if (!reference->name_) {
         const fs::path databasePath = base / "iPod_Control" / "iTunes" / "iTunesDB";
-        auto database = XRDataReader::dataReaderWithDescriptor(openInsideFolder(path, databasePath, O_RDONLY),
+        auto database = XRDataReader::dataReaderWithDescriptor(files.openFile(databasePath, O_RDONLY),
                                                                databasePath, true, kHopWindow);
         reference->name_ = database ? getNameFromiTunesDBWithReader(*database) : std::string("iPod");
     }
@@ -89,10 +91,10 @@ std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::initWithPath(const std::string& pa
     // SysInfoExtended wins whenever it exists, even when nothing of it can be read.
     const fs::path device = base / "iPod_Control" / "Device";
     const std::optional<Data> sysInfo =
-        fileExists(device / "SysInfo") ? Data::contentsOfDescriptor(openInsideFolder(path, device / "SysInfo", O_RDONLY))
+        fileExists(device / "SysInfo") ? files.contentsOfFile(device / "SysInfo")
                                        : std::nullopt;
     if (fileExists(device / "SysInfoExtended")) {
-        if (auto contents = Data::contentsOfDescriptor(openInsideFolder(path, device / "SysInfoExtended", O_RDONLY)))
+        if (auto contents = files.contentsOfFile(device / "SysInfoExtended"))
             if (auto list = readSysInfoExtended(*contents))
                 reference->properties_ = std::move(*list);
     } else if (sysInfo) {
@@ -139,6 +141,11 @@ std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::copy() const
 std::string ZQCoreiPodRef::description() const
 {
     return "iPod name=" + describe(name()) + " rev=" + describe(revision()) + " path=" + describe(path());
+}
+
+std::shared_ptr<ZQCoreiPod> ZQCoreiPodRef::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& self) const
+{
+    return ZQCoreiPod::loadVolumeLibrary(self);
 }
 
 } // namespace zq

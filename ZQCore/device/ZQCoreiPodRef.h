@@ -13,6 +13,7 @@ namespace zq {
 
 class Image;
 class XRDataReader;
+class ZQCoreiPod;
 
 /// A device as a platform iPod service knows it: all a reference needs of such a service is
 /// the device's name and its firmware revision, each of which may be unavailable. (No such
@@ -79,6 +80,13 @@ public:
 
 protected:
     ZQCoreiPodRef() = default;
+
+    friend class ZQCoreiPod;
+    /// Loads the library of the device this reference stands for, as the object of the kind
+    /// that reads it: a volume's ZQCoreiPod here, a session's AFCiPod for an AFCiPodRef. This
+    /// is where ZQCoreiPod::initWithiPodReference learns which kind to make; `self` is this
+    /// reference.
+    virtual std::shared_ptr<ZQCoreiPod> loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& self) const;
 
     iPodDeviceHandle* ref_ = nullptr;
     std::optional<std::string> name_;

@@ -48,8 +48,8 @@ std::string artworkQuery(const MediaLibrarySchema& schema)
 
 } // namespace
 
-void attachMediaLibraryArtwork(sqlite3* db, const MediaLibrarySchema& schema, const ZQCoreiPod::Tracks& tracks,
-                               const std::string& mediaRoot, const std::shared_ptr<ZQCoreiPod>& parent)
+void attachMediaLibraryArtwork(sqlite3* db, const MediaLibrarySchema& schema, const std::vector<std::shared_ptr<iPodTrack>>& tracks,
+                               const std::string& mediaRoot, const std::shared_ptr<TrackLibrary>& parent)
 {
     const std::string query = artworkQuery(schema);
     if (query.empty())

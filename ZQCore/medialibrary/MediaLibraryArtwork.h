@@ -7,7 +7,9 @@
 // asked for. (Releases that keep their covers in ArtworkDB and thumbnail files are read by the
 // artwork database walk instead.)
 
-#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/model/Playlist.h"
+#include "ZQCore/model/TrackLibrary.h"
+#include "ZQCore/model/iPodTrack.h"
 
 #include <memory>
 #include <optional>
@@ -22,8 +24,8 @@ class MediaLibrarySchema;
 /// Attaches one AlbumArt per image file to the tracks it belongs to: a track's own artwork
 /// wins over its album's. Tracks without any keep what they had. Rows that name no usable file
 /// are skipped; a table that cannot be read throws "<application identifier>.SQLiteFailed".
-void attachMediaLibraryArtwork(sqlite3* db, const MediaLibrarySchema& schema, const ZQCoreiPod::Tracks& tracks,
-                               const std::string& mediaRoot, const std::shared_ptr<ZQCoreiPod>& parent);
+void attachMediaLibraryArtwork(sqlite3* db, const MediaLibrarySchema& schema, const std::vector<std::shared_ptr<iPodTrack>>& tracks,
+                               const std::string& mediaRoot, const std::shared_ptr<TrackLibrary>& parent);
 
 /// `relative` joined below `mediaRoot` when it stays inside it (no "..", nothing absolute; the
 /// phone's own "/var/mobile/Media/" in front is dropped); no value otherwise or when empty.

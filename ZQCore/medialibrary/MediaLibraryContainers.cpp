@@ -40,11 +40,11 @@ std::vector<std::int64_t> packedItemPids(std::span<const std::uint8_t> blob)
     return pids;
 }
 
-ZQCoreiPod::Playlists MediaLibraryContainers::load(
+std::vector<std::shared_ptr<Playlist>> MediaLibraryContainers::load(
     const std::unordered_map<std::int64_t, std::shared_ptr<iPodTrack>>& trackByPid,
-    const std::shared_ptr<ZQCoreiPod>& parent) const
+    const std::shared_ptr<TrackLibrary>& parent) const
 {
-    ZQCoreiPod::Playlists playlists;
+    std::vector<std::shared_ptr<Playlist>> playlists;
     if (!schema_.hasTable("container"))
         return playlists;
 

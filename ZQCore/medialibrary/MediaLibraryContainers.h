@@ -6,7 +6,9 @@
 // row, the purchased list's own kind, the device's own list as the master playlist), filled in
 // order, duplicates kept, and linked into their folders.
 
-#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/model/Playlist.h"
+#include "ZQCore/model/TrackLibrary.h"
+#include "ZQCore/model/iPodTrack.h"
 
 #include <functional>
 #include <memory>
@@ -39,8 +41,8 @@ public:
     /// The top-level playlists (folder children live in their folders). Rows of the podcast
     /// container are left out: the podcast group is built from the tracks. Throws
     /// "<application identifier>.SQLiteFailed" when the tables cannot be read.
-    ZQCoreiPod::Playlists load(const std::unordered_map<std::int64_t, std::shared_ptr<iPodTrack>>& trackByPid,
-                               const std::shared_ptr<ZQCoreiPod>& parent) const;
+    std::vector<std::shared_ptr<Playlist>> load(const std::unordered_map<std::int64_t, std::shared_ptr<iPodTrack>>& trackByPid,
+                               const std::shared_ptr<TrackLibrary>& parent) const;
 
 private:
     /// Fills the playlists of `byID` from whichever table lists members: the packed blobs of

@@ -33,7 +33,7 @@ double referenceSeconds(const std::optional<std::int64_t>& value)
 
 std::shared_ptr<iPodTrack> iPodTrack::initWithMediaLibraryItem(const MediaLibraryItem& item,
                                                                const std::optional<std::string>& filePath,
-                                                               const std::shared_ptr<ZQCoreiPod>& parent)
+                                                               const std::shared_ptr<TrackLibrary>& parent)
 {
     auto track = make(parent);
     iPodTrack& t = *track;

@@ -18,7 +18,7 @@ namespace zq {
 
 class iPodTrack;
 class Image;
-class ZQCoreiPod;
+class TrackLibrary;
 
 /// A named, ordered list of tracks of one library (duplicates allowed), and the base of the
 /// other kinds: Podcasts, PlaylistFolder, PurchasedPlaylist and SmartPlaylist.
@@ -43,7 +43,7 @@ public:
     /// row calls for (PurchasedPlaylist, PlaylistFolder, SmartPlaylist or Playlist), or nullptr
     /// for a row that is no playlist. The device's hidden library container gives its name to
     /// `parent`. Lives with the SQLite loader.
-    static std::shared_ptr<Playlist> initWithSQLiteRow(sqlite3_stmt* row, const std::shared_ptr<ZQCoreiPod>& parent);
+    static std::shared_ptr<Playlist> initWithSQLiteRow(sqlite3_stmt* row, const std::shared_ptr<TrackLibrary>& parent);
 
     ~Playlist() override;
 

@@ -12,7 +12,7 @@ public:
     const char* kind() const override { return "folder"; }
     static std::shared_ptr<PlaylistFolder> initWithName(const std::optional<std::string>& name);
     /// A folder (still empty) from a container row of the SQLite library.
-    static std::shared_ptr<PlaylistFolder> initWithSQLiteRow(sqlite3_stmt* row, const std::shared_ptr<ZQCoreiPod>& parent);
+    static std::shared_ptr<PlaylistFolder> initWithSQLiteRow(sqlite3_stmt* row, const std::shared_ptr<TrackLibrary>& parent);
 
     const std::vector<std::shared_ptr<Playlist>>& playlists() const { return playlists_; }
     /// Adds a child unless it is already there (then nothing is announced). A null child, the

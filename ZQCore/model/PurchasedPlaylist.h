@@ -13,7 +13,7 @@ public:
     static std::shared_ptr<PurchasedPlaylist> initWithName(const std::optional<std::string>& name);
     /// The purchased list from a container row of the SQLite library.
     static std::shared_ptr<PurchasedPlaylist> initWithSQLiteRow(sqlite3_stmt* row,
-                                                                const std::shared_ptr<ZQCoreiPod>& parent);
+                                                                const std::shared_ptr<TrackLibrary>& parent);
 
     bool isMaster() const override { return false; }
     bool isPodcasts() const override { return false; }

@@ -21,7 +21,7 @@ public:
     /// A smart playlist from a container row of the SQLite library: its flags and limit from
     /// the smart_* columns (a flag is on only for the stored value 1) and its rules from the
     /// rule blob. A blob that is empty or does not parse gives a playlist without rules.
-    static std::shared_ptr<SmartPlaylist> initWithSQLiteRow(sqlite3_stmt* row, const std::shared_ptr<ZQCoreiPod>& parent);
+    static std::shared_ptr<SmartPlaylist> initWithSQLiteRow(sqlite3_stmt* row, const std::shared_ptr<TrackLibrary>& parent);
 
     std::int32_t limitType() const { return limitType_; }
     std::int32_t limitSortType() const { return sortType_; }

@@ -1,22 +1,21 @@
 #include "ZQCore/model/iPodTrack.h"
 
 #include "ZQCore/artwork/AlbumArt.h"
-#include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/foundation/Application.h"
 #include "ZQCore/foundation/Description.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/File.h"
 #include "ZQCore/model/TrackArena.h"
+#include "ZQCore/model/TrackLibrary.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 
 
 namespace zq {
 
-std::shared_ptr<iPodTrack> iPodTrack::make(const std::shared_ptr<ZQCoreiPod>& parent)
+std::shared_ptr<iPodTrack> iPodTrack::make(const std::shared_ptr<TrackLibrary>& parent)
 {
     const auto& arena = TrackArena::current();
     auto track = arena ? std::allocate_shared<iPodTrack>(TrackArenaAllocator<iPodTrack>(arena), Key())
@@ -33,7 +32,7 @@ void iPodTrack::assignStrings(const std::array<std::optional<std::string_view>, 
         strings_.assign(strings);
 }
 
-std::shared_ptr<iPodTrack> iPodTrack::initWithParent(const std::shared_ptr<ZQCoreiPod>& parent) { return make(parent); }
+std::shared_ptr<iPodTrack> iPodTrack::initWithParent(const std::shared_ptr<TrackLibrary>& parent) { return make(parent); }
 
 Value::Dictionary& iPodTrack::additionalData()
 {
@@ -53,41 +52,40 @@ std::string iPodTrack::description() const
     return "Track ID: " + std::to_string(static_cast<std::int32_t>(trackID())) + " Title: " + describe(title());
 }
 
+// Every read goes through the library's files, which never read outside the device. A device
+// found gone marks its library not connected, so that a reader learns it from the library too.
+
 std::optional<Data> iPodTrack::contentsOfTrackFile() const
 {
-    auto library = parent();
+    auto library = parent_.lock();
     if (!library)
         return std::nullopt;
-    auto path = filePath();
-    if (library->readsFilesThroughDevice())
-        return path ? library->contentsOfFileAtPath(*path) : std::nullopt;
-
-    struct stat info {};
-    if (::stat(library->path().c_str(), &info) != 0) {
+    const DeviceFiles& files = library->files();
+    if (files.hasGone()) {
         library->setIsConnected(false);
         return std::nullopt;
     }
-    // Through the library, which never reads outside the device's volume.
-    return path ? library->contentsOfFileAtPath(*path) : std::nullopt;
+    auto path = filePath();
+    return path ? files.contentsOfFile(*path) : std::nullopt;
 }
 
 std::optional<Data> iPodTrack::chunkOfTrackFileWithRange(Range range) const
 {
-    auto library = parent();
+    auto library = parent_.lock();
     if (!library)
         return std::nullopt;
     auto path = filePath();
-    if (library->readsFilesThroughDevice())
-        return path ? library->chunkOfFileAtPath(*path, range) : std::nullopt;
-
     if (!path)
         return std::nullopt;
-    auto file = File::adopt(library->openFileAtPath(*path, O_RDONLY));
+    const DeviceFiles& files = library->files();
+    // Over a session the device itself bounds the read; a volume's file is checked first, in
+    // 32-bit arithmetic against the recorded size, as the database's own readers do: an end
+    // that wraps past 2^32 is judged by its wrapped value.
+    if (files.readsThroughSession())
+        return files.chunkOfFile(*path, range);
+    auto file = File::adopt(files.openFile(*path, O_RDONLY));
     if (!file)
         return std::nullopt;
-
-    // Checked in 32-bit arithmetic against the recorded size, as the database's own readers
-    // do: an end that wraps past 2^32 is judged by its wrapped value.
     const std::uint32_t end = range.location + range.length;
     if (range.location > fileSize_ || end > fileSize_)
         throw Exception(ErrorKind::Refused, applicationIdentifier() + ".FileReadError", "Range beyond file bounds");
@@ -96,27 +94,25 @@ std::optional<Data> iPodTrack::chunkOfTrackFileWithRange(Range range) const
 
 std::optional<std::uint64_t> iPodTrack::sizeOfTrackFile() const
 {
-    auto library = parent();
+    auto library = parent_.lock();
     auto path = filePath();
     if (!library || !path)
         return std::nullopt;
-    return library->sizeOfFileAtPath(*path);
+    return library->files().sizeOfFile(*path);
 }
 
 FileCopyResult iPodTrack::copyTrackFileTo(int destination, const FileCopyProgress& progress) const
 {
-    auto library = parent();
+    auto library = parent_.lock();
     auto path = filePath();
     if (!library || !path)
         return {.error = ENOENT};
-    if (!library->readsFilesThroughDevice()) {
-        struct stat info {};
-        if (::stat(library->path().c_str(), &info) != 0) {
-            library->setIsConnected(false);
-            return {.error = ENODEV};
-        }
+    const DeviceFiles& files = library->files();
+    if (files.hasGone()) {
+        library->setIsConnected(false);
+        return {.error = ENODEV};
     }
-    return library->copyFileAtPath(*path, destination, progress);
+    return files.copyFile(*path, destination, progress);
 }
 
 } // namespace zq

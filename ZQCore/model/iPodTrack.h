@@ -21,6 +21,7 @@ struct sqlite3_stmt;
 namespace zq {
 
 class AlbumArt;
+class TrackLibrary;
 class ZQCoreiPod;
 struct MediaLibraryItem;
 struct SQLiteSubRows;
@@ -39,7 +40,7 @@ public:
     explicit iPodTrack(Key) {}
 
     /// A track with every field zero, false or absent, belonging to `parent`.
-    static std::shared_ptr<iPodTrack> initWithParent(const std::shared_ptr<ZQCoreiPod>& parent);
+    static std::shared_ptr<iPodTrack> initWithParent(const std::shared_ptr<TrackLibrary>& parent);
 
     /// Text object types below this can reach a track field (1 to 22).
     static constexpr std::size_t kMHITTextTypes = 23;
@@ -49,7 +50,7 @@ public:
     /// converts the record's 1904-based local dates. Lives with the binary database reader.
     static std::shared_ptr<iPodTrack> initWithMHIT(std::span<const std::uint8_t> header,
                                                    std::span<const std::optional<std::string_view>> texts,
-                                                   const std::shared_ptr<ZQCoreiPod>& parent, LocalDateConverter& dates);
+                                                   const std::shared_ptr<TrackLibrary>& parent, LocalDateConverter& dates);
 
     /// The track of the row `row` of the SQLite library's item table, with its sub-rows from
     /// the library, locations and dynamics connections (`extrasDatabase` is passed along and
@@ -58,17 +59,17 @@ public:
     static std::shared_ptr<iPodTrack> initWithSQLiteRow(sqlite3_stmt* row, sqlite3* libraryDatabase,
                                                         sqlite3* extrasDatabase, sqlite3* locationsDatabase,
                                                         sqlite3* dynamicsDatabase,
-                                                        const std::shared_ptr<ZQCoreiPod>& parent);
+                                                        const std::shared_ptr<TrackLibrary>& parent);
     /// The same, with the sub-rows of a whole load, which reads each of those tables once.
     static std::shared_ptr<iPodTrack> initWithSQLiteRow(sqlite3_stmt* row, SQLiteSubRows& subRows,
-                                                        const std::shared_ptr<ZQCoreiPod>& parent);
+                                                        const std::shared_ptr<TrackLibrary>& parent);
 
     /// The track of one item of a MediaLibrary.sqlitedb (iOS 5 and later), with the path of its
     /// file on the device, or none for an item that is only in the cloud. Lives with the media
     /// library loader.
     static std::shared_ptr<iPodTrack> initWithMediaLibraryItem(const MediaLibraryItem& item,
                                                                const std::optional<std::string>& filePath,
-                                                               const std::shared_ptr<ZQCoreiPod>& parent);
+                                                               const std::shared_ptr<TrackLibrary>& parent);
 
     // Text fields.
     std::optional<std::string> artist() const { return text(Artist); }
@@ -146,8 +147,13 @@ public:
     /// Whether artwork of its own is attached (albumArt() is then not the shared stand-in).
     bool hasAlbumArt() const { return albumArt_ != nullptr; }
 
-    /// The library object that loaded this track, if it still exists.
-    std::shared_ptr<ZQCoreiPod> parent() const { return parent_.lock(); }
+    /// The library object that loaded this track, if it still exists. (A template only so that
+    /// this header need not know the library class: `track->parent()` answers a ZQCoreiPod.)
+    template <class Library = ZQCoreiPod>
+    std::shared_ptr<Library> parent() const
+    {
+        return std::dynamic_pointer_cast<Library>(parent_.lock());
+    }
 
     /// "Track ID: <low 32 bits of the ID, signed> Title: <title>".
     std::string description() const;
@@ -186,7 +192,7 @@ private:
         explicit Key() = default;
     };
     /// A new track, in the arena of this thread's load when there is one.
-    static std::shared_ptr<iPodTrack> make(const std::shared_ptr<ZQCoreiPod>& parent);
+    static std::shared_ptr<iPodTrack> make(const std::shared_ptr<TrackLibrary>& parent);
     /// Sets every text field at once (in the arena of this thread's load when there is one).
     void assignStrings(const std::array<std::optional<std::string_view>, StringFieldCount>& strings);
     std::optional<std::string> text(StringField field) const
@@ -200,7 +206,7 @@ private:
     }
 
     PackedStrings<StringFieldCount> strings_;
-    std::weak_ptr<ZQCoreiPod> parent_;
+    std::weak_ptr<TrackLibrary> parent_;
     std::shared_ptr<AlbumArt> albumArt_;
     std::unique_ptr<Value::Dictionary> additionalData_;
 

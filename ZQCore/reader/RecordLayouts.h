@@ -1,7 +1,7 @@
 #pragma once
 
 // Byte layouts of the records of the binary library database. Only offsets and sizes live here;
-// the walks that use them are in ZQCoreiPod+iTunesDB.cpp. Every record is read as a whole
+// the walks that use them are in iTunesDBLoader.cpp. Every record is read as a whole
 // fixed-size block first, so a field load below never leaves its block (the static_asserts
 // check each offset against its block's size).
 

@@ -27,7 +27,7 @@ bool TrackListBuilder::reachesField(std::uint32_t type)
     return (type >= 1 && type <= 9) || type == 12 || type == 13 || type == 14 || type == 22;
 }
 
-TrackListBuilder::TrackListBuilder(std::shared_ptr<ZQCoreiPod> parent, std::string basePath, std::size_t expectedTracks)
+TrackListBuilder::TrackListBuilder(std::shared_ptr<TrackLibrary> parent, std::string basePath, std::size_t expectedTracks)
     : parent_(std::move(parent)), basePath_(std::move(basePath))
 {
     tracks_.reserve(expectedTracks);
@@ -146,7 +146,7 @@ void TrackListBuilder::handOver()
     filling_ = std::move(next);
 }
 
-ZQCoreiPod::Tracks TrackListBuilder::finish()
+std::vector<std::shared_ptr<iPodTrack>> TrackListBuilder::finish()
 {
     handOver();
     if (thread_.joinable()) {

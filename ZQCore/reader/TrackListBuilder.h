@@ -2,7 +2,8 @@
 
 // Making the tracks of a track list from its raw records, beside the walk that reads them.
 
-#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/model/TrackLibrary.h"
+#include "ZQCore/model/iPodTrack.h"
 #include "ZQCore/foundation/IDIndex.h"
 #include "ZQCore/foundation/UTF16.h"
 #include "ZQCore/reader/RecordLayouts.h"
@@ -65,7 +66,7 @@ class TrackListBuilder {
 public:
     /// `expectedTracks` is the list's own count (the thread starts when it reaches
     /// minimumTracksForThread and the machine has a second processor).
-    TrackListBuilder(std::shared_ptr<ZQCoreiPod> parent, std::string basePath, std::size_t expectedTracks);
+    TrackListBuilder(std::shared_ptr<TrackLibrary> parent, std::string basePath, std::size_t expectedTracks);
     /// Stops and waits for the thread on every way out, a walk that throws included.
     ~TrackListBuilder();
     TrackListBuilder(const TrackListBuilder&) = delete;
@@ -93,7 +94,7 @@ public:
     enum class Handover { Adaptive, TextByText, WholeRecords };
     static Handover handover;
     /// Waits for every track and hands them over, in record order.
-    ZQCoreiPod::Tracks finish();
+    std::vector<std::shared_ptr<iPodTrack>> finish();
     /// After finish(): the tracks by ID, made along the way (on the builder's own thread, while
     /// the walk was still reading).
     TrackIDIndex takeIndex() { return std::move(index_); }
@@ -167,13 +168,13 @@ private:
     void make(Batch& batch);
     void run();
 
-    std::shared_ptr<ZQCoreiPod> parent_;
+    std::shared_ptr<TrackLibrary> parent_;
     std::string basePath_;
     std::shared_ptr<TrackArena> arena_;
     LocalDateConverter dates_;
     std::array<std::optional<std::string_view>, iPodTrack::kMHITTextTypes> texts_;
     std::size_t header_ = 0;
-    ZQCoreiPod::Tracks tracks_;
+    std::vector<std::shared_ptr<iPodTrack>> tracks_;
     TrackIDIndex index_;
 
     Batch filling_;

@@ -1,5 +1,6 @@
 #include "ZQCore/reader/XRDataReader.h"
 
+#include "ZQCore/files/DeviceFiles.h"
 #include "ZQCore/foundation/Application.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/UTF16.h"
@@ -140,6 +141,20 @@ std::shared_ptr<XRDataReader> XRDataReader::dataReaderWithDescriptor(int fd, con
     // As for a buffer, the length is a 32-bit count: the record walks address at most 4 GiB.
     const auto length = static_cast<std::int64_t>(static_cast<std::uint32_t>(info.st_size));
     return std::shared_ptr<XRDataReader>(new XRDataReader(std::move(window), length, isLittleEndian));
+}
+
+std::shared_ptr<XRDataReader> XRDataReader::dataReaderWithDeviceFile(const DeviceFiles& files, const std::string& path,
+                                                                     bool isLittleEndian)
+{
+    const int fd = files.openFile(path, O_RDONLY);
+    if (fd >= 0)
+        return dataReaderWithDescriptor(fd, path, isLittleEndian);
+    if (errno != ENOTSUP)
+        return nullptr;
+    auto contents = files.contentsOfFile(path);
+    if (!contents)
+        return nullptr;
+    return dataReaderWithData(contents, isLittleEndian);
 }
 
 XRDataReader::XRDataReader(Data data, bool isLittleEndian)

@@ -12,6 +12,8 @@
 
 namespace zq {
 
+class DeviceFiles;
+
 /// String encodings that readString accepts (CoreFoundation's identifiers for the two that the
 /// database walks use).
 enum class StringEncoding : std::uint32_t {
@@ -54,6 +56,12 @@ public:
     /// closes it on failure too); `path` names it in messages.
     static std::shared_ptr<XRDataReader> dataReaderWithDescriptor(int fd, const std::string& path, bool isLittleEndian,
                                                                   std::size_t windowSize = kDefaultWindowSize);
+
+    /// A reader over a file of a device: walked through a window where the device's files have
+    /// descriptors (a volume), else read whole first (over a session). nullptr when the file
+    /// cannot be read or is no regular file.
+    static std::shared_ptr<XRDataReader> dataReaderWithDeviceFile(const DeviceFiles& files, const std::string& path,
+                                                                  bool isLittleEndian);
 
     /// Large enough that the system calls cost nothing next to the parsing, small enough to stay
     /// in the processor's caches while the walk goes through it.

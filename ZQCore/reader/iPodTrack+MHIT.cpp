@@ -17,7 +17,7 @@ struct TextTarget {
 
 std::shared_ptr<iPodTrack> iPodTrack::initWithMHIT(std::span<const std::uint8_t> header,
                                                    std::span<const std::optional<std::string_view>> texts,
-                                                   const std::shared_ptr<ZQCoreiPod>& parent, LocalDateConverter& dates)
+                                                   const std::shared_ptr<TrackLibrary>& parent, LocalDateConverter& dates)
 {
     using namespace layout;
     namespace H = MHITHeader;

@@ -2,7 +2,7 @@
 
 #include "ZQCore/model/Playlist.h"
 
-#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/reader/iTunesDBLoader.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/model/PlaylistFolder.h"
 #include "ZQCore/model/PurchasedPlaylist.h"
@@ -15,7 +15,7 @@ namespace zq {
 
 namespace {
 
-// Columns of the container query (ZQCoreiPod+SQLite.cpp holds its text).
+// Columns of the container query (SQLiteLibraryLoader.cpp holds its text).
 enum ContainerColumn {
     Pid, DateCreated, Name, ParentPid, IsHidden, SmartIsFolder, SmartIsDynamic, SmartIsFiltered, SmartIsGenius,
     SmartEnabledOnly, SmartIsLimited, SmartLimitKind, SmartLimitOrder, SmartLimitValue, SmartReverseLimitOrder,
@@ -40,7 +40,7 @@ void Playlist::fillFromSQLiteRow(sqlite3_stmt* row)
     parentID_ = static_cast<std::uint64_t>(sqlite3_column_int64(row, ParentPid));
 }
 
-std::shared_ptr<Playlist> Playlist::initWithSQLiteRow(sqlite3_stmt* row, const std::shared_ptr<ZQCoreiPod>& parent)
+std::shared_ptr<Playlist> Playlist::initWithSQLiteRow(sqlite3_stmt* row, const std::shared_ptr<TrackLibrary>& parent)
 {
     const int kind = sqlite3_column_int(row, DistinguishedKind);
     const int hidden = sqlite3_column_int(row, IsHidden);
@@ -65,7 +65,7 @@ std::shared_ptr<Playlist> Playlist::initWithSQLiteRow(sqlite3_stmt* row, const s
 }
 
 std::shared_ptr<PurchasedPlaylist> PurchasedPlaylist::initWithSQLiteRow(sqlite3_stmt* row,
-                                                                        const std::shared_ptr<ZQCoreiPod>& /*parent*/)
+                                                                        const std::shared_ptr<TrackLibrary>& /*parent*/)
 {
     auto playlist = initWithName(sqliteText(row, Name));
     playlist->fillFromSQLiteRow(row);
@@ -73,7 +73,7 @@ std::shared_ptr<PurchasedPlaylist> PurchasedPlaylist::initWithSQLiteRow(sqlite3_
 }
 
 std::shared_ptr<PlaylistFolder> PlaylistFolder::initWithSQLiteRow(sqlite3_stmt* row,
-                                                                  const std::shared_ptr<ZQCoreiPod>& /*parent*/)
+                                                                  const std::shared_ptr<TrackLibrary>& /*parent*/)
 {
     auto folder = initWithName(sqliteText(row, Name));
     folder->fillFromSQLiteRow(row);
@@ -81,7 +81,7 @@ std::shared_ptr<PlaylistFolder> PlaylistFolder::initWithSQLiteRow(sqlite3_stmt* 
 }
 
 std::shared_ptr<SmartPlaylist> SmartPlaylist::initWithSQLiteRow(sqlite3_stmt* row,
-                                                                const std::shared_ptr<ZQCoreiPod>& /*parent*/)
+                                                                const std::shared_ptr<TrackLibrary>& /*parent*/)
 {
     std::shared_ptr<SmartPlaylist> playlist(new SmartPlaylist(sqliteText(row, Name)));
     SmartPlaylist& p = *playlist;
@@ -107,7 +107,7 @@ std::shared_ptr<SmartPlaylist> SmartPlaylist::initWithSQLiteRow(sqlite3_stmt* ro
     // costs its rules, never the library.
     Value::Dictionary rules;
     try {
-        rules = ZQCoreiPod::parseSmartPlaylistRulesInData(Data(bytes, static_cast<std::size_t>(length)));
+        rules = iTunesDBLoader::parseSmartPlaylistRulesInData(Data(bytes, static_cast<std::size_t>(length)));
     } catch (const Exception&) {
         return playlist;
     }

@@ -2,7 +2,9 @@
 
 #include "ZQCore/model/iPodTrack.h"
 
-#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/model/Playlist.h"
+#include "ZQCore/model/TrackLibrary.h"
+#include "ZQCore/model/iPodTrack.h"
 #include "ZQCore/sqlite/SQLiteDatabase.h"
 #include "ZQCore/sqlite/SQLiteSubRows.h"
 
@@ -14,7 +16,7 @@ namespace zq {
 
 namespace {
 
-// Columns of the item query (ZQCoreiPod+SQLite.cpp holds its text).
+// Columns of the item query (SQLiteLibraryLoader.cpp holds its text).
 enum ItemColumn {
     Pid, TitleColumn, AlbumColumn, ArtistColumn, AlbumArtistColumn, DescriptionColumn, GroupingColumn,
     ComposerColumn, CommentColumn, EQPresetColumn, TotalTimeMs, TrackNumberColumn, TrackCount, Year,
@@ -56,7 +58,7 @@ std::string appendingPathComponent(std::string base, std::string_view component)
 std::shared_ptr<iPodTrack> iPodTrack::initWithSQLiteRow(sqlite3_stmt* row, sqlite3* libraryDatabase,
                                                         sqlite3* /*extrasDatabase*/, sqlite3* locationsDatabase,
                                                         sqlite3* dynamicsDatabase,
-                                                        const std::shared_ptr<ZQCoreiPod>& parent)
+                                                        const std::shared_ptr<TrackLibrary>& parent)
 {
     // One track: its sub-rows are asked one by one rather than reading whole tables.
     SQLiteSubRows subRows(libraryDatabase, locationsDatabase, dynamicsDatabase, false);
@@ -64,7 +66,7 @@ std::shared_ptr<iPodTrack> iPodTrack::initWithSQLiteRow(sqlite3_stmt* row, sqlit
 }
 
 std::shared_ptr<iPodTrack> iPodTrack::initWithSQLiteRow(sqlite3_stmt* row, SQLiteSubRows& sub,
-                                                        const std::shared_ptr<ZQCoreiPod>& parent)
+                                                        const std::shared_ptr<TrackLibrary>& parent)
 {
     auto track = make(parent);
     iPodTrack& t = *track;

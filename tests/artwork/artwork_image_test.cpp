@@ -18,12 +18,6 @@ namespace {
 
 using namespace test;
 
-/// The same as a detached library, but reaching its files the way a device session does.
-struct SessionLibrary : ZQCoreiPod {
-    SessionLibrary() = default;
-    bool readsFilesThroughDevice() const override { return true; }
-};
-
 /// A representation of `width` x `height` pixels, `length` bytes at `offset` of `path`.
 std::shared_ptr<AlbumArtRep> rep(std::uint16_t width, std::uint16_t height, std::uint32_t length,
                                  const std::optional<std::string>& path, const std::shared_ptr<ZQCoreiPod>& library,

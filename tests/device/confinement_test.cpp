@@ -2,7 +2,7 @@
 // databases' locations, a file that is a symbolic link, the databases themselves) resolves inside
 // its folder, and what leads out is refused and reported, never read.
 
-#include "ZQCore/foundation/ConfinedOpen.h"
+#include "ZQCore/files/VolumeFiles.h"
 #include "tests/support/TestLibrary.h"
 #include "tests/tools/ToolProcess.h"
 

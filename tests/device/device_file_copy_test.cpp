@@ -4,6 +4,7 @@
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/model/iPodTrack.h"
 #include "tests/support/SampleDevice.h"
+#include "tests/support/TestLibrary.h"
 
 #include <gtest/gtest.h>
 
@@ -21,16 +22,12 @@ namespace {
 namespace fs = std::filesystem;
 using test::TempDir;
 
-/// A library object of a volume at `base`, with no database behind it.
-struct DiskLibrary : ZQCoreiPod {
-    explicit DiskLibrary(const std::string& base) { iPodBasePath_ = base; }
-};
-
-/// The same, reaching its files the way a device session does (as over AFC): in pieces.
-struct SessionLibrary : DiskLibrary {
-    using DiskLibrary::DiskLibrary;
-    bool readsFilesThroughDevice() const override { return true; }
-};
+/// A library object of a volume at `base`, with no database behind it, reading its files from
+/// the volume or, as over AFC, in pieces.
+std::shared_ptr<ZQCoreiPod> libraryAt(const std::string& base, bool throughSession)
+{
+    return std::make_shared<test::DetachedLibrary>(base, throughSession);
+}
 
 std::string pattern(std::size_t size)
 {
@@ -76,8 +73,7 @@ TEST_P(DeviceFileCopy, CopiesEveryByteAndReportsProgressUpToTheEnd)
     TempDir dir;
     const std::string bytes = pattern(GetParam().size);
     writeFile(dir.file("track.mp3"), bytes);
-    std::shared_ptr<ZQCoreiPod> library = GetParam().throughSession ? std::make_shared<SessionLibrary>(dir.path())
-                                                                    : std::make_shared<DiskLibrary>(dir.path());
+    std::shared_ptr<ZQCoreiPod> library = libraryAt(dir.path(), GetParam().throughSession);
     Sink sink(dir);
     std::vector<std::uint64_t> seen;
     const FileCopyResult result = library->copyFileAtPath(dir.file("track.mp3"), sink.fd, [&](std::uint64_t done) {
@@ -103,8 +99,7 @@ TEST(DeviceFileCopy, StopsWhenProgressSaysSo)
     TempDir dir;
     writeFile(dir.file("track.mp3"), pattern(20u << 20));
     for (bool session : {false, true}) {
-        std::shared_ptr<ZQCoreiPod> library = session ? std::make_shared<SessionLibrary>(dir.path())
-                                                      : std::make_shared<DiskLibrary>(dir.path());
+        std::shared_ptr<ZQCoreiPod> library = libraryAt(dir.path(), session);
         Sink sink(dir);
         int calls = 0;
         const FileCopyResult result =

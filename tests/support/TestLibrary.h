@@ -7,6 +7,7 @@
 
 #include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/device/ZQCoreiPodRef.h"
+#include "ZQCore/files/VolumeFiles.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/Log.h"
 #include "ZQCore/model/Playlist.h"
@@ -37,9 +38,30 @@ inline std::shared_ptr<zq::ZQCoreiPod> loadDatabase(const std::string& root, con
     return loadVolume(root, VolumeSpec{.database = db});
 }
 
-/// A library object with no device behind it, driven directly by a test.
+/// The files of a folder reached the way a device session reaches a phone's (as over AFC): no
+/// descriptors, no sizes, files in pieces.
+struct SessionFiles : zq::VolumeFiles {
+    using VolumeFiles::VolumeFiles;
+    std::optional<std::uint64_t> sizeOfFile(const std::string&) const override { return std::nullopt; }
+    zq::FileCopyResult copyFile(const std::string& path, int destination,
+                                const zq::FileCopyProgress& progress = {}) const override
+    {
+        return DeviceFiles::copyFile(path, destination, progress);
+    }
+    bool readsThroughSession() const override { return true; }
+};
+
+/// A library object with no device behind it, driven directly by a test: its files are those of
+/// the folder `base` (none: paths as they are), or reached as through a session.
 struct DetachedLibrary : zq::ZQCoreiPod {
-    explicit DetachedLibrary(std::string base = {}) { iPodBasePath_ = std::move(base); }
+    explicit DetachedLibrary(std::string base = {}, bool throughSession = false)
+    {
+        if (throughSession)
+            setFiles(std::make_shared<SessionFiles>(base));
+        else if (!base.empty())
+            setFiles(std::make_shared<zq::VolumeFiles>(base));
+        iPodBasePath_ = std::move(base);
+    }
 };
 
 using Ids = std::vector<std::uint32_t>;

@@ -7,7 +7,7 @@
 #include "ZQCore/afc/AFCiPod.h"
 #include "ZQCore/artwork/AlbumArt.h"
 #include "ZQCore/device/ZQCoreiPod.h"
-#include "ZQCore/foundation/ConfinedOpen.h"
+#include "ZQCore/files/DeviceFiles.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/Image.h"
 #include "ZQCore/model/Playlist.h"

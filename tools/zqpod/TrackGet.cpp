@@ -5,7 +5,7 @@
 #include "TrackCopy.h"
 
 #include "ZQCore/device/ZQCoreiPod.h"
-#include "ZQCore/foundation/ConfinedOpen.h"
+#include "ZQCore/files/DeviceFiles.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/File.h"
 #include "ZQCore/model/iPodTrack.h"

@@ -1,6 +1,6 @@
 // Loading a library from the four SQLite databases of "iTunes Library.itlp".
 
-#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/sqlite/SQLiteLibraryLoader.h"
 
 #include "ZQCore/foundation/IDIndex.h"
 #include "ZQCore/model/PlaylistFolder.h"
@@ -9,7 +9,13 @@
 #include "ZQCore/sqlite/SQLiteDatabase.h"
 #include "ZQCore/sqlite/SQLiteSubRows.h"
 
+#include <fcntl.h>
+#include <glib.h>
 #include <sqlite3.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
 
 #include <string>
 #include <unordered_map>
@@ -17,9 +23,12 @@
 
 namespace zq {
 
-bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const std::string& extras,
-                                             const std::string& locations, const std::string& dynamics)
+bool SQLiteLibraryLoader::loadFromLocalSQLiteDatabase(const std::string& library, const std::string& extras,
+                                                      const std::string& locations, const std::string& dynamics,
+                                                      const std::shared_ptr<TrackLibrary>& self, Contents& contents)
 {
+    Tracks& tracks_ = contents.tracks;
+    Playlists& playlists_ = contents.playlists;
     // All four are opened before any is judged. A database that cannot be opened is not
     // reported as a failure: nothing is loaded and the answer is still yes.
     SQLiteConnection libraryDB(library);
@@ -29,7 +38,6 @@ bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const s
     if (!libraryDB.valid() || !extrasDB.valid() || !locationsDB.valid() || !dynamicsDB.valid())
         return true;
 
-    const std::shared_ptr<ZQCoreiPod> self = weak_from_this().lock();
 
     // ---- tracks
     // Track by dbid, as an index into the collected tracks: the map is hit once per track and
@@ -158,9 +166,69 @@ bool ZQCoreiPod::loadFromLocalSQLiteDatabase(const std::string& library, const s
             group->addPodcast(show);
         }
         if (!group->podcasts().empty())
-            addPlaylist(group);
+            contents.podcastGroup = group;
     }
     return true;
+}
+
+bool SQLiteLibraryLoader::loadFromDevice(const DeviceFiles& files, const std::string& folder,
+                                         const std::shared_ptr<TrackLibrary>& parent, Contents& contents)
+{
+    namespace fs = std::filesystem;
+    static constexpr std::array<const char*, 4> kNames = {"Library.itdb", "Extras.itdb", "Locations.itdb",
+                                                          "Dynamic.itdb"};
+    if (!files.fileExists(folder))
+        return false;
+    std::array<std::string, 4> remote;
+    for (std::size_t i = 0; i < remote.size(); ++i) {
+        remote[i] = folder + "/" + kNames[i];
+        if (!files.fileExists(remote[i]))
+            return false;
+    }
+
+    // SQLite opens the files by their paths: where the device's files are files of this
+    // computer, each is checked to be one of the device's and opened as it is.
+    std::array<std::string, 4> local;
+    bool inPlace = true;
+    for (std::size_t i = 0; i < local.size() && inPlace; ++i) {
+        auto path = files.localPath(remote[i]);
+        inPlace = path.has_value();
+        if (path)
+            local[i] = *path;
+    }
+    if (inPlace)
+        return loadFromLocalSQLiteDatabase(local[0], local[1], local[2], local[3], parent, contents);
+    // Otherwise SQLite needs copies (and a file of a volume that leads out of it, which is never
+    // read, fails its copy): a folder of their own, which goes again on every way out
+    // (a failed copy, a damaged database, a device that left).
+    gchar* uuid = g_uuid_string_random();
+    const fs::path copies = fs::path(g_get_tmp_dir()) / uuid;
+    g_free(uuid);
+    std::error_code ignored;
+    if (!fs::create_directory(copies, ignored))
+        return false;
+    struct Remover {
+        fs::path folder;
+        ~Remover()
+        {
+            std::error_code ignored;
+            fs::remove_all(folder, ignored);
+        }
+    } remover{copies};
+
+    bool copied = true;
+    for (std::size_t i = 0; i < local.size(); ++i) {
+        local[i] = (copies / kNames[i]).string();
+        const int out = ::open(local[i].c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        if (out < 0) {
+            copied = false;
+            continue;
+        }
+        const FileCopyResult result = files.copyFile(remote[i], out);
+        if (::close(out) != 0 || !result.completed)
+            copied = false;
+    }
+    return copied && loadFromLocalSQLiteDatabase(local[0], local[1], local[2], local[3], parent, contents);
 }
 
 } // namespace zq

@@ -7,9 +7,11 @@
 // through XRDataReader::setPosition (which clamps to the last byte, so a length pointing past
 // the end makes the next read fail with "XRDataReaderInvalidRead"). Tags are never examined.
 
-#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/reader/iTunesDBLoader.h"
+
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/IDIndex.h"
+#include "ZQCore/foundation/Log.h"
 #include "ZQCore/foundation/UTF16.h"
 #include "ZQCore/model/Podcasts.h"
 #include "ZQCore/model/SmartPlaylist.h"
@@ -154,7 +156,20 @@ Value::Dictionary readSmartPrefs(XRDataReader& reader)
 
 } // namespace
 
-std::string ZQCoreiPod::keyForStringMHODType(std::int32_t type)
+iTunesDBLoader::iTunesDBLoader(std::shared_ptr<TrackLibrary> parent, std::string basePath, Tracks tracks,
+                               Playlists playlists)
+    : tracks_(std::move(tracks)), playlists_(std::move(playlists)), parent_(std::move(parent)),
+      basePath_(std::move(basePath))
+{
+}
+
+void iTunesDBLoader::warnAboutLoad(const std::string& warning)
+{
+    log(warning);
+    warnings_.push_back(warning);
+}
+
+std::string iTunesDBLoader::keyForStringMHODType(std::int32_t type)
 {
     switch (type) {
     case 1: return "title";
@@ -185,14 +200,14 @@ std::string ZQCoreiPod::keyForStringMHODType(std::int32_t type)
     }
 }
 
-void ZQCoreiPod::parseiTunesDBWithData(const Data& data)
+void iTunesDBLoader::parseiTunesDBWithData(const Data& data)
 {
     if (data.empty())
         return;
     parseiTunesDBWithReader(*XRDataReader::dataReaderWithData(data, true));
 }
 
-void ZQCoreiPod::parseiTunesDBWithReader(XRDataReader& readerRef)
+void iTunesDBLoader::parseiTunesDBWithReader(XRDataReader& readerRef)
 {
     if (readerRef.length() == 0)
         return;
@@ -238,7 +253,7 @@ void ZQCoreiPod::parseiTunesDBWithReader(XRDataReader& readerRef)
     }
 }
 
-ZQCoreiPod::Playlists ZQCoreiPod::parseWalkedPlaylistList(XRDataReader& reader, std::optional<TrackIDIndex>& walked,
+iTunesDBLoader::Playlists iTunesDBLoader::parseWalkedPlaylistList(XRDataReader& reader, std::optional<TrackIDIndex>& walked,
                                                           bool grouped)
 {
     // Built from the tracks already read: a playlist data set that comes before the track list
@@ -265,20 +280,20 @@ ZQCoreiPod::Playlists ZQCoreiPod::parseWalkedPlaylistList(XRDataReader& reader, 
     }, cache.idAt, grouped);
 }
 
-ZQCoreiPod::Tracks ZQCoreiPod::parseTrackList(XRDataReader& reader)
+iTunesDBLoader::Tracks iTunesDBLoader::parseTrackList(XRDataReader& reader)
 {
     TrackIDIndex unused;
     return parseTrackList(reader, unused);
 }
 
-ZQCoreiPod::Tracks ZQCoreiPod::parseTrackList(XRDataReader& reader, TrackIDIndex& index)
+iTunesDBLoader::Tracks iTunesDBLoader::parseTrackList(XRDataReader& reader, TrackIDIndex& index)
 {
     const std::uint32_t start = reader.position();
     const auto list = reader.readBlock<ListHeader::size>();
     const std::uint32_t count = le32(list, ChunkStart::childCount);
     reader.setPosition(start + le32(list, ChunkStart::headerLength));
     // The count is the file's claim; reserve only what the remaining bytes could hold.
-    TrackListBuilder builder(shared_from_this(), iPodBasePath_,
+    TrackListBuilder builder(parent_, basePath_,
                              std::min<std::uint64_t>(count, static_cast<std::uint64_t>(reader.length()) / MHITHeader::size + 1));
 
     std::span<const std::uint8_t> text;
@@ -310,7 +325,7 @@ ZQCoreiPod::Tracks ZQCoreiPod::parseTrackList(XRDataReader& reader, TrackIDIndex
     return tracks;
 }
 
-ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistListWithReader(XRDataReader& reader, const Tracks& tracks,
+iTunesDBLoader::Playlists iTunesDBLoader::parsePlaylistListWithReader(XRDataReader& reader, const Tracks& tracks,
                                                               const TrackIndexCache& cache)
 {
     return parsePlaylistList(reader, tracks, [&](std::uint64_t trackID) {
@@ -319,7 +334,7 @@ ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistListWithReader(XRDataReader& read
     });
 }
 
-ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistList(XRDataReader& reader, const Tracks& tracks,
+iTunesDBLoader::Playlists iTunesDBLoader::parsePlaylistList(XRDataReader& reader, const Tracks& tracks,
                                                     const std::function<std::uint32_t(std::uint64_t)>& cachedIndex,
                                                     std::span<const std::uint32_t> idAt, bool grouped)
 {
@@ -461,7 +476,7 @@ ZQCoreiPod::Playlists ZQCoreiPod::parsePlaylistList(XRDataReader& reader, const 
     return playlists;
 }
 
-Value::Dictionary ZQCoreiPod::parseSmartPlaylistRulesInData(const Data& data)
+Value::Dictionary iTunesDBLoader::parseSmartPlaylistRulesInData(const Data& data)
 {
     auto reader = XRDataReader::dataReaderWithData(data, false);
     Value::Dictionary result;

@@ -1,7 +1,7 @@
 // Loading a library from the one SQLite database of iOS 5 and later devices,
 // iTunes_Control/iTunes/MediaLibrary.sqlitedb.
 
-#include "ZQCore/device/ZQCoreiPod.h"
+#include "ZQCore/medialibrary/MediaLibraryLoader.h"
 
 #include "ZQCore/medialibrary/MediaLibraryArtwork.h"
 #include "ZQCore/medialibrary/MediaLibraryContainers.h"
@@ -9,6 +9,7 @@
 #include "ZQCore/medialibrary/MediaLibraryItemReader.h"
 #include "ZQCore/medialibrary/MediaLibrarySchema.h"
 #include "ZQCore/foundation/Exception.h"
+#include "ZQCore/foundation/Log.h"
 #include "ZQCore/model/Podcasts.h"
 #include "ZQCore/sqlite/SQLiteDatabase.h"
 
@@ -51,25 +52,33 @@ std::optional<std::string> mediaLibraryFilePath(const std::string& mediaRoot, co
     return (fs::path(mediaRoot) / *inside).string();
 }
 
-bool ZQCoreiPod::loadFromMediaLibrary(const std::string& mediaRoot)
+namespace {
+
+MediaLibraryLoader::Contents loadMediaLibrary(const std::string& database, const std::string& mediaRoot,
+                                              const std::shared_ptr<TrackLibrary>& self);
+
+} // namespace
+
+std::optional<MediaLibraryLoader::Contents>
+MediaLibraryLoader::loadFromMediaLibrary(const DeviceFiles& files, const std::string& mediaRoot,
+                                         const std::shared_ptr<TrackLibrary>& parent)
 {
     const std::string database = (fs::path(mediaRoot) / kDatabase).string();
-    if (!sizeOfFileAtPath(database))
-        return false;
+    if (!files.sizeOfFile(database))
+        return std::nullopt;
     MediaLibraryCopy copy(
-        database, [this](const std::string& path) { return contentsOfFileAtPath(path); },
-        [this](const std::string& path) { return sizeOfFileAtPath(path).has_value(); });
-    loadFromLocalMediaLibraryDatabase(copy.localPath(), mediaRoot);
-    librarySource_ = LibrarySource::MediaLibrary;
-    return true;
+        database, [&](const std::string& path) { return files.contentsOfFile(path); },
+        [&](const std::string& path) { return files.sizeOfFile(path).has_value(); });
+    return loadFromLocalMediaLibraryDatabase(copy.localPath(), mediaRoot, parent);
 }
 
-void ZQCoreiPod::loadFromLocalMediaLibraryDatabase(const std::string& database, const std::string& mediaRoot)
+MediaLibraryLoader::Contents MediaLibraryLoader::loadFromLocalMediaLibraryDatabase(
+    const std::string& database, const std::string& mediaRoot, const std::shared_ptr<TrackLibrary>& parent)
 {
     // SQLite's own words ("SQL logic error" for a damaged schema page) do not say which file
     // failed; the reason names it, so that a person knows the phone's library is what is damaged.
     try {
-        loadMediaLibrary(database, mediaRoot);
+        return loadMediaLibrary(database, mediaRoot, parent);
     } catch (const Exception& error) {
         throw error.withReason("The media library database (MediaLibrary.sqlitedb) could not be read; it "
                                       "may be damaged. " + error.reason());
@@ -77,6 +86,9 @@ void ZQCoreiPod::loadFromLocalMediaLibraryDatabase(const std::string& database, 
 }
 
 namespace {
+
+using Tracks = std::vector<std::shared_ptr<iPodTrack>>;
+using Playlists = std::vector<std::shared_ptr<Playlist>>;
 
 /// Whether every row of `table` can be read (a damaged page fails the walk).
 bool readsThrough(sqlite3* db, const std::string& table)
@@ -92,14 +104,16 @@ bool readsThrough(sqlite3* db, const std::string& table)
     }
 }
 
-} // namespace
-
-void ZQCoreiPod::loadMediaLibrary(const std::string& database, const std::string& mediaRoot)
+MediaLibraryLoader::Contents loadMediaLibrary(const std::string& database, const std::string& mediaRoot,
+                                              const std::shared_ptr<TrackLibrary>& self)
 {
     MediaLibraryConnection connection(database);
     MediaLibrarySchema schema(connection.handle());
-    const std::shared_ptr<ZQCoreiPod> self = weak_from_this().lock();
-    auto warn = [this](const std::string& warning) { warnAboutLoad(warning); };
+    MediaLibraryLoader::Contents contents;
+    auto warn = [&contents](const std::string& warning) {
+        log(warning);
+        contents.warnings.push_back(warning);
+    };
 
     // ---- tracks, in row order. A table joined to the items that cannot be read costs the
     // fields it gives (statistics, names, ...), not the tracks: it is set aside and the items
@@ -182,23 +196,20 @@ void ZQCoreiPod::loadMediaLibrary(const std::string& database, const std::string
         show->addTrack(track);
     }
 
-    {
-        ChangeScope change(*this, "tracks");
-        tracks_ = std::move(tracks);
-    }
-    {
-        ChangeScope change(*this, "playlists");
-        playlists_ = std::move(playlists);
-    }
+    contents.tracks = std::move(tracks);
+    contents.playlists = std::move(playlists);
     if (!group->podcasts().empty())
-        addPlaylist(group);
+        contents.podcastGroup = group;
 
     try {
-        attachMediaLibraryArtwork(connection.handle(), schema, tracks_, mediaRoot, self);
+        attachMediaLibraryArtwork(connection.handle(), schema, contents.tracks, mediaRoot, self);
     } catch (const Exception& error) {
-        artworkLoadError_ = error.reason();
+        contents.artworkLoadError = error.reason();
         warn("The artwork of MediaLibrary.sqlitedb could not be read: " + error.reason());
     }
+    return contents;
 }
+
+} // namespace
 
 } // namespace zq

@@ -1,14 +1,15 @@
 // The walk of the artwork database (ArtworkDB) and the linking of its artwork to tracks.
 //
 // The file is a tree of records in little-endian order, walked by its own lengths exactly as
-// the library database is (see ZQCoreiPod+iTunesDB.cpp): children at the parent's start plus
+// the library database is (see iTunesDBLoader.cpp): children at the parent's start plus
 // its header length, siblings at the previous start plus its total length, tags never
 // examined. Only headers are read here; a representation fetches its pixels when first asked.
+
+#include "ZQCore/artwork/ArtworkDBLoader.h"
 
 #include "ZQCore/artwork/AlbumArt.h"
 #include "ZQCore/artwork/ArtworkLayouts.h"
 #include "ZQCore/artwork/ArtworkLinking.h"
-#include "ZQCore/device/ZQCoreiPod.h"
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/reader/WalkLimits.h"
 #include "ZQCore/reader/XRDataReader.h"
@@ -58,7 +59,7 @@ std::optional<std::string> thumbnailPath(const std::string& folderPath, std::opt
 }
 
 /// The artwork of the image list at the reader's position, in file order.
-Artworks readImageList(XRDataReader& reader, const std::string& folderPath, const std::shared_ptr<ZQCoreiPod>& library)
+Artworks readImageList(XRDataReader& reader, const std::string& folderPath, const std::shared_ptr<TrackLibrary>& library)
 {
     const std::uint32_t listStart = reader.position();
     const auto list = reader.readBlock<MHLIHeader::size>();
@@ -96,7 +97,7 @@ Artworks readImageList(XRDataReader& reader, const std::string& folderPath, cons
 }
 
 /// Attaches to each track the artwork that linking `lists` one after another leaves it with.
-void linkLists(const ZQCoreiPod::Tracks& tracks, const std::vector<const Artworks*>& lists)
+void linkLists(const ArtworkDBLoader::Tracks& tracks, const std::vector<const Artworks*>& lists)
 {
     std::vector<std::vector<ArtworkKeys>> keys;
     keys.reserve(lists.size());
@@ -132,28 +133,22 @@ std::vector<const Artworks*> pointersTo(const std::vector<Artworks>& lists)
     return pointers;
 }
 
-std::shared_ptr<ZQCoreiPod> selfIfShared(ZQCoreiPod& library)
-{
-    // A library object made outside a shared_ptr (none of the framework's are) still walks;
-    // its representations then have no library to read through and answer no image.
-    return library.weak_from_this().lock();
-}
-
 } // namespace
 
-void ZQCoreiPod::parseArtworkDBAtPath(const std::string& path, const Tracks& tracks)
+void ArtworkDBLoader::parseArtworkDBAtPath(const DeviceFiles& files, const std::string& path, const Tracks& tracks,
+                                           const std::shared_ptr<TrackLibrary>& library)
 {
-    auto data = contentsOfFileAtPath(path);
+    auto data = files.contentsOfFile(path);
     if (!data || data->empty())
         return;
-    parseArtworkDBWithData(*data, tracks, std::filesystem::path(path).parent_path().string());
+    parseArtworkDBWithData(*data, tracks, std::filesystem::path(path).parent_path().string(), library);
 }
 
-void ZQCoreiPod::parseArtworkDBWithData(const Data& data, const Tracks& tracks, const std::string& folderPath)
+void ArtworkDBLoader::parseArtworkDBWithData(const Data& data, const Tracks& tracks, const std::string& folderPath,
+                                             const std::shared_ptr<TrackLibrary>& library)
 {
     if (data.empty())
         return;
-    const auto self = selfIfShared(*this);
     auto reader = XRDataReader::dataReaderWithData(data, true);
     reader->setReadLimit(walkReadLimit(data.size()));
 
@@ -171,7 +166,7 @@ void ZQCoreiPod::parseArtworkDBWithData(const Data& data, const Tracks& tracks, 
             const auto setHeader = reader->readBlock<ArtworkDataSet::size>();
             if (le32(setHeader, ArtworkDataSet::type) == ArtworkDataSet::imageList) {
                 reader->setPosition(setStart + le32(setHeader, ChunkStart::headerLength));
-                lists.push_back(readImageList(*reader, folderPath, self));
+                lists.push_back(readImageList(*reader, folderPath, library));
             }
             reader->setPosition(setStart + le32(setHeader, ChunkStart::totalLength));
         }
@@ -182,12 +177,13 @@ void ZQCoreiPod::parseArtworkDBWithData(const Data& data, const Tracks& tracks, 
     linkLists(tracks, pointersTo(lists));
 }
 
-void ZQCoreiPod::parseImageListWithReader(XRDataReader& reader, const Tracks& tracks, const std::string& folderPath)
+void ArtworkDBLoader::parseImageListWithReader(XRDataReader& reader, const Tracks& tracks, const std::string& folderPath,
+                                               const std::shared_ptr<TrackLibrary>& library)
 {
-    linkArtwork(tracks, readImageList(reader, folderPath, selfIfShared(*this)));
+    linkArtwork(tracks, readImageList(reader, folderPath, library));
 }
 
-void ZQCoreiPod::linkArtwork(const Tracks& tracks, const std::vector<std::shared_ptr<AlbumArt>>& artworks)
+void ArtworkDBLoader::linkArtwork(const Tracks& tracks, const std::vector<std::shared_ptr<AlbumArt>>& artworks)
 {
     // A caller's null entry is no artwork (null tracks are passed over by the link itself).
     if (std::find(artworks.begin(), artworks.end(), nullptr) != artworks.end()) {
