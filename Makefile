@@ -16,7 +16,9 @@ PACKAGES      := build-essential cmake pkg-config libplist-dev libpng-dev nlohma
                  dosfstools fusefat util-linux mount libimobiledevice-dev libusbmuxd-dev tree \
                  pybind11-dev python3-dev python3-pytest doxygen dpkg-dev file lintian \
                  libfuse3-dev fuse3 \
-                 libturbojpeg0-dev zlib1g-dev
+                 libturbojpeg0-dev zlib1g-dev \
+                 qt6-base-dev qt6-qpa-plugins xvfb xauth appstream desktop-file-utils \
+                 fonts-wqy-microhei
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 # Only for `make bench`: libgpod is the peer the whole-process figures are compared with, and
 # GNU time measures peak memory.

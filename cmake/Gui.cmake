@@ -1,0 +1,46 @@
+# The desktop application (gui/) is a CMake project of its own that finds ZQCore as any outside
+# application would: through the installed CMake package. Here the framework's runtime and dev
+# components are installed into a staging prefix under the build folder, and gui/ is configured
+# and built against that prefix, so that a header the application needs but the install leaves
+# out fails this build instead of passing unnoticed. Its tests join this build's ctest run.
+option(ZQ_GUI "Build the desktop application (Qt 6) against a staged install of the framework" ON)
+if(NOT ZQ_GUI OR ZQ_FUZZ OR ZQ_SANITIZE)
+  return()
+endif()
+
+set(ZQ_GUI_STAGE ${CMAKE_BINARY_DIR}/gui-stage)
+set(ZQ_GUI_BUILD ${CMAKE_BINARY_DIR}/gui)
+# (The components carry the Debian changelogs too, hence their target.)
+add_custom_target(zqcore-stage
+  COMMAND ${CMAKE_COMMAND} --install ${CMAKE_BINARY_DIR} --prefix ${ZQ_GUI_STAGE} --component runtime
+  COMMAND ${CMAKE_COMMAND} --install ${CMAKE_BINARY_DIR} --prefix ${ZQ_GUI_STAGE} --component dev
+  DEPENDS ZQCore zqcore-debian-docs VERBATIM COMMENT "Installing ZQCore into ${ZQ_GUI_STAGE} for the desktop application")
+
+set(ZQ_GUI_ARGS
+  -DCMAKE_BUILD_TYPE=${CMAKE_BUILD_TYPE}
+  -DCMAKE_PREFIX_PATH=${ZQ_GUI_STAGE}
+  -DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER}
+  -DZQ_GUI_TESTS=${ZQ_TESTS}
+  -DZQ_MAKE_SAMPLE=$<TARGET_FILE:zq-make-sample>
+  -DZQ_DEVICE_SIM=$<TARGET_FILE:zq-device-sim>
+  -DZQ_DEVICE_SIM_SUPPORT=${CMAKE_SOURCE_DIR}/tests/support)
+if(CMAKE_CXX_COMPILER_LAUNCHER)
+  list(APPEND ZQ_GUI_ARGS -DCMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER})
+endif()
+include(ExternalProject)
+ExternalProject_Add(zqpod-gui
+  SOURCE_DIR ${CMAKE_SOURCE_DIR}/gui
+  BINARY_DIR ${ZQ_GUI_BUILD}
+  CMAKE_ARGS ${ZQ_GUI_ARGS}
+  BUILD_COMMAND ${CMAKE_COMMAND} --build ${ZQ_GUI_BUILD}
+  INSTALL_COMMAND ""
+  BUILD_ALWAYS ON
+  DEPENDS zqcore-stage zq-make-sample zq-device-sim)
+
+# The application's tests, listed with this build's own (their commands are absolute paths).
+# Before the first build there is no such list yet; ctest then simply runs without them.
+if(ZQ_TESTS)
+  file(WRITE ${CMAKE_BINARY_DIR}/GuiTests.cmake
+    "if(EXISTS \"${ZQ_GUI_BUILD}/CTestTestfile.cmake\")\n  include(\"${ZQ_GUI_BUILD}/CTestTestfile.cmake\")\nendif()\n")
+  set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${CMAKE_BINARY_DIR}/GuiTests.cmake)
+endif()
