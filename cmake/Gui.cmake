@@ -23,6 +23,7 @@ set(ZQ_GUI_ARGS
   -DZQ_GUI_TESTS=${ZQ_TESTS}
   -DZQ_MAKE_SAMPLE=$<TARGET_FILE:zq-make-sample>
   -DZQ_DEVICE_SIM=$<TARGET_FILE:zq-device-sim>
+  -DZQPOD=$<TARGET_FILE:zqpod>
   -DZQ_DEVICE_SIM_SUPPORT=${CMAKE_SOURCE_DIR}/tests/support)
 if(CMAKE_CXX_COMPILER_LAUNCHER)
   list(APPEND ZQ_GUI_ARGS -DCMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER})
@@ -32,10 +33,9 @@ ExternalProject_Add(zqpod-gui
   SOURCE_DIR ${CMAKE_SOURCE_DIR}/gui
   BINARY_DIR ${ZQ_GUI_BUILD}
   CMAKE_ARGS ${ZQ_GUI_ARGS}
-  BUILD_COMMAND ${CMAKE_COMMAND} --build ${ZQ_GUI_BUILD}
   INSTALL_COMMAND ""
   BUILD_ALWAYS ON
-  DEPENDS zqcore-stage zq-make-sample zq-device-sim)
+  DEPENDS zqcore-stage zq-make-sample zq-device-sim zqpod)
 
 # The application's tests, listed with this build's own (their commands are absolute paths).
 # Before the first build there is no such list yet; ctest then simply runs without them.

@@ -318,6 +318,13 @@ int MainWindow::sourceForReference(const std::shared_ptr<zq::ZQCoreiPodRef>& ref
     for (const auto& [id, source] : sources_)
         if (source.device.reference == reference)
             return id;
+    // A device that comes back gets a new reference; its serial number says it is the same one.
+    const auto serial = reference->serialNumber();
+    if (!serial || serial->empty())
+        return 0;
+    for (const auto& [id, source] : sources_)
+        if (source.folder.isEmpty() && source.device.reference && source.device.reference->serialNumber() == serial)
+            return id;
     return 0;
 }
 
@@ -358,6 +365,9 @@ void MainWindow::devicesChanged()
             sources_[id] = source;
         }
         Source& source = sources_[id];
+        if (source.gone && id == shownSource_)
+            notice_->hide();
+        source.device = device;
         source.gone = false;
         updateDeviceItem(source);
         seen.push_back(id);
