@@ -41,6 +41,6 @@ ExternalProject_Add(zqpod-gui
 # Before the first build there is no such list yet; ctest then simply runs without them.
 if(ZQ_TESTS)
   file(WRITE ${CMAKE_BINARY_DIR}/GuiTests.cmake
-    "if(EXISTS \"${ZQ_GUI_BUILD}/CTestTestfile.cmake\")\n  include(\"${ZQ_GUI_BUILD}/CTestTestfile.cmake\")\nendif()\n")
+    "if(EXISTS \"${ZQ_GUI_BUILD}/tests/CTestTestfile.cmake\")\n  include(\"${ZQ_GUI_BUILD}/tests/CTestTestfile.cmake\")\nendif()\n")
   set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${CMAKE_BINARY_DIR}/GuiTests.cmake)
 endif()
