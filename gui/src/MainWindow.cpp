@@ -155,7 +155,7 @@ MainWindow::MainWindow(bool watchDevices, QWidget* parent) : QMainWindow(parent)
     albumView_->setIconSize(QSize(AlbumModel::kCoverSide, AlbumModel::kCoverSide));
     albumView_->setGridSize(QSize(AlbumModel::kCoverSide + 28, AlbumModel::kCoverSide + 3 * fontMetrics().height() + 8));
     albumView_->setSpacing(6);
-    albumView_->setLayoutMode(QListView::Batched);
+    albumView_->setLayoutMode(QListView::SinglePass);
     stack_->addWidget(trackView_);
     stack_->addWidget(albumView_);
     centreLayout->addWidget(stack_, 1);
@@ -178,7 +178,9 @@ MainWindow::MainWindow(bool watchDevices, QWidget* parent) : QMainWindow(parent)
     connect(sidebar_, &QTreeWidget::itemSelectionChanged, this, &MainWindow::selectionChanged);
     connect(filter_, &QLineEdit::textChanged, this, [this](const QString& text) {
         trackModel_->setFilterText(text);
-        albumModel_->setTracks(trackModel_->libraryIndex(), trackModel_->shownRows());
+        // The grid is regrouped only while it is shown (showAlbums regroups it when it appears).
+        if (stack_->currentWidget() == albumView_)
+            albumModel_->setTracks(trackModel_->libraryIndex(), trackModel_->shownRows());
         updateStatus();
     });
     connect(views, &QButtonGroup::buttonClicked, this, [this](QAbstractButton* button) {
@@ -506,7 +508,8 @@ void MainWindow::showList(int id, const std::shared_ptr<zq::Playlist>& playlist)
     }
     trackModel_->setTracks(source.index, std::move(rows));
     albumModel_->setDevicePixelRatio(albumView_->devicePixelRatioF());
-    albumModel_->setTracks(source.index, trackModel_->shownRows());
+    albumModel_->setTracks(source.index, stack_->currentWidget() == albumView_ ? trackModel_->shownRows()
+                                                                                : std::vector<std::uint32_t>{});
     listLabel_->setText(description);
     listLabel_->setToolTip(description);
     updateStatus();
