@@ -61,7 +61,7 @@ install: build
 	cmake -S . -B $(BUILD) -DCMAKE_INSTALL_PREFIX=$(PREFIX)
 	DESTDIR=$(DESTDIR) cmake --install $(BUILD)
 
-# The Debian packages (libzqcore0, libzqcore-dev, zqpod, python3-zqcore) in $(DEB_BUILD), built
+# The Debian packages (libzqcore0, libzqcore-dev, zqpod, python3-zqcore, zqpod-gui) in $(DEB_BUILD), built
 # with prefix /usr in a folder of their own and checked with lintian (accepted findings, with
 # the reasons: packaging/lintian-suppressed). Compiled with Debian's own build flags (hardening:
 # fortified functions, stack protector, RELRO).
@@ -72,7 +72,7 @@ deb: deps
 		-DZQ_TESTS=OFF -DZQ_BENCH=OFF -DCMAKE_SKIP_INSTALL_ALL_DEPENDENCY=ON \
 		-DCMAKE_CXX_FLAGS="$(DEB_CXXFLAGS)" -DCMAKE_EXE_LINKER_FLAGS="$(DEB_LDFLAGS)" \
 		-DCMAKE_SHARED_LINKER_FLAGS="$(DEB_LDFLAGS)" -DCMAKE_MODULE_LINKER_FLAGS="$(DEB_LDFLAGS)"
-	cmake --build $(DEB_BUILD) -j$(JOBS) --target ZQCore zqpod zqpod-man-gz zqcore_python zqcore-debian-docs
+	cmake --build $(DEB_BUILD) -j$(JOBS) --target ZQCore zqpod zqpod-man-gz zqcore_python zqcore-debian-docs zqpod-gui
 	rm -f $(DEB_BUILD)/*.deb
 	cd $(DEB_BUILD) && cpack -G DEB
 	lintian --info --suppress-tags-from-file packaging/lintian-suppressed --fail-on error,warning $(DEB_BUILD)/*.deb
