@@ -49,11 +49,10 @@ QImage CoverCache::cover(const std::shared_ptr<zq::AlbumArt>& art, int side)
                 if (!self || generation != self->generation_)
                     return;
                 self->pending_.remove(key);
-                if (image.isNull()) {
+                if (image.isNull())
                     self->failed_.insert(key);
-                    return;
-                }
-                self->images_.insert(key, new QImage(image), static_cast<int>(image.sizeInBytes()));
+                else
+                    self->images_.insert(key, new QImage(image), static_cast<int>(image.sizeInBytes()));
                 emit self->coverReady(art.get());
             },
             Qt::QueuedConnection);

@@ -26,12 +26,18 @@ public:
     /// and the decoding is queued (once). A track without artwork has no cover: null, nothing
     /// queued.
     QImage cover(const std::shared_ptr<zq::AlbumArt>& art, int side);
+    /// Whether the cover was asked for and could not be had (no stand-in "loading" then).
+    bool isUnavailable(const std::shared_ptr<zq::AlbumArt>& art, int side) const
+    {
+        return failed_.contains(Key(reinterpret_cast<quintptr>(art.get()), side));
+    }
     /// Forgets everything (another library is shown); decodings under way are dropped.
     void clear();
     /// Waits until nothing is queued (tests, screenshots).
     void waitForIdle();
 
 signals:
+    /// A cover asked for has been decoded, or has turned out unavailable.
     void coverReady(const zq::AlbumArt* art);
 
 private:

@@ -144,7 +144,8 @@ void DetailPane::setCover(const std::shared_ptr<zq::AlbumArt>& art)
     const QImage image = covers_->cover(art, static_cast<int>(kCoverSide * ratio));
     if (image.isNull()) {
         cover_->setPixmap({});
-        cover_->setText(art ? tr("Loading cover…") : tr("No cover"));
+        const bool coming = art && !covers_->isUnavailable(art, static_cast<int>(kCoverSide * ratio));
+        cover_->setText(coming ? tr("Loading cover…") : tr("No cover"));
         return;
     }
     QPixmap pixmap = QPixmap::fromImage(image);

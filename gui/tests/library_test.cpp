@@ -10,6 +10,7 @@
 
 #include <QAbstractButton>
 #include <QDateTime>
+#include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QHeaderView>
@@ -97,6 +98,7 @@ private slots:
     void renderedWindow();
     void cancelLeavesNothing();
     void damagedLibrary();
+    void coversThatCannotBeRead();
     void windowStateRemembered();
     void accessibleNames();
 
@@ -441,6 +443,34 @@ void LibraryTest::damagedLibrary()
     const QString failure = gui::showDeviceAndWait(window, device.path());
     QVERIFY(!failure.isEmpty());
     QVERIFY2(window.noticeLabel()->text().contains(QStringLiteral("iTunesDB")), qPrintable(window.noticeLabel()->text()));
+}
+
+// Thumbnail files gone from the device: the covers turn into "No cover", never a stand-in that
+// waits forever, and the grid keeps its flat stand-ins.
+void LibraryTest::coversThatCannotBeRead()
+{
+    SampleDevice device;
+    QVERIFY(device.valid());
+    QVERIFY(QFile::remove(device.path() + QStringLiteral("/iPod_Control/Device/SysInfo")));
+    QDir artwork(device.path() + QStringLiteral("/iPod_Control/Artwork"));
+    const QStringList thumbnails = artwork.entryList({QStringLiteral("*.ithmb")});
+    QVERIFY(!thumbnails.isEmpty());
+    for (const QString& file : thumbnails)
+        QVERIFY(artwork.remove(file));
+    gui::MainWindow window(false);
+    window.resize(1000, 700);
+    window.show();
+    QVERIFY(gui::showDeviceAndWait(window, device.path()).isEmpty());
+    window.trackView()->selectRow(0);
+    QTRY_COMPARE(window.detailPane()->cover()->text(), QStringLiteral("No cover"));
+    QVERIFY(window.detailPane()->cover()->pixmap().isNull());
+    window.showAlbums(true);
+    QApplication::processEvents();
+    window.covers()->waitForIdle();
+    QApplication::processEvents();
+    const QImage grid = window.albumView()->grab().toImage();
+    const QRect cell = window.albumView()->visualRect(window.albumModel()->index(0));
+    QCOMPARE(colourCount(grid, QRect(cell.left() + cell.width() / 2 - 40, cell.top() + 20, 80, 80)), 1);
 }
 
 void LibraryTest::windowStateRemembered()
