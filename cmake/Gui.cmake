@@ -57,5 +57,7 @@ endif()
 
 # Installed as the Debian package zqpod-gui (component gui). `make install` leaves it out, as it
 # leaves out the packages' documents; `cmake --install build/gui` installs it on its own.
-install(CODE "execute_process(COMMAND \"${CMAKE_COMMAND}\" --install \"${ZQ_GUI_BUILD}\" --prefix \"\${CMAKE_INSTALL_PREFIX}\" COMMAND_ERROR_IS_FATAL ANY)"
+# Stripped here: CPack strips only the files of install() rules it knows, and this one is a
+# nested install.
+install(CODE "execute_process(COMMAND \"${CMAKE_COMMAND}\" --install \"${ZQ_GUI_BUILD}\" --strip --prefix \"\${CMAKE_INSTALL_PREFIX}\" COMMAND_ERROR_IS_FATAL ANY)"
   COMPONENT gui EXCLUDE_FROM_ALL)

@@ -108,9 +108,11 @@ endif()
 
 if(TARGET zqpod-gui)
   set(CPACK_DEBIAN_GUI_PACKAGE_SECTION sound)
-  set(CPACK_DEBIAN_GUI_PACKAGE_DEPENDS "libzqcore${ZQ_SOVERSION} (>= ${ZQ_DEBIAN_VERSION})")
+  # Qt finds its X11 (and offscreen) platform plugins in qt6-qpa-plugins, which its libraries
+  # do not depend on; without one the program cannot open a window. Wayland's is qt6-wayland.
+  set(CPACK_DEBIAN_GUI_PACKAGE_DEPENDS "libzqcore${ZQ_SOVERSION} (>= ${ZQ_DEBIAN_VERSION}), qt6-qpa-plugins")
   # Phones are reached through usbmuxd, as for the library itself.
-  set(CPACK_DEBIAN_GUI_PACKAGE_RECOMMENDS usbmuxd)
+  set(CPACK_DEBIAN_GUI_PACKAGE_RECOMMENDS "usbmuxd, qt6-wayland")
   set(CPACK_COMPONENT_GUI_DESCRIPTION "see the music on iPods and iPhones
 ZQPod is a desktop application that shows the music library of the iPods and
 iPhones connected, as they are plugged in: tracks with every field, sortable

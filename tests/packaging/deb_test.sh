@@ -44,6 +44,7 @@ depends libzqcore-dev | grep -qx "libzqcore0 (= $version)"
 depends zqpod | grep -q "libzqcore0 (>= $version)"
 depends zqpod-gui | grep -q "libzqcore0 (>= $version)"
 depends zqpod-gui | grep -q 'libqt6widgets6'
+depends zqpod-gui | grep -q 'qt6-qpa-plugins'
 depends python3-zqcore | grep -q "libzqcore0 (= $version), python3 (>= 3.11), python3 (<< 3.12)"
 dpkg-deb -I "$debs/libzqcore0_${version}_$(dpkg --print-architecture).deb" shlibs | grep -qx "libZQCore 0 libzqcore0 (>= $version)"
 # apt resolves them together against this system's package lists, without installing anything.
