@@ -157,6 +157,17 @@ void AFCDevice::disconnected(std::uint32_t deviceID)
 
 // ---- files ----------------------------------------------------------------------------------
 
+void AFCDevice::reopenIfCancelled()
+{
+    // A piece of work that was cancelled in the middle of a request leaves the conduit cut (its
+    // socket was shut down to end the wait); the next piece of work gets a new one from the
+    // session, which stays open.
+    if (!deviceInterface_ || deviceInterface_->lastError() != kAFCRequestCancelled || deviceRequestsCancelled())
+        return;
+    if (auto connection = openDevice(device_, "com.apple.afc"))
+        deviceInterface_ = AFCInterface::initWithAFCConnection(std::move(connection));
+}
+
 std::string AFCDevice::describe() const { return describe(device_); }
 
 std::string AFCDevice::describe(const std::shared_ptr<AFCDeviceRef>& reference)
@@ -304,6 +315,7 @@ private:
 
 std::optional<Data> AFCDevice::contentsOfFileAtPath(const std::string& path)
 {
+    reopenIfCancelled();
     // The regular-file test, which also tells the size to reserve.
     const auto size = regularFile(path);
     if (!size)
@@ -315,6 +327,7 @@ std::optional<Data> AFCDevice::contentsOfFileAtPath(const std::string& path)
 
 std::optional<Data> AFCDevice::chunkOfFileAtPath(const std::string& path, Range range)
 {
+    reopenIfCancelled();
     const auto size = regularFile(path);
     if (!size)
         return std::nullopt;
@@ -327,6 +340,7 @@ std::optional<Data> AFCDevice::chunkOfFileAtPath(const std::string& path, Range 
 
 FileCopyResult AFCDevice::copyFileAtPath(const std::string& path, int destination, const FileCopyProgress& progress)
 {
+    reopenIfCancelled();
     if (!regularFile(path))
         return {.error = ENOENT};
     DescriptorWrites writes(destination);
@@ -399,6 +413,7 @@ bool AFCDevice::createFileAtPath(const std::string& path, const Data& data)
 
 bool AFCDevice::deleteFileAtPath(const std::string& path)
 {
+    reopenIfCancelled();
     if (!deviceInterface_->isFileAtPath(path))
         return false;
     return deviceInterface_->removePath(path);
@@ -406,6 +421,7 @@ bool AFCDevice::deleteFileAtPath(const std::string& path)
 
 std::vector<std::string> AFCDevice::listOfFilesAtPath(const std::string& path)
 {
+    reopenIfCancelled();
     std::vector<std::string> files;
     for (const auto& name : deviceInterface_->listFilesInPath(path))
         if (name != "" && name != "." && name != ".." && deviceInterface_->isFileAtPath(joinPath(path, name)))
@@ -415,6 +431,7 @@ std::vector<std::string> AFCDevice::listOfFilesAtPath(const std::string& path)
 
 std::vector<std::string> AFCDevice::listOfFoldersAtPath(const std::string& path)
 {
+    reopenIfCancelled();
     std::vector<std::string> folders;
     for (const auto& name : deviceInterface_->listFilesInPath(path))
         if (name != "" && name != "." && name != ".." && deviceInterface_->isDirectoryAtPath(joinPath(path, name)))
@@ -424,6 +441,7 @@ std::vector<std::string> AFCDevice::listOfFoldersAtPath(const std::string& path)
 
 bool AFCDevice::fileExistsAtPath(const std::string& path)
 {
+    reopenIfCancelled();
     if (deviceInterface_->isFileAtPath(path))
         return true;
     if (hasGone())

@@ -65,7 +65,8 @@ public:
     // A read that fails is an error, never a short file: the reads below throw a zq::Exception
     // that names the device and the failure: "AFCDeviceDeparted" (it was disconnected),
     // "AFCDeviceNotAnswering" (no answer within requestTimeout()), "AFCDeviceCancelled"
-    // (cancelDeviceRequests) or "AFCDeviceReadError" (the device could not read the file).
+    // (cancelDeviceRequests, or the CancellationToken of the calling thread's scope; the next
+    // call that is not cancelled opens the file service again) or "AFCDeviceReadError" (the device could not read the file).
     // A device that has gone also throws from the existence tests, rather than answering that
     // the file is missing.
 
@@ -102,6 +103,7 @@ private:
                                                  int error);
     static std::string describe(const std::shared_ptr<AFCDeviceRef>& reference);
     bool hasGone() const;
+    void reopenIfCancelled();
     std::optional<std::uint64_t> regularFile(const std::string& path);
     std::uint64_t openForReading(const std::string& path);
     /// Reads up to `length` bytes from `location` to the end of the file, at most `pieceSize` per

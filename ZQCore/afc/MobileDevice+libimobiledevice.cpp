@@ -60,6 +60,7 @@ std::vector<std::pair<std::string, std::string>> pairsOf(char** list)
 }
 
 std::atomic<bool> gCancelled{false};
+thread_local std::shared_ptr<const CancellationToken> tScopeToken;
 std::atomic<long long> gTimeoutMilliseconds{-1};  // -1: not settled yet
 /// Set once usbmuxd has let a request run past the timeout: the process then asks it nothing
 /// more (each of libusbmuxd's own requests would wait 5 s whatever the timeout says).
@@ -89,7 +90,7 @@ auto answerWithinTimeout(Call call) -> std::optional<decltype(call())>
     }).detach();
     const auto deadline = std::chrono::steady_clock::now() + requestTimeout();
     std::unique_lock lock(outcome->mutex);
-    while (!outcome->result && !gCancelled) {
+    while (!outcome->result && !deviceRequestsCancelled()) {
         // Looked at every 100 ms so that a cancel is heard while waiting.
         const auto now = std::chrono::steady_clock::now();
         if (now >= deadline)
@@ -108,7 +109,7 @@ auto askDaemon(Call call) -> std::optional<decltype(call())>
     if (gDaemonSilent)
         return std::nullopt;
     auto answer = answerWithinTimeout(std::move(call));
-    if (!answer && !gCancelled)
+    if (!answer && !deviceRequestsCancelled())
         gDaemonSilent = true;
     return answer;
 }
@@ -124,6 +125,7 @@ public:
         int fd = -1;
         std::chrono::steady_clock::time_point deadline;
         int fired = 0;  // kAFCDeviceNotAnswering or kAFCRequestCancelled once it has cut the socket
+        std::shared_ptr<const CancellationToken> token;  // of the thread that made the request
     };
 
     static Watchdog& shared()
@@ -165,7 +167,8 @@ private:
             const auto now = std::chrono::steady_clock::now();
             for (auto it = armed_.begin(); it != armed_.end();) {
                 Watch& watch = **it;
-                watch.fired = gCancelled ? kAFCRequestCancelled : now >= watch.deadline ? kAFCDeviceNotAnswering : 0;
+                const bool cancelled = gCancelled || (watch.token && watch.token->isCancelled());
+                watch.fired = cancelled ? kAFCRequestCancelled : now >= watch.deadline ? kAFCDeviceNotAnswering : 0;
                 if (!watch.fired) {
                     ++it;
                     continue;
@@ -301,11 +304,12 @@ private:
     {
         if (broken_)
             return broken_;
-        if (gCancelled)
+        if (deviceRequestsCancelled())
             return kAFCRequestCancelled;
         Watchdog::Watch watch;
         if (socket_ >= 0) {
             watch.fd = socket_;
+            watch.token = tScopeToken;
             watch.deadline = std::chrono::steady_clock::now() + requestTimeout();
             Watchdog::shared().arm(watch);
         }
@@ -355,7 +359,7 @@ public:
             return result;
         });
         if (!opened)
-            return gCancelled ? kAFCRequestCancelled : kAFCDaemonNotAnswering;
+            return deviceRequestsCancelled() ? kAFCRequestCancelled : kAFCDaemonNotAnswering;
         if (opened->error == AFC_E_SUCCESS)
             connection = std::make_shared<Conduit>(device_, opened->client, opened->socket);
         return opened->error;
@@ -428,7 +432,7 @@ public:
             return value;
         });
         if (!answer) {
-            silent_ = !gCancelled;
+            silent_ = !deviceRequestsCancelled();
             return std::nullopt;
         }
         if (*answer)
@@ -452,7 +456,7 @@ public:
             return result;
         });
         if (!opened)
-            return gCancelled ? kAFCRequestCancelled : kAFCDaemonNotAnswering;
+            return deviceRequestsCancelled() ? kAFCRequestCancelled : kAFCDaemonNotAnswering;
         if (!opened->device)
             return opened->error;
         device_ = opened->device;
@@ -547,7 +551,7 @@ public:
         });
         if (!started) {
             // A descriptor that arrives after this is left to the thread: it is never used.
-            silent_ = !gCancelled;
+            silent_ = !deviceRequestsCancelled();
             return notAnswering();
         }
         if (started->error == LOCKDOWN_E_SUCCESS && started->descriptor)
@@ -561,7 +565,7 @@ private:
     /// The code for a request that did not come back: cancelled, or the device not answering.
     int notAnswering()
     {
-        if (gCancelled)
+        if (deviceRequestsCancelled())
             return kAFCRequestCancelled;
         silent_ = true;
         return kAFCDeviceNotAnswering;
@@ -754,5 +758,14 @@ std::string requestTimeoutText()
 void setRequestTimeout(std::chrono::milliseconds timeout) { gTimeoutMilliseconds = std::max<long long>(1, timeout.count()); }
 
 void cancelDeviceRequests() noexcept { gCancelled = true; }
+
+CancellationScope::CancellationScope(std::shared_ptr<const CancellationToken> token)
+    : previous_(std::exchange(tScopeToken, std::move(token))) {}
+
+CancellationScope::~CancellationScope() { tScopeToken = std::move(previous_); }
+
+bool deviceRequestsCancelled() noexcept { return gCancelled || (tScopeToken && tScopeToken->isCancelled()); }
+
+std::shared_ptr<const CancellationToken> currentCancellationToken() { return tScopeToken; }
 
 } // namespace zq

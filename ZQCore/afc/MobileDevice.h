@@ -2,6 +2,7 @@
 
 #include "ZQCore/foundation/Export.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -69,8 +70,44 @@ ZQ_EXPORT void setRequestTimeout(std::chrono::milliseconds timeout);
 /// requestTimeout() as messages give it: "10 s", "2.5 s".
 ZQ_EXPORT std::string requestTimeoutText();
 /// Makes every request to a mobile device that is in progress, or starts later, give up at once
-/// with kAFCRequestCancelled. Only sets a flag, so a signal handler (Ctrl-C) may call it.
+/// with kAFCRequestCancelled. Only sets a flag, so a signal handler (Ctrl-C) may call it. It is
+/// for a process that is about to end; an application that goes on stops one piece of work with
+/// a CancellationToken instead.
 ZQ_EXPORT void cancelDeviceRequests() noexcept;
+
+/// Stops the device requests of one piece of work (a library load, a copy) when another thread
+/// asks, leaving every other request of the process alone. The work runs inside a
+/// CancellationScope of the token; cancel() may be called from any thread. A read that was
+/// cut short throws "AFCDeviceCancelled" (temporary copies are removed on the way out); the
+/// device's session opens its file service again for the next piece of work.
+class ZQ_EXPORT CancellationToken {
+public:
+    void cancel() noexcept { cancelled_ = true; }
+    bool isCancelled() const noexcept { return cancelled_; }
+
+private:
+    std::atomic<bool> cancelled_{false};
+};
+
+/// While it lives, the device requests that this thread makes also give up, with
+/// kAFCRequestCancelled, once `token` is cancelled (at once, also in the middle of a wait).
+/// Scopes nest; the innermost one counts.
+class ZQ_EXPORT CancellationScope {
+public:
+    explicit CancellationScope(std::shared_ptr<const CancellationToken> token);
+    ~CancellationScope();
+    CancellationScope(const CancellationScope&) = delete;
+    CancellationScope& operator=(const CancellationScope&) = delete;
+
+private:
+    std::shared_ptr<const CancellationToken> previous_;
+};
+
+/// Whether this thread's device requests are to give up now: cancelDeviceRequests() was called,
+/// or the token of the innermost CancellationScope is cancelled.
+ZQ_EXPORT bool deviceRequestsCancelled() noexcept;
+/// The token of this thread's innermost CancellationScope (null outside any).
+ZQ_EXPORT std::shared_ptr<const CancellationToken> currentCancellationToken();
 
 /// One open file conduit of a device session. Not thread-safe: one thread at a time.
 class ZQ_EXPORT AFCConnection {

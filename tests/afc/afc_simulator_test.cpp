@@ -13,6 +13,7 @@
 #include "ZQCore/afc/AFCInterface.h"
 #include "ZQCore/afc/AFCiPod.h"
 #include "ZQCore/afc/AFCiPodRef.h"
+#include "ZQCore/afc/MobileDevice.h"
 #include "ZQCore/artwork/AlbumArt.h"
 #include "ZQCore/device/ZQCore.h"
 #include "ZQCore/foundation/Exception.h"
@@ -28,6 +29,7 @@
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <thread>
 
 namespace zq::test {
 namespace {
@@ -342,6 +344,50 @@ TEST_F(MobileDevices, ArtworkOfAMobileDeviceIsDecodedAsARGB1555)
     EXPECT_EQ(picture->pixelAt(1, 0), (Image::Pixel{0, 0, 255, 0}));
     EXPECT_EQ(picture->pixelAt(0, 1), (Image::Pixel{255, 0, 0, 255}));
     EXPECT_EQ(picture->pixelAt(1, 1), (Image::Pixel{0, 255, 255, 255}));
+}
+
+} // namespace
+} // namespace zq::test
+
+namespace zq::test {
+namespace {
+
+// An application stops one piece of work (a load, a copy) from another thread; the device's
+// session stays usable for the next one, and nothing else in the process is cancelled.
+TEST_F(MobileDevices, ACancelledReadStopsItsOwnWorkOnlyAndTheSessionGoesOn)
+{
+    writeFile(fs::path(root.path()) / "Music" / "slow.m4a", patterned(3000000));
+    writeFile(fs::path(root.path()) / "Music" / "other.m4a", patterned(100000, 2));
+    auto phone = device(root.path());
+    phone.faults = "stallAt=/Music/slow.m4a@1500000";
+    auto reference = attach(phone);
+    ASSERT_NE(reference, nullptr);
+    auto& session = *reference->device();
+
+    auto token = std::make_shared<CancellationToken>();
+    std::string failure = "no failure";
+    std::chrono::steady_clock::time_point stopped;
+    std::thread work([&] {
+        CancellationScope scope(token);
+        try {
+            session.contentsOfFileAtPath("/Music/slow.m4a");
+        } catch (const Exception& error) {
+            failure = error.reason();
+        }
+        stopped = std::chrono::steady_clock::now();
+    });
+    std::this_thread::sleep_for(400ms);  // well into the wait for the stalled read
+    const auto cancelled = std::chrono::steady_clock::now();
+    token->cancel();
+    work.join();
+    EXPECT_THAT(failure, ::testing::HasSubstr("was stopped"));
+    EXPECT_LT(stopped - cancelled, 500ms);
+
+    EXPECT_FALSE(deviceRequestsCancelled());
+    const auto other = session.contentsOfFileAtPath("/Music/other.m4a");
+    ASSERT_TRUE(other.has_value());
+    EXPECT_TRUE(other->stringView() == patterned(100000, 2));
+    EXPECT_TRUE(session.fileExistsAtPath("/Music/slow.m4a"));
 }
 
 } // namespace

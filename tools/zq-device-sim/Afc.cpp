@@ -528,6 +528,8 @@ private:
             case Device::Fault::Freeze:
                 device_.frozen = true;
                 return hang();
+            case Device::Fault::Stall:
+                return hang();
             case Device::Fault::Depart:
                 if (device_.depart)
                     device_.depart();

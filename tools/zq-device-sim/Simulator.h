@@ -36,8 +36,9 @@ struct Device {
     /// served as usual.
     struct Fault {
         /// an I/O error; the device leaves; it stops answering; nothing (only the read before
-        /// it comes back short, as a device's reads may)
-        enum Kind { ReadError, Depart, Freeze, ShortRead } kind;
+        /// it comes back short, as a device's reads may); this one connection stops answering
+        /// (a read that takes for ever, while new connections are served)
+        enum Kind { ReadError, Depart, Freeze, ShortRead, Stall } kind;
         std::string path;
         std::uint64_t offset = 0;
     };

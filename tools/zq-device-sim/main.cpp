@@ -9,7 +9,7 @@
 //   attach UDID ROOT [key=value ...]   keys: name, productType, productVersion, serial,
 //                                      deviceClass, modelNumber, paired=0|1, and faults:
 //                                      readErrorAt=PATH@OFFSET, departAt=PATH@OFFSET, freezeAt=PATH@OFFSET,
-//                                      shortReadAt=PATH@OFFSET, lockdown=silent
+//                                      shortReadAt=PATH@OFFSET, stallAt=PATH@OFFSET, lockdown=silent
 //   detach UDID
 //   restart                            drop every client connection, keep listening
 //   hang / answer                      stop answering requests (a stuck usbmuxd) / answer again
@@ -96,11 +96,13 @@ std::string attach(zq::sim::Simulator& simulator, const std::vector<std::string>
             device->paired = value == "1";
         else if (key == "lockdown" && value == "silent")
             device->lockdownSilent = true;
-        else if (key == "readErrorAt" || key == "departAt" || key == "freezeAt" || key == "shortReadAt") {
+        else if (key == "readErrorAt" || key == "departAt" || key == "freezeAt" || key == "shortReadAt" ||
+                 key == "stallAt") {
             using Fault = zq::sim::Device::Fault;
             Fault fault{key == "readErrorAt" ? Fault::ReadError
                         : key == "departAt"  ? Fault::Depart
                         : key == "freezeAt"  ? Fault::Freeze
+                        : key == "stallAt"   ? Fault::Stall
                                              : Fault::ShortRead,
                         {}, 0};
             const auto at = value.rfind('@');
@@ -141,6 +143,8 @@ const char* const kHelp =
     "                                                               service (connections stay open)\n"
     "                                      shortReadAt=PATH@OFFSET  the read that reaches OFFSET stops\n"
     "                                                               short there; the next ones go on\n"
+    "                                      stallAt=PATH@OFFSET      that read is never answered; other\n"
+    "                                                               connections go on\n"
     "                                      lockdown=silent          its lockdown service answers nothing\n"
     "  detach UDID                       the phone leaves; its connections drop\n"
     "  restart                           every client connection drops, as when usbmuxd restarts\n"
