@@ -1,6 +1,5 @@
 #include "LibraryLoader.h"
 
-#include <ZQCore/afc/MobileDevice.h>
 #include <ZQCore/device/ZQCoreiPod.h>
 #include <ZQCore/foundation/Exception.h>
 
@@ -13,15 +12,19 @@ LibraryLoader::LibraryLoader(QObject* parent) : QObject(parent) {}
 LibraryLoader::~LibraryLoader()
 {
     ++*generation_;
-    bool running = false;
-    for (const auto& thread : threads_)
-        running = running || (thread && thread->isRunning());
-    // The process is ending: a phone that is still being read need not be waited for.
-    if (running)
-        zq::cancelDeviceRequests();
+    if (token_)
+        token_->cancel();
     for (const auto& thread : threads_)
         if (thread)
             thread->wait();
+}
+
+int LibraryLoader::runningThreads() const
+{
+    int running = 0;
+    for (const auto& thread : threads_)
+        running += thread && thread->isRunning() ? 1 : 0;
+    return running;
 }
 
 void LibraryLoader::load(const std::shared_ptr<zq::ZQCoreiPodRef>& reference, const QString& shownName)
@@ -41,6 +44,8 @@ void LibraryLoader::cancel()
     if (!loading_)
         return;
     ++*generation_;
+    if (token_)
+        token_->cancel();
     loading_ = false;
     emit cancelled();
 }
@@ -54,7 +59,9 @@ void LibraryLoader::start(std::function<std::shared_ptr<zq::ZQCoreiPodRef>()> ma
     timer_.start();
     emit started(shownName);
     auto current = generation_;
-    QThread* thread = QThread::create([this, makeReference, current, generation, shownName] {
+    token_ = std::make_shared<zq::CancellationToken>();
+    QThread* thread = QThread::create([this, makeReference, current, generation, shownName, token = token_] {
+        zq::CancellationScope scope(token);
         std::shared_ptr<zq::ZQCoreiPodRef> reference;
         std::shared_ptr<const LibraryIndex> index;
         QString failure;

@@ -1,10 +1,12 @@
 #pragma once
-// Loads a device's library off the UI thread. The framework's load has no way to be stopped
-// part-way, so Cancel abandons it: the window is free at once, and whatever the thread still
-// finishes is dropped (a later open of the same device finds the framework's kept object).
+// Loads a device's library off the UI thread. Cancel frees the window at once: the load's
+// requests to a phone are cut through its cancellation token, and whatever the thread still
+// delivers is dropped. (A disk-mode volume's load reads local files and is not cut; it ends on
+// its own, and a later open of the same device finds the framework's kept object.)
 
 #include "LibraryIndex.h"
 
+#include <ZQCore/afc/MobileDevice.h>
 #include <ZQCore/device/ZQCoreiPodRef.h>
 
 #include <QElapsedTimer>
@@ -31,6 +33,8 @@ public:
     void loadPath(const QString& path);
     void cancel();
     bool isLoading() const { return loading_; }
+    /// Loads whose threads have not ended yet (cancelled ones included).
+    int runningThreads() const;
     /// Milliseconds the last completed load took, reading and indexing.
     qint64 lastLoadMilliseconds() const { return lastLoadMilliseconds_; }
 
@@ -45,6 +49,7 @@ private:
 
     std::shared_ptr<std::atomic<quint64>> generation_ = std::make_shared<std::atomic<quint64>>(0);
     QList<QPointer<QThread>> threads_;
+    std::shared_ptr<zq::CancellationToken> token_;  // of the load under way
     bool loading_ = false;
     QElapsedTimer timer_;
     qint64 lastLoadMilliseconds_ = 0;
