@@ -194,6 +194,7 @@ PYBIND11_MODULE(_zqcore, m)
             py::object instance = gErrorType(exception.reason());
             instance.attr("name") = exception.name();
             instance.attr("reason") = exception.reason();
+            instance.attr("kind") = zq::errorKindName(exception.kind());
             PyErr_SetObject(gErrorType.ptr(), instance.ptr());
         }
     });

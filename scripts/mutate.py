@@ -355,6 +355,24 @@ MUTATIONS = [
      "if (track(afc_handle_->fileRefRead(file, buffer, count)) != 0) {",
      "afc/read-longer-than-asked"),
 
+    # ---- error kinds
+    ("ZQCore/afc/AFCiPod.cpp",
+     "    case ErrorKind::DeviceGone:\n    case ErrorKind::NotAnswering:\n    case ErrorKind::Cancelled:\n        return true;",
+     "    case ErrorKind::DeviceGone:\n    case ErrorKind::Cancelled:\n        return true;",
+     "errors/frozen-phone-not-gone"),
+    ("ZQCore/afc/AFCDevice.cpp",
+     "raise(ErrorKind::Refused, \"Device pairing failed\");",
+     "raise(ErrorKind::Other, \"Device pairing failed\");",
+     "errors/untrusting-phone-not-refused"),
+    ("ZQCore/foundation/File.h",
+     "        if (destinationFailed)\n            return ErrorKind::DestinationFailed;\n",
+     "",
+     "errors/full-destination-taken-for-source"),
+    ("ZQCore/foundation/Exception.cpp",
+     "    case EXDEV:\n",
+     "",
+     "errors/link-out-not-refused"),
+
     # ---- tools/zqpod
     ("tools/zqpod/FileNames.cpp",
      "while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)",

@@ -16,7 +16,10 @@ namespace zq {
 
 namespace {
 
-[[noreturn]] void raise(const std::string& reason) { throw Exception("AFCDevice", reason); }
+/// A session that could not be opened. Refused is kept for the steps at which a device turns
+/// away a computer it does not trust (no pairing record, a pairing it does not accept, no
+/// session for it), so that a caller can tell the person to pair it.
+[[noreturn]] void raise(ErrorKind kind, const std::string& reason) { throw Exception(kind, "AFCDevice", reason); }
 
 std::string failed(const char* operation, int error)
 {
@@ -80,25 +83,26 @@ AFCDevice::~AFCDevice()
 
 /// A session step that did not come back in time (or was cancelled) is said as such, naming
 /// the part that stayed silent; other failures keep the step's name and number.
-void AFCDevice::raiseSessionFailure(const std::shared_ptr<AFCDeviceRef>& reference, const char* operation, int error)
+void AFCDevice::raiseSessionFailure(const std::shared_ptr<AFCDeviceRef>& reference, const char* operation, int error,
+                                    ErrorKind kind)
 {
     switch (error) {
     case kAFCDaemonNotAnswering: {
         const auto platform = MobileDevicePlatform::shared();
-        throw Exception("AFCDeviceNotAnswering",
+        throw Exception(ErrorKind::NotAnswering, "AFCDeviceNotAnswering",
                         platform->notAnswering().value_or("usbmuxd did not answer") + " while opening " + describe(reference) +
                             ". Restart it (for example: systemctl restart usbmuxd), then run the command again.");
     }
     case kAFCDeviceNotAnswering: {
-        throw Exception("AFCDeviceNotAnswering",
+        throw Exception(ErrorKind::NotAnswering, "AFCDeviceNotAnswering",
                         "The lockdown service of " + describe(reference) + " did not answer within " +
                             requestTimeoutText() +
                             ". Unlock it, or disconnect and connect it again, then run the command again.");
     }
     case kAFCRequestCancelled:
-        throw Exception("AFCDeviceCancelled", "Opening " + describe(reference) + " was stopped.");
+        throw Exception(ErrorKind::Cancelled, "AFCDeviceCancelled", "Opening " + describe(reference) + " was stopped.");
     default:
-        raise(failed(operation, error));
+        raise(kind, failed(operation, error));
     }
 }
 
@@ -114,12 +118,12 @@ bool AFCDevice::initializeDevice(const std::shared_ptr<AFCDeviceRef>& reference)
         // untrusted computer.
         if (MobileDevicePlatform::shared()->notAnswering())
             raiseSessionFailure(reference, "AMDeviceConnect", kAFCDaemonNotAnswering);
-        raise("Device pairing failed");
+        raise(ErrorKind::Refused, "Device pairing failed");
     }
     if (const int error = device.validatePairing(); error != 0)
-        raiseSessionFailure(reference, "AMDeviceValidatePairing", error);
+        raiseSessionFailure(reference, "AMDeviceValidatePairing", error, ErrorKind::Refused);
     if (const int error = device.startSession(); error != 0)
-        raiseSessionFailure(reference, "AMDeviceStartSession", error);
+        raiseSessionFailure(reference, "AMDeviceStartSession", error, ErrorKind::Refused);
     device_ = reference;
     return true;
 }
@@ -132,7 +136,7 @@ std::shared_ptr<AFCConnection> AFCDevice::openDevice(const std::shared_ptr<AFCDe
     if (const int error = reference->device()->startService(service, handle); error != 0)
         raiseSessionFailure(reference, "AMDeviceStartService", error);
     if (!handle)
-        raise("AMDeviceStartService didn't initialise a connection");
+        raise(ErrorKind::Other, "AMDeviceStartService didn't initialise a connection");
     std::shared_ptr<AFCConnection> connection;
     if (const int error = handle->afcConnectionOpen(connection); error != 0)
         raiseSessionFailure(reference, "AFCConnectionOpen", error);
@@ -190,21 +194,21 @@ void AFCDevice::raiseFailure(const std::string& path, std::uint64_t offset) cons
     where += offset ? " at byte " + std::to_string(offset) : "";
     switch (error) {
     case kAFCDeviceDeparted:
-        throw Exception("AFCDeviceDeparted", "Lost " + describe() + " while reading " + where +
+        throw Exception(ErrorKind::DeviceGone, "AFCDeviceDeparted", "Lost " + describe() + " while reading " + where +
                                                  ": it was disconnected. Connect it again and run the command again.");
     case kAFCDeviceNotAnswering: {
         std::string who = describe();
         who[0] = 'T';  // it opens the sentence
-        throw Exception("AFCDeviceNotAnswering",
+        throw Exception(ErrorKind::NotAnswering, "AFCDeviceNotAnswering",
                         who + " did not answer within " + requestTimeoutText() +
                             " while reading " + where +
                             ". Unlock it, or disconnect and connect it again, then run the command again "
                             "(ZQ_DEVICE_TIMEOUT sets how many seconds to wait).");
     }
     case kAFCRequestCancelled:
-        throw Exception("AFCDeviceCancelled", "Reading " + where + " from " + describe() + " was stopped.");
+        throw Exception(ErrorKind::Cancelled, "AFCDeviceCancelled", "Reading " + where + " from " + describe() + " was stopped.");
     default:
-        throw Exception("AFCDeviceReadError", "Could not read " + where + " from " + describe() + " (AFC error " +
+        throw Exception(kindOfAFCError(error), "AFCDeviceReadError", "Could not read " + where + " from " + describe() + " (AFC error " +
                                                   std::to_string(error) +
                                                   "). Try again; if it fails again, the file is damaged on the device.");
     }
@@ -212,8 +216,14 @@ void AFCDevice::raiseFailure(const std::string& path, std::uint64_t offset) cons
 
 bool AFCDevice::hasGone() const
 {
-    const int error = deviceInterface_->lastError();
-    return error == kAFCDeviceDeparted || error == kAFCDeviceNotAnswering || error == kAFCRequestCancelled;
+    switch (kindOfAFCError(deviceInterface_->lastError())) {
+    case ErrorKind::DeviceGone:
+    case ErrorKind::NotAnswering:
+    case ErrorKind::Cancelled:
+        return true;
+    default:
+        return false;
+    }
 }
 
 std::optional<std::uint64_t> AFCDevice::regularFile(const std::string& path)

@@ -32,8 +32,11 @@ public:
 ///
 /// Every failure to open the session throws "AFCDevice" with a reason that names the step
 /// ("Device pairing failed", "AMDeviceConnect failed with error <n>", ...); nothing is undone
-/// before it is thrown. A session listens for "AFC_DeviceWasDisconnected" and passes on to its
-/// delegate only the departure of its own device.
+/// before it is thrown. Its kind is Refused when the device does not trust this computer (no
+/// pairing, a pairing it rejects, no session granted), NotAnswering when the device's lockdown
+/// service or usbmuxd stayed silent, Cancelled when it was stopped, Other for the rest. A
+/// session listens for "AFC_DeviceWasDisconnected" and passes on to its delegate only the
+/// departure of its own device.
 class ZQ_EXPORT AFCDevice : public std::enable_shared_from_this<AFCDevice> {
 public:
     static constexpr std::uint32_t kChunkSize = 262144;
@@ -63,10 +66,12 @@ public:
 
     // ---- files ----
     // A read that fails is an error, never a short file: the reads below throw a zq::Exception
-    // that names the device and the failure: "AFCDeviceDeparted" (it was disconnected),
-    // "AFCDeviceNotAnswering" (no answer within requestTimeout()), "AFCDeviceCancelled"
-    // (cancelDeviceRequests, or the CancellationToken of the calling thread's scope; the next
-    // call that is not cancelled opens the file service again) or "AFCDeviceReadError" (the device could not read the file).
+    // that names the device and the failure: "AFCDeviceDeparted" (it was disconnected; kind
+    // DeviceGone), "AFCDeviceNotAnswering" (no answer within requestTimeout(); NotAnswering),
+    // "AFCDeviceCancelled" (cancelDeviceRequests, or the CancellationToken of the calling
+    // thread's scope; Cancelled; the next call that is not cancelled opens the file service
+    // again) or "AFCDeviceReadError" (the device could not read the file; NotFound, Refused or
+    // Other as the device said).
     // A device that has gone also throws from the existence tests, rather than answering that
     // the file is missing.
 
@@ -86,7 +91,7 @@ public:
     /// True when a regular file was removed; folders are left alone.
     bool deleteFileAtPath(const std::string& path);
     /// Names of the regular files / sub-folders of a folder, in the device's order. Throws
-    /// (empty name and reason) when the folder cannot be listed.
+    /// (empty name and reason, the kind saying why) when the folder cannot be listed.
     std::vector<std::string> listOfFilesAtPath(const std::string& path);
     std::vector<std::string> listOfFoldersAtPath(const std::string& path);
     /// True for a regular file (folders answer false).
@@ -99,8 +104,9 @@ private:
     AFCDevice() = default;
 
     [[noreturn]] void raiseFailure(const std::string& path, std::uint64_t offset) const;
+    /// `kind` is what a failure other than a silence or a cancellation counts as.
     [[noreturn]] static void raiseSessionFailure(const std::shared_ptr<AFCDeviceRef>& reference, const char* operation,
-                                                 int error);
+                                                 int error, ErrorKind kind = ErrorKind::Other);
     static std::string describe(const std::shared_ptr<AFCDeviceRef>& reference);
     bool hasGone() const;
     void reopenIfCancelled();

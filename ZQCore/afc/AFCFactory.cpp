@@ -15,6 +15,11 @@ constexpr std::int32_t kDeviceDisconnected = 2;
 
 } // namespace
 
+std::string AFCDeviceOpenFailure::description() const
+{
+    return "AFC device " + serialNumber.value_or("(no serial number)") + " could not be opened: " + what;
+}
+
 const std::shared_ptr<AFCFactory>& AFCFactory::factory()
 {
     static const std::shared_ptr<AFCFactory> shared = [] {
@@ -27,9 +32,14 @@ const std::shared_ptr<AFCFactory>& AFCFactory::factory()
             try {
                 self->notify(notification);
             } catch (const std::exception& failure) {
-                const auto serial = notification.device ? notification.device->copyValue(std::nullopt, "SerialNumber")
-                                                        : std::nullopt;
-                log("AFC device " + serial.value_or("(no serial number)") + " could not be opened: " + failure.what());
+                AFCDeviceOpenFailure report;
+                report.serialNumber = notification.device ? notification.device->copyValue(std::nullopt, "SerialNumber")
+                                                          : std::nullopt;
+                if (const auto* known = dynamic_cast<const Exception*>(&failure))
+                    report.kind = known->kind();
+                report.what = failure.what();
+                log(report.description());
+                NotificationCenter::defaultCenter().postNotification("AFC_DeviceCouldNotBeOpened", report);
             }
         });
         // Logged with the placeholder unfilled and the number left out, as it always was.

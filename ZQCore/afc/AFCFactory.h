@@ -1,14 +1,29 @@
 #pragma once
 
 #include "ZQCore/afc/MobileDevice.h"
+#include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/Export.h"
 
 #include <chrono>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace zq {
 
 class AFCDeviceRef;
+
+/// A device that arrived but could not be opened, as the factory posts it with
+/// "AFC_DeviceCouldNotBeOpened". `kind` says why: Refused when the device does not trust this
+/// computer (it must be paired), Other when the failure was not one of the framework's.
+struct ZQ_EXPORT AFCDeviceOpenFailure {
+    std::optional<std::string> serialNumber;
+    ErrorKind kind = ErrorKind::Other;
+    std::string what;  ///< the failure as an exception tells it ("AFCDevice: Device pairing failed")
+
+    /// "AFC device SERIAL could not be opened: WHAT", the line the factory logs.
+    std::string description() const;
+};
 
 /// What the factory tells as mobile devices come and go. Both calls are optional.
 class ZQ_EXPORT AFCFactoryDelegate {
@@ -22,7 +37,9 @@ public:
 /// reports comes on the GLib main context that was thread-default when it was made.
 ///
 /// A departure is first broadcast in the process as "AFC_DeviceWasDisconnected" (the object a
-/// std::uint32_t, the device id), then told to the delegate.
+/// std::uint32_t, the device id), then told to the delegate. An arrival whose session cannot be
+/// opened is logged and broadcast as "AFC_DeviceCouldNotBeOpened" (the object an
+/// AFCDeviceOpenFailure), so that a program can tell its user what to do about it.
 class ZQ_EXPORT AFCFactory {
 public:
     /// The shared factory, made and subscribed on the first call (on the main-loop thread).

@@ -7,6 +7,18 @@
 
 namespace zq {
 
+ErrorKind kindOfAFCError(int error) noexcept
+{
+    switch (error) {
+    case kAFCDeviceDeparted: return ErrorKind::DeviceGone;
+    case kAFCDeviceNotAnswering: return ErrorKind::NotAnswering;
+    case kAFCRequestCancelled: return ErrorKind::Cancelled;
+    case kAFCObjectNotFound: return ErrorKind::NotFound;
+    case kAFCPermissionDenied: return ErrorKind::Refused;
+    default: return ErrorKind::Other;
+    }
+}
+
 std::shared_ptr<AFCInterface> AFCInterface::initWithAFCConnection(std::shared_ptr<AFCConnection> connection)
 {
     std::shared_ptr<AFCInterface> interface(new AFCInterface());
@@ -27,7 +39,7 @@ std::vector<std::string> AFCInterface::listFilesInPath(const std::string& path)
 {
     AFCDirectory directory;
     if (track(afc_handle_->directoryOpen(path, directory)) != 0)
-        throw Exception("", "");
+        throw Exception(kindOfAFCError(lastError_), "", "");
     std::vector<std::string> names;
     while (auto name = directory.read())
         names.push_back(std::move(*name));

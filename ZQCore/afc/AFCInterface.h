@@ -2,6 +2,7 @@
 
 #include "ZQCore/afc/MobileDevice.h"
 #include "ZQCore/foundation/Data.h"
+#include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/Export.h"
 
 #include <cstdint>
@@ -13,6 +14,10 @@
 #include <vector>
 
 namespace zq {
+
+/// The kind of failure a conduit error number stands for: a device that left, did not answer or
+/// was cancelled, a file it did not find or would not serve; Other for the rest.
+ZQ_EXPORT ErrorKind kindOfAFCError(int error) noexcept;
 
 /// One call per file-conduit operation, with strings, numbers and data. Failures answer
 /// false, no value or 0; only listFilesInPath throws, and opening a file logs.
@@ -31,7 +36,8 @@ public:
     bool renamePath(const std::string& from, const std::string& to);
     bool createDirectory(const std::string& path);
     /// The entry names in the device's order, "." and ".." included. A folder that cannot be
-    /// opened throws an exception whose name and reason are both empty.
+    /// opened throws an exception whose name and reason are both empty; its kind says why
+    /// (kindOfAFCError).
     std::vector<std::string> listFilesInPath(const std::string& path);
     bool isDirectoryAtPath(const std::string& path);
     bool isFileAtPath(const std::string& path);
@@ -51,6 +57,7 @@ public:
 
     /// The error number of the last failed call of the conduit (0 after a success), so that a
     /// caller can tell a missing file from a device that has gone (kAFCDeviceDeparted, ...).
+    /// The session above turns it into an ErrorKind when it throws; it goes no further.
     int lastError() const { return lastError_; }
 
 private:

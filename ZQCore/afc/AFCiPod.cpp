@@ -34,7 +34,7 @@ std::shared_ptr<ZQCoreiPod> AFCiPod::initWithiPodReference(const std::shared_ptr
         return existing;
     auto mobile = std::dynamic_pointer_cast<AFCiPodRef>(reference);
     if (!mobile || !mobile->device())
-        throw Exception("ZQCoreiPodNotFoundException", "Exception: Could not init ZQCoreiPod - path doesn't exist.");
+        throw Exception(ErrorKind::NotFound, "ZQCoreiPodNotFoundException", "Exception: Could not init ZQCoreiPod - path doesn't exist.");
     std::shared_ptr<AFCiPod> library(new AFCiPod());
     library->loadFromDevice(mobile);
     return library;
@@ -213,8 +213,14 @@ FileCopyResult AFCiPod::copyFileAtPath(const std::string& path, int destination,
 
 bool AFCiPod::isDeviceGone(const Exception& error)
 {
-    return error.name() == "AFCDeviceDeparted" || error.name() == "AFCDeviceNotAnswering" ||
-           error.name() == "AFCDeviceCancelled";
+    switch (error.kind()) {
+    case ErrorKind::DeviceGone:
+    case ErrorKind::NotAnswering:
+    case ErrorKind::Cancelled:
+        return true;
+    default:
+        return false;
+    }
 }
 
 std::shared_ptr<XRDataReader> AFCiPod::readerForFileAtPath(const std::string& path) const

@@ -60,6 +60,10 @@ constexpr int kAFCRequestCancelled = -1003;
 /// The USB daemon (usbmuxd), through which every device is reached, did not answer within
 /// requestTimeout(); the devices behind it cannot be known.
 constexpr int kAFCDaemonNotAnswering = -1004;
+/// Two of the service's own error numbers, which name what the device found: no such file or
+/// folder, and a path it will not serve.
+constexpr int kAFCObjectNotFound = 8;
+constexpr int kAFCPermissionDenied = 10;
 
 /// How long one request to a mobile device, to its lockdown service or to the USB daemon that
 /// reaches it may take before that part counts as not answering.

@@ -45,7 +45,7 @@ void ZQCoreiPod::loadLibrary(const std::shared_ptr<ZQCoreiPodRef>& reference)
 {
     const std::optional<std::string> path = reference ? reference->path() : std::nullopt;
     if (!path || !fileExists(*path))
-        throw Exception("ZQCoreiPodNotFoundException", "Exception: Could not init ZQCoreiPod - path doesn't exist.");
+        throw Exception(ErrorKind::NotFound, "ZQCoreiPodNotFoundException", "Exception: Could not init ZQCoreiPod - path doesn't exist.");
     iPodBasePath_ = *path;
     const fs::path base(iPodBasePath_);
 
@@ -170,7 +170,7 @@ std::int32_t modelTypeForSerialNumber(const std::optional<std::string>& serial)
     while (!text.empty() && space(text.back()))
         text.remove_suffix(1);
     if (text.size() < 3)
-        throw Exception("RangeException", "The serial number \"" + std::string(text) +
+        throw Exception(ErrorKind::Damaged, "RangeException", "The serial number \"" + std::string(text) +
                                               "\" is shorter than the three characters that name a model.");
     const std::string suffix(text.substr(text.size() - 3));
 
@@ -204,8 +204,8 @@ void ZQCoreiPod::warnAboutLoad(const std::string& warning)
 
 bool ZQCoreiPod::loadBinaryDatabase(const std::string& path, const std::string& shownAs)
 {
-    auto unreadable = [&](const std::string& why) {
-        return Exception("ZQCoreiPodLibraryUnreadableException", "The library database " + shownAs + " " + why);
+    auto unreadable = [&](ErrorKind kind, const std::string& why) {
+        return Exception(kind, "ZQCoreiPodLibraryUnreadableException", "The library database " + shownAs + " " + why);
     };
     std::shared_ptr<XRDataReader> reader;
     if (readsFilesThroughDevice()) {
@@ -218,27 +218,29 @@ bool ZQCoreiPod::loadBinaryDatabase(const std::string& path, const std::string& 
         // and the walk.
         const int fd = openFileAtPath(path, O_RDONLY);
         if (fd < 0) {
-            if (errno == ENOENT || errno == ENOTDIR)
+            const int error = errno;
+            if (error == ENOENT || error == ENOTDIR)
                 return false;
-            throw unreadable(errno == EXDEV ? std::string("is ") + kRefusedOutsideDevice + "."
-                                            : std::string("cannot be read: ") + std::strerror(errno) + ".");
+            throw unreadable(kindOfErrno(error), error == EXDEV
+                                                     ? std::string("is ") + kRefusedOutsideDevice + "."
+                                                     : std::string("cannot be read: ") + std::strerror(error) + ".");
         }
         struct stat info {};
         if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
             ::close(fd);
-            throw unreadable("is not a file.");
+            throw unreadable(ErrorKind::Damaged, "is not a file.");
         }
         reader = XRDataReader::dataReaderWithDescriptor(fd, path, true);
     }
     if (!reader)
-        throw unreadable("cannot be read.");
+        throw unreadable(ErrorKind::Other, "cannot be read.");
     if (reader->length() == 0)
-        throw unreadable("is empty (0 bytes).");
+        throw unreadable(ErrorKind::Damaged, "is empty (0 bytes).");
     // Every library database begins with its "mhbd" record; anything else (a file copied over
     // it, random bytes) would otherwise walk as an empty library.
     const auto magic = reader->peekRawBytes(4);
     if (magic.size() != 4 || std::memcmp(magic.data(), "mhbd", 4) != 0)
-        throw unreadable("is not a library database: it does not begin with \"mhbd\".");
+        throw unreadable(ErrorKind::Damaged, "is not a library database: it does not begin with \"mhbd\".");
     // Nor is one whose first data set is not where its header says.
     // (Headers are a few hundred bytes long; 64 KiB is far beyond any a device writes.)
     if (const auto header = reader->peekRawBytes(24); header.size() == 24) {
@@ -254,12 +256,12 @@ bool ZQCoreiPod::loadBinaryDatabase(const std::string& path, const std::string& 
         // Devices write a handful of data sets; a count past a thousand (or below 0) is no count.
         constexpr std::int32_t kMostDataSets = 1000;
         if (dataSets < 0 || dataSets > kMostDataSets || (dataSets > 0 && misplaced))
-            throw unreadable("is not a library database: its header does not describe its data sets.");
+            throw unreadable(ErrorKind::Damaged, "is not a library database: its header does not describe its data sets.");
     }
     try {
         parseiTunesDBWithReader(*reader);
     } catch (const Exception& error) {
-        throw Exception(error.name(), "The library database " + shownAs + " is damaged: " + error.reason());
+        throw error.withReason("The library database " + shownAs + " is damaged: " + error.reason());
     }
     librarySource_ = LibrarySource::iTunesDB;
     return true;

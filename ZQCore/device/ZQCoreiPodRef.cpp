@@ -63,7 +63,7 @@ std::optional<std::string> serialNumberFromSysInfo(const std::string& text)
 std::shared_ptr<ZQCoreiPodRef> ZQCoreiPodRef::initWithPath(const std::string& path)
 {
     if (!fileExists(path))
-        throw Exception("ZQCoreiPodNotFoundException", "Exception: Could not init ZQCoreiPodRef - path doesn't exist.");
+        throw Exception(ErrorKind::NotFound, "ZQCoreiPodNotFoundException", "Exception: Could not init ZQCoreiPodRef - path doesn't exist.");
 
     std::shared_ptr<ZQCoreiPodRef> reference(new ZQCoreiPodRef());
     reference->basePath_ = path;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZQCore/foundation/Data.h"
+#include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/Export.h"
 
 #include <cstdint>
@@ -50,6 +51,18 @@ struct FileCopyResult {
     /// The failure was the destination's (full, over quota, read-only, a write that failed), not
     /// the device's: a message names the destination, never the device.
     bool destinationFailed = false;
+
+    /// What kind of failure ended a copy that did not complete: DestinationFailed for the
+    /// destination's, Cancelled for one the progress call stopped, else the kind of its errno
+    /// (Refused for a file outside the device, DeviceGone, ...). No value for a completed copy.
+    std::optional<ErrorKind> kind() const
+    {
+        if (completed)
+            return std::nullopt;
+        if (destinationFailed)
+            return ErrorKind::DestinationFailed;
+        return error == 0 ? ErrorKind::Cancelled : kindOfErrno(error);
+    }
 };
 
 /// Whether `error` of a copy that moves bytes inside the kernel can only be the destination's.

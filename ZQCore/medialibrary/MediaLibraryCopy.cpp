@@ -15,7 +15,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-[[noreturn]] void fail(const std::string& reason) { throw Exception(applicationIdentifier() + ".SQLiteFailed", reason); }
+[[noreturn]] void fail(ErrorKind kind, const std::string& reason)
+{
+    throw Exception(kind, applicationIdentifier() + ".SQLiteFailed", reason);
+}
 
 bool writeFile(const fs::path& path, const Data& data)
 {
@@ -33,7 +36,7 @@ MediaLibraryCopy::MediaLibraryCopy(const std::string& databasePath, const ReadFi
 {
     gchar* folder = g_dir_make_tmp("zq-medialibrary-XXXXXX", nullptr);
     if (!folder)
-        fail("Could not make a temporary folder for the copy of the media library database.");
+        fail(ErrorKind::DestinationFailed, "Could not make a temporary folder for the copy of the media library database.");
     folder_ = folder;
     g_free(folder);
     localPath_ = (fs::path(folder_) / "MediaLibrary.sqlitedb").string();
@@ -47,9 +50,9 @@ MediaLibraryCopy::MediaLibraryCopy(const std::string& databasePath, const ReadFi
                 continue;
             const auto contents = read(remote);
             if (!contents)
-                fail("Could not read " + remote + " from the device.");
+                fail(ErrorKind::NotFound, "Could not read " + remote + " from the device.");
             if (!writeFile(localPath_ + suffix, *contents))
-                fail("Could not write the copy of " + remote + " to " + folder_ + ".");
+                fail(ErrorKind::DestinationFailed, "Could not write the copy of " + remote + " to " + folder_ + ".");
         }
     } catch (...) {
         removeFolder();
@@ -76,7 +79,7 @@ MediaLibraryConnection::MediaLibraryConnection(const std::string& path)
         const std::string message = db_ ? sqlite3_errmsg(db_) : "out of memory";
         sqlite3_close(db_);
         db_ = nullptr;
-        fail("Could not open the media library database: " + message + ".");
+        fail(ErrorKind::Other, "Could not open the media library database: " + message + ".");
     }
 }
 

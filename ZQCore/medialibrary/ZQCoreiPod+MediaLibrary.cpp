@@ -71,7 +71,7 @@ void ZQCoreiPod::loadFromLocalMediaLibraryDatabase(const std::string& database, 
     try {
         loadMediaLibrary(database, mediaRoot);
     } catch (const Exception& error) {
-        throw Exception(error.name(), "The media library database (MediaLibrary.sqlitedb) could not be read; it "
+        throw error.withReason("The media library database (MediaLibrary.sqlitedb) could not be read; it "
                                       "may be damaged. " + error.reason());
     }
 }

@@ -90,7 +90,7 @@ std::optional<Data> iPodTrack::chunkOfTrackFileWithRange(Range range) const
     // do: an end that wraps past 2^32 is judged by its wrapped value.
     const std::uint32_t end = range.location + range.length;
     if (range.location > fileSize_ || end > fileSize_)
-        throw Exception(applicationIdentifier() + ".FileReadError", "Range beyond file bounds");
+        throw Exception(ErrorKind::Refused, applicationIdentifier() + ".FileReadError", "Range beyond file bounds");
     return file->readRange(range.location, range.length);
 }
 

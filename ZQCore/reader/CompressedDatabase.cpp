@@ -22,7 +22,7 @@ constexpr std::size_t kInflatePiece = std::size_t{64} << 10;
 
 [[noreturn]] void damaged(const std::string& name, const std::string& what)
 {
-    throw Exception(applicationIdentifier() + ".DatabaseDamaged",
+    throw Exception(ErrorKind::Damaged, applicationIdentifier() + ".DatabaseDamaged",
                     "The compressed library database " + name + " is damaged: " + what + ".");
 }
 
@@ -87,7 +87,7 @@ Data inflateCompressedDatabase(const Data& database, const std::string& name, co
 
     z_stream z{};
     if (inflateInit(&z) != Z_OK)
-        throw Exception(applicationIdentifier() + ".DatabaseDamaged",
+        throw Exception(ErrorKind::Damaged, applicationIdentifier() + ".DatabaseDamaged",
                         "The compressed library database " + name + " could not be inflated: zlib could not start.");
     struct End {
         z_stream& z;

@@ -96,7 +96,7 @@ public:
             // A failed read is the device's fault, not the file's: it is said so, never taken
             // for a file that ends early.
             if (got < 0)
-                throw Exception(applicationIdentifier() + ".FileReadError",
+                throw Exception(kindOfErrno(errno), applicationIdentifier() + ".FileReadError",
                                 "Could not read " + path_ + " at byte " + std::to_string(offset + static_cast<std::int64_t>(filled_)) +
                                     ": " + std::strerror(errno) + ". The device may have been disconnected, or its volume is damaged.");
             if (got == 0)
@@ -153,7 +153,7 @@ XRDataReader::XRDataReader(Data data, bool isLittleEndian)
 std::shared_ptr<XRDataReader> XRDataReader::dataReaderWithData(const std::optional<Data>& data, bool isLittleEndian)
 {
     if (!data)
-        throw Exception("XRDataReaderDataIsNilException", "Exception: Could not init XRDataReader - data is nil.");
+        throw Exception(ErrorKind::NotFound, "XRDataReaderDataIsNilException", "Exception: Could not init XRDataReader - data is nil.");
     return std::shared_ptr<XRDataReader>(new XRDataReader(*data, isLittleEndian));
 }
 
@@ -192,12 +192,12 @@ std::span<const std::uint8_t> XRDataReader::readRawBytes(std::int32_t count)
 {
     const std::int64_t remaining = length_ - streamPosition_;
     if (count < 0 || static_cast<std::int64_t>(count) > remaining || static_cast<std::uint64_t>(count) > readLimit_)
-        throw Exception(kInvalidRead, kInvalidReadReason);
+        throw Exception(ErrorKind::Damaged, kInvalidRead, kInvalidReadReason);
     const std::uint8_t* start;
     if (file_) {
         start = count ? file_->bytesAt(streamPosition_, static_cast<std::size_t>(count), length_) : nullptr;
         if (count && !start)
-            throw Exception(kInvalidRead, kInvalidReadReason);
+            throw Exception(ErrorKind::Damaged, kInvalidRead, kInvalidReadReason);
     } else {
         start = data_.bytes() + position();
     }

@@ -23,7 +23,7 @@ bool ZQCoreiPod::loadBinaryLibraryInFolder(const std::string& folder, const std:
             return true;
         // An empty iTunesCDB with nothing beside it is a library that cannot be read.
         if (compressed)
-            throw Exception("ZQCoreiPodLibraryUnreadableException",
+            throw Exception(ErrorKind::Damaged, "ZQCoreiPodLibraryUnreadableException",
                             "The library database " + shownCompressed + " is empty (0 bytes).");
         return false;
     }
@@ -36,8 +36,8 @@ bool ZQCoreiPod::loadBinaryLibraryInFolder(const std::string& folder, const std:
         } catch (const Exception& error) {
             // The walk's own reasons ("Length requested is greater than the remaining data.") do
             // not say which file; a person needs to know it is this one.
-            damage.emplace(error.name(),
-                           "The compressed library database " + shownCompressed + " is damaged: " + error.reason());
+            damage = error.withReason("The compressed library database " + shownCompressed +
+                                      " is damaged: " + error.reason());
         }
     } catch (const Exception& error) {
         damage = error;

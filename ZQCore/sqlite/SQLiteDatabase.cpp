@@ -136,7 +136,7 @@ SQLiteResetOnExit::~SQLiteResetOnExit() { sqlite3_reset(statement_); }
 
 void throwSQLiteFailed(sqlite3* db)
 {
-    throw Exception(applicationIdentifier() + ".SQLiteFailed",
+    throw Exception(ErrorKind::Damaged, applicationIdentifier() + ".SQLiteFailed",
                     std::string("Failed to prepare statement with message '") + sqlite3_errmsg(db) + "'.");
 }
 

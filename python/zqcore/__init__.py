@@ -7,7 +7,9 @@
     for track in library.tracks:
         print(track.artist, track.title, track.duration)
 
-Errors of the framework are raised as zqcore.Error (with .name and .reason); failed file
+Errors of the framework are raised as zqcore.Error (with .name, .reason and .kind: "not found",
+"damaged", "device gone", "not answering", "refused", "cancelled", "destination failed" or
+"other"); failed file
 reads and copies as OSError.
 """
 
@@ -73,7 +75,7 @@ def watch(callback, timeout=None):
 
 def _error(reason):
     error = Error(reason)
-    error.name, error.reason = "zqcore.DeviceSelection", reason
+    error.name, error.reason, error.kind = "zqcore.DeviceSelection", reason, "not found"
     return error
 
 

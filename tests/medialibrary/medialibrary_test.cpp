@@ -171,6 +171,7 @@ TEST_P(DamagedMediaLibrary, IsReportedClearly)
         ADD_FAILURE() << "a damaged database loaded";
     } catch (const Exception& error) {
         EXPECT_THAT(error.name(), EndsWith(".SQLiteFailed"));
+        EXPECT_EQ(error.kind(), ErrorKind::Damaged);
         EXPECT_THAT(error.reason(), HasSubstr("(MediaLibrary.sqlitedb) could not be read"));
         EXPECT_THAT(error.reason(), HasSubstr(GetParam().reason));
     }

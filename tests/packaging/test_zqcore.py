@@ -158,7 +158,7 @@ def test_failures_are_exceptions(zqcore, tmp_path):
         file.truncate(os.path.getsize(database) // 2)
     with pytest.raises(zqcore.Error) as error:
         zqcore.open(corrupt)
-    assert error.value.name == "XRDataReaderInvalidRead"
+    assert (error.value.name, error.value.kind) == ("XRDataReaderInvalidRead", "damaged")
     assert error.value.reason == ("The library database iPod_Control/iTunes/iTunesDB is damaged: "
                                   "Length requested is greater than the remaining data.")
 

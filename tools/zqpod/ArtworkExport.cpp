@@ -69,7 +69,7 @@ ArtExport exportAlbumArt(std::ostream& out, std::ostream& err, const zq::ZQCorei
     std::error_code error;
     fs::create_directories(folder, error);
     if (error)
-        throw zq::Exception("zqpod", "Cannot create the folder " + folder + ": " + error.message());
+        throw zq::Exception(zq::ErrorKind::DestinationFailed, "zqpod", "Cannot create the folder " + folder + ": " + error.message());
 
     std::set<std::string> used;
     ArtExport result;
@@ -111,7 +111,7 @@ ArtExport exportAlbumArt(std::ostream& out, std::ostream& err, const zq::ZQCorei
         stream.write(reinterpret_cast<const char*>(png->bytes()), static_cast<std::streamsize>(png->size()));
         stream.close();
         if (!stream)
-            throw zq::Exception("zqpod", "Cannot write " + path.string());
+            throw zq::Exception(zq::ErrorKind::DestinationFailed, "zqpod", "Cannot write " + path.string());
         ++result.written;
         out << "wrote " << terminalSafe(path.string()) << " (" << image->width() << " x " << image->height() << ", artwork "
             << art->artworkID() << ", " << album.tracks.size() << (album.tracks.size() == 1 ? " track" : " tracks")

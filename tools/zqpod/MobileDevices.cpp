@@ -18,6 +18,7 @@
 #include "ZQCore/foundation/Exception.h"
 #include "ZQCore/foundation/File.h"
 #include "ZQCore/foundation/Log.h"
+#include "ZQCore/foundation/NotificationCenter.h"
 
 #include "TrackCopy.h"
 
@@ -31,23 +32,21 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
-#include <string_view>
 #include <utility>
 
 namespace zqpod {
 
 namespace {
 
-constexpr std::string_view kOpenFailure = "AFC device ";
-
-std::string explain(const std::string& line)
+std::string explain(const zq::AFCDeviceOpenFailure& failure)
 {
-    if (line.find("Device pairing failed") != std::string::npos ||
-        line.find("AMDeviceValidatePairing") != std::string::npos ||
-        line.find("AMDeviceStartSession") != std::string::npos)
-        return line + "\n  This computer is not trusted by the device: unlock it, tap \"Trust\" when asked, and pair\n"
-                      "  it (for example with idevicepair pair), then connect it again.";
-    return line;
+    // A device refuses a session only to a computer it does not trust; that one thing a person
+    // can put right, so it is said how.
+    if (failure.kind == zq::ErrorKind::Refused)
+        return failure.description() +
+               "\n  This computer is not trusted by the device: unlock it, tap \"Trust\" when asked, and pair\n"
+               "  it (for example with idevicepair pair), then connect it again.";
+    return failure.description();
 }
 
 /// Devices that were attached but could not be opened (each said on stderr as it failed).
@@ -63,13 +62,16 @@ void collectMobileDevices()
     if (collected)
         return;
     collected = true;
-    // Framework log lines about devices that could not be opened are what a person needs here.
-    zq::setLogHandler([](const std::string& line) {
-        if (line.rfind(kOpenFailure, 0) == 0) {
-            ++gUnopenedDevices;
-            std::cerr << "zqpod: " << explain(line) << std::endl;
-        }
-    });
+    // Of what the framework has to say while devices arrive, only the devices that could not be
+    // opened matter to a person here; its log lines are not for the terminal.
+    zq::setLogHandler([](const std::string&) {});
+    zq::NotificationCenter::defaultCenter().addObserver(
+        "AFC_DeviceCouldNotBeOpened", [](const std::string&, const std::any& object) {
+            if (const auto* failure = std::any_cast<zq::AFCDeviceOpenFailure>(&object)) {
+                ++gUnopenedDevices;
+                std::cerr << "zqpod: " << explain(*failure) << std::endl;
+            }
+        });
     zq::ZQCore::sharedInstance();
     zq::AFCFactory::factory()->waitForAttachedDevices(std::chrono::seconds(5));
     if (const auto silent = mobileDevicesUnreachable())
