@@ -6,22 +6,13 @@
 #include <ZQCore/afc/AFCiPodRef.h>
 #include <ZQCore/device/ZQCore.h>
 #include <ZQCore/foundation/Image.h>
-#include <ZQCore/foundation/Log.h>
+#include <ZQCore/foundation/Exception.h>
 
 #include <QAbstractEventDispatcher>
 #include <QCoreApplication>
 #include <QPixmap>
-#include <QPointer>
-
-#include <syslog.h>
 
 namespace gui {
-
-namespace {
-
-constexpr std::string_view kRefusedDevice = "AFC device ";
-
-} // namespace
 
 QIcon iconFromImage(const std::shared_ptr<zq::Image>& image)
 {
@@ -54,16 +45,9 @@ DeviceEntry DeviceWatcher::entryFor(const std::shared_ptr<zq::ZQCoreiPodRef>& re
 
 DeviceWatcher::DeviceWatcher(QObject* parent) : QObject(parent)
 {
-    // Phones that cannot be opened are only logged by the framework; the line names the
-    // device, and a person needs to hear it here rather than in the system log.
-    QPointer<DeviceWatcher> self(this);
-    zq::setLogHandler([self](const std::string& line) {
-        syslog(LOG_USER | LOG_NOTICE, "%s", line.c_str());
-        if (line.rfind(kRefusedDevice, 0) != 0)
-            return;
-        QMetaObject::invokeMethod(
-            qApp, [self, line] { if (self) self->logLine(line); }, Qt::QueuedConnection);
-    });
+    // Posted on the main context, as the arrival that failed was.
+    failureToken_ = zq::NotificationCenter::defaultCenter().addObserver(
+        "AFC_DeviceCouldNotBeOpened", [this](const std::string&, const std::any& failure) { couldNotOpen(failure); });
     const auto& core = zq::ZQCore::sharedInstance();
     token_ = core->addObserver("connectediPods", [this](const std::string&, zq::Observable::Phase phase) {
         if (phase == zq::Observable::Phase::DidChange)
@@ -86,7 +70,7 @@ DeviceWatcher::~DeviceWatcher()
 {
     zq::ZQCore::sharedInstance()->removeObserver(token_);
     zq::NotificationCenter::defaultCenter().removeObserver(departureToken_);
-    zq::setLogHandler({});
+    zq::NotificationCenter::defaultCenter().removeObserver(failureToken_);
 }
 
 void DeviceWatcher::refresh()
@@ -98,19 +82,20 @@ void DeviceWatcher::refresh()
     emit devicesChanged();
 }
 
-void DeviceWatcher::logLine(const std::string& line)
+void DeviceWatcher::couldNotOpen(const std::any& object)
 {
-    // "AFC device SERIAL could not be opened: why"
-    const std::string rest = line.substr(kRefusedDevice.size());
-    const auto space = rest.find(' ');
+    const auto* failure = std::any_cast<zq::AFCDeviceOpenFailure>(&object);
+    if (!failure)
+        return;
     DeviceEntry entry;
-    entry.name = tr("Phone %1").arg(QString::fromStdString(rest.substr(0, space)));
+    entry.name = failure->serialNumber ? tr("Phone %1").arg(QString::fromStdString(*failure->serialNumber))
+                                       : tr("Phone");
     entry.mobile = true;
-    const bool trust = line.find("pairing") != std::string::npos || line.find("Pairing") != std::string::npos ||
-                       line.find("StartSession") != std::string::npos || line.find("trust") != std::string::npos;
-    entry.problem = trust ? tr("This computer is not trusted by the phone: unlock it and tap Trust, then "
-                               "connect it again.")
-                          : tr("The phone could not be opened: %1").arg(QString::fromStdString(line));
+    // A device refuses a session only to a computer it does not trust: that a person can fix.
+    entry.problem = failure->kind == zq::ErrorKind::Refused
+                        ? tr("This computer is not trusted by the phone: unlock it and tap Trust, then connect it "
+                             "again.")
+                        : tr("The phone could not be opened: %1").arg(QString::fromStdString(failure->what));
     refused_.push_back(entry);
     refresh();
 }

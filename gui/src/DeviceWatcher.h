@@ -2,8 +2,9 @@
 // The connected devices as the framework announces them: disk-mode iPods as their volumes
 // mount, phones as they attach. The framework delivers its notices on GLib's default main
 // context, which Qt's event loop runs on Linux (its GLib event dispatcher), so they arrive on
-// the UI thread with nothing polled. A phone that does not trust this computer never becomes a
-// device of the framework; the framework logs it, and that line is what is shown.
+// the UI thread with nothing polled. A phone that cannot be opened (above all one that does not
+// trust this computer) never becomes a device of the framework; the framework posts it with the
+// kind of failure, and that is what is shown, with what to do about it.
 
 #include <ZQCore/device/ZQCoreiPodRef.h>
 #include <ZQCore/foundation/NotificationCenter.h>
@@ -13,6 +14,7 @@
 #include <QObject>
 #include <QString>
 
+#include <any>
 #include <memory>
 #include <vector>
 
@@ -45,12 +47,13 @@ signals:
 
 private:
     void refresh();
-    void logLine(const std::string& line);
+    void couldNotOpen(const std::any& failure);
 
     std::vector<DeviceEntry> devices_;
     std::vector<DeviceEntry> refused_;
     zq::Observable::Token token_ = 0;
     zq::NotificationCenter::Token departureToken_ = 0;
+    zq::NotificationCenter::Token failureToken_ = 0;
 };
 
 /// The framework's picture (its pixels) as an icon.
