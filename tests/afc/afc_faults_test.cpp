@@ -173,6 +173,10 @@ TEST(FailingPhone, EveryFaultIsReportedAndLeavesNothingWrong)
         EXPECT_EQ(run.status, row.status) << run.out << run.err;
         for (const auto& text : row.said)
             EXPECT_THAT(run.out + run.err, HasSubstr(text));
+        for (const auto& text : row.said)  // a file that failed is said on standard error
+            if (text.starts_with("failed   ")) {
+                EXPECT_THAT(run.err, HasSubstr(text));
+            }
         EXPECT_THAT(run.out + run.err, Not(HasSubstr("file missing")));
         EXPECT_THAT(run.out, Not(HasSubstr("Tracks:        0")));
         EXPECT_LT(took, std::chrono::seconds(6)) << "a frozen phone costs one timeout of 1 s, not one per request";

@@ -192,8 +192,8 @@ TEST(UnreadableTable, LostLocationsAreUnknownNotCloud)
     EXPECT_THAT(library->loadWarnings()[0], HasSubstr("holds no file locations"));
     const auto run = zqpod({"copy", root.path(), out.path()});
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.out, ::testing::Not(HasSubstr("only in the cloud")));
-    EXPECT_THAT(run.out, HasSubstr("the library gives no file for this track"));
+    EXPECT_THAT(run.out + run.err, ::testing::Not(HasSubstr("only in the cloud")));
+    EXPECT_THAT(run.err, HasSubstr("the library gives no file for this track"));  // a failure
 }
 
 // ---- a table that cannot be read costs what it feeds -----------------------------------------

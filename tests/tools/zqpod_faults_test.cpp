@@ -85,6 +85,10 @@ TEST(FailingVolume, ATrackThatFailsPartWayIsReportedAndNeverKept)
         EXPECT_EQ(run.status, 1) << run.out << run.err;
         for (const auto& text : row.said)
             EXPECT_THAT(run.out + run.err, HasSubstr(text));
+        for (const auto& text : row.said)  // a file that failed is said on standard error
+            if (text.starts_with("failed   ")) {
+                EXPECT_THAT(run.err, HasSubstr(text));
+            }
         std::set<std::string> expected = row.files, entries;
         for (const auto& file : row.files)
             for (fs::path folder = fs::path(file).parent_path(); !folder.empty(); folder = folder.parent_path())

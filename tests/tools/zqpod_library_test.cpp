@@ -8,6 +8,8 @@
 
 #include "LibraryReport.h"
 
+#include "ZQCore/model/PlaylistFolder.h"
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -186,6 +188,27 @@ TEST(ToolLibraryJSON, TextsAreWrittenAsTheJSONLibraryWritesThem)
     for (std::size_t i = 0; i < texts.size(); ++i)
         EXPECT_EQ(titles[i], nlohmann::ordered_json(texts[i]).dump(-1, ' ', false, Json::error_handler_t::replace))
             << i;
+}
+
+// A playlist inside a folder is listed once, under its folder, though the library lists it
+// among all its playlists too.
+TEST(ToolLibraryJSON, FolderChildrenStandUnderTheirFolderOnly)
+{
+    auto library = std::make_shared<test::DetachedLibrary>();
+    auto folder = PlaylistFolder::initWithName("Moods");
+    auto inner = Playlist::initWithName("Calm");
+    folder->addPlaylist(inner);
+    library->addPlaylist(folder);
+    library->addPlaylist(inner);
+    library->addPlaylist(Playlist::initWithName("Loud"));
+    std::ostringstream out;
+    zqpod::printLibraryJSON(out, *library);
+    const auto playlists = nlohmann::ordered_json::parse(out.str()).at("playlists");
+    ASSERT_EQ(playlists.size(), 2u) << out.str();
+    EXPECT_EQ(playlists[0].at("name"), "Moods");
+    EXPECT_EQ(playlists[0].at("children").size(), 1u);
+    EXPECT_EQ(playlists[0].at("children")[0].at("name"), "Calm");
+    EXPECT_EQ(playlists[1].at("name"), "Loud");
 }
 
 // A long track list is written in pieces made on two threads; the text is still one document

@@ -87,9 +87,9 @@ TEST(CopyDestination, AFullDestinationIsNamedAsSuch)
     ASSERT_EQ(::mount("tmpfs", small.path().c_str(), "tmpfs", 0, "size=96k"), 0) << std::strerror(errno);
     const Outcome run = zqpod({"copy", device.path(), small.file("music")});
     EXPECT_EQ(run.status, 1) << run.out << run.err;
-    EXPECT_NE(run.out.find("(the destination is full)"), std::string::npos) << run.out;
+    EXPECT_NE(run.err.find("(the destination is full)"), std::string::npos) << run.err;
     EXPECT_NE(run.out.find("Stopped: the destination " + small.file("music") + " is full."), std::string::npos) << run.out;
-    EXPECT_EQ(run.out.find("on the device"), std::string::npos) << run.out;
+    EXPECT_EQ((run.out + run.err).find("on the device"), std::string::npos) << run.out << run.err;
     for (const auto& name : filesBelow(small.path()))
         EXPECT_EQ(name.find(".zqpod-"), std::string::npos) << name;
     ::umount(small.path().c_str());

@@ -35,8 +35,8 @@ std::string formatDuration(std::chrono::seconds duration)
     return text;
 }
 
-CopyProgress::CopyProgress(std::ostream& out, bool live, int columns)
-    : out_(out), live_(live), columns_(std::clamp(columns, 40, 300))
+CopyProgress::CopyProgress(std::ostream& out, std::ostream& err, bool live, int columns)
+    : out_(out), err_(err), live_(live), columns_(std::clamp(columns, 40, 300))
 {
 }
 
@@ -72,13 +72,17 @@ void CopyProgress::finishFile(std::uint64_t plannedBytes)
         draw(Clock::now());
 }
 
-void CopyProgress::note(const std::string& line, bool routine)
+void CopyProgress::note(const std::string& line, Kind kind)
 {
-    if (live_ && routine)
+    if (live_ && kind == Routine)
         return;
     if (live_)
         clearLine();
-    out_ << terminalSafe(line) << '\n';
+    std::ostream& to = kind == Failure ? err_ : out_;
+    if (&to != &out_)
+        out_.flush();  // what stands before it comes first: both streams often end in one log
+    to << terminalSafe(line) << '\n';
+    to.flush();
     if (live_ && drawn_)
         draw(Clock::now());
     out_.flush();

@@ -2,6 +2,7 @@
 
 // What a person sees while a copy runs: on a terminal, one live line with a bar, files, bytes,
 // speed and time left, with notes scrolling above it; elsewhere (a pipe, a log), plain lines.
+// Failures go to standard error, the rest to standard output.
 
 #include <chrono>
 #include <cstdint>
@@ -19,8 +20,13 @@ class CopyProgress {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// `live`: draw the bar (the output is a terminal `columns` wide).
-    CopyProgress(std::ostream& out, bool live, int columns = 80);
+    /// What a note is: routine lines (a file copied) are the progress, shown only without the
+    /// bar; notices (a name kept, a track only in the cloud) scroll above the bar; failures do
+    /// too, but on `err`.
+    enum Kind { Routine, Notice, Failure };
+
+    /// `live`: draw the bar on `out` (a terminal `columns` wide).
+    CopyProgress(std::ostream& out, std::ostream& err, bool live, int columns = 80);
 
     /// The copy of `files` files, `bytes` in all, starts (at `start`; speed counts from there).
     void begin(std::size_t files, std::uint64_t bytes, Clock::time_point start = Clock::now());
@@ -30,9 +36,8 @@ public:
     void advance(std::uint64_t bytes);
     /// The current file is done (copied or given up); `bytes` were planned for it.
     void finishFile(std::uint64_t plannedBytes);
-    /// A line for the person. Routine lines (a file copied) are shown only without the bar,
-    /// where they are the progress; the others scroll above the bar.
-    void note(const std::string& line, bool routine);
+    /// A line for the person, made safe for a terminal.
+    void note(const std::string& line, Kind kind);
     /// Removes the bar; the summary follows on a clean line.
     void end();
 
@@ -44,6 +49,7 @@ private:
     void clearLine();
 
     std::ostream& out_;
+    std::ostream& err_;
     bool live_;
     int columns_;
     std::size_t totalFiles_ = 0;

@@ -1,4 +1,5 @@
 #include "LibraryReport.h"
+#include "JsonStream.h"
 #include "TerminalText.h"
 
 #include "ZQCore/artwork/AlbumArt.h"
@@ -12,24 +13,13 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <charconv>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <exception>
 #include <memory>
-#include <mutex>
-#include <stop_token>
 #include <ostream>
 #include <sstream>
 #include <string>
 #include <string_view>
-#include <thread>
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace zqpod {
 
@@ -45,308 +35,13 @@ std::string serialOf(const zq::ZQCoreiPod& library)
     return serial && serial->string() ? *serial->string() : std::string();
 }
 
-// Characters gathered for one write to the stream: the JSON of a large library is a great many
-// short appends, and each here checks its room once and copies.
-class Block {
-public:
-    explicit Block(std::size_t capacity) : data_(new char[capacity]), capacity_(capacity) {}
-
-    const char* data() const { return data_.get(); }
-    std::size_t size() const { return size_; }
-    void clear() { size_ = 0; }
-    /// Drops what came after `size` (never grows).
-    void resize(std::size_t size) { size_ = std::min(size, size_); }
-    void swap(Block& other) noexcept
-    {
-        data_.swap(other.data_);
-        std::swap(capacity_, other.capacity_);
-        std::swap(size_, other.size_);
-    }
-
-    void append(const char* text, std::size_t length)
-    {
-        std::memcpy(room(length), text, length);
-        size_ += length;
-    }
-    void append(std::size_t count, char c)
-    {
-        std::memset(room(count), c, count);
-        size_ += count;
-    }
-    Block& operator+=(std::string_view text)
-    {
-        append(text.data(), text.size());
-        return *this;
-    }
-    Block& operator+=(const char* text) { return *this += std::string_view(text); }
-    Block& operator+=(char c)
-    {
-        *room(1) = c;
-        ++size_;
-        return *this;
-    }
-
-private:
-    char* room(std::size_t length)
-    {
-        if (capacity_ - size_ < length) {
-            const std::size_t grown = std::max(capacity_ * 2, size_ + length);
-            std::unique_ptr<char[]> larger(new char[grown]);
-            std::memcpy(larger.get(), data_.get(), size_);
-            data_ = std::move(larger);
-            capacity_ = grown;
-        }
-        return data_.get() + size_;
-    }
-
-    std::unique_ptr<char[]> data_;
-    std::size_t capacity_;
-    std::size_t size_ = 0;
-};
-
-// Writes the library's JSON as it is produced, in nlohmann's pretty-printed form (two-space
-// indent, one element per line, "[]" for an empty array) so the text is the same as a
-// whole-document dump, without holding a document of 100,000 tracks in memory. Text goes out
-// in blocks; values that need nlohmann's rules (escapes, invalid UTF-8 replaced) go through its
-// own serializer into the same block.
-class JSONStream {
-public:
-    explicit JSONStream(std::ostream& out) : JSONStream(&out) {}
-    // A stream that only gathers, for a piece made on another thread: the text stays in its
-    // block (see gathered) for the writing stream to take whole. It continues a list whose
-    // first element is written already.
-    JSONStream() : JSONStream(nullptr) { first_ = false; }
-
-    explicit JSONStream(std::ostream* out)
-        : out_(out),
-          buffer_(kBlock + 4096),
-          serializer_(nlohmann::detail::output_adapter<char, std::string>(scratch_), ' ',
-                      Json::error_handler_t::replace)
-    {
-    }
-
-    // "{" or "[" opening a container whose members are indented by indent + 2; an empty one is
-    // written whole ("[]") by open and close together.
-    void open(char bracket, unsigned indent, bool empty = false)
-    {
-        (void)indent;
-        buffer_ += bracket;
-        if (empty)
-            buffer_ += bracket == '[' ? ']' : '}';
-        first_ = true;
-    }
-    void close(char bracket, unsigned indent, bool empty = false)
-    {
-        if (empty) {
-            first_ = false;
-            return;
-        }
-        buffer_ += '\n';
-        buffer_.append(indent, ' ');
-        buffer_ += bracket;
-        first_ = false;
-        flushIfFull();
-    }
-    // Starts an array element at the given indent.
-    void element(unsigned indent)
-    {
-        buffer_ += first_ ? "\n" : ",\n";
-        buffer_.append(indent, ' ');
-        first_ = true;
-    }
-    // Starts an array element that is a single value.
-    void item(unsigned indent)
-    {
-        buffer_ += first_ ? "\n" : ",\n";
-        buffer_.append(indent, ' ');
-        first_ = false;
-    }
-    // Starts an object member; `name` is plain ASCII and needs no escaping.
-    void key(std::string_view name, unsigned indent)
-    {
-        buffer_ += first_ ? "\n" : ",\n";
-        buffer_.append(indent, ' ');
-        buffer_ += '"';
-        buffer_ += name;
-        buffer_ += "\": ";
-        first_ = false;
-    }
-    void text(const std::optional<std::string>& value)
-    {
-        text(value ? std::optional<std::string_view>(*value) : std::nullopt);
-    }
-    // A string as nlohmann writes it (ensure_ascii off): well-formed UTF-8 as it is, quote,
-    // backslash and control characters escaped. Text that is not well-formed UTF-8 takes
-    // nlohmann's own path, which replaces what it cannot read.
-    void text(std::optional<std::string_view> value)
-    {
-        if (!value) {
-            buffer_ += "null";
-            return;
-        }
-        const std::string_view s = *value;
-        const std::size_t mark = buffer_.size();
-        buffer_ += '"';
-        std::size_t i = 0, run = 0;
-        while (i < s.size()) {
-#if defined(__SSE2__)
-            // Sixteen plain characters at a time: none below 0x20 or above 0x7F (a signed
-            // compare catches both), no quote, no backslash.
-            if (i + 16 <= s.size()) {
-                const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.data() + i));
-                const __m128i special = _mm_or_si128(
-                    _mm_cmplt_epi8(v, _mm_set1_epi8(0x20)),
-                    _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('"')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\\'))));
-                if (_mm_movemask_epi8(special) == 0) {
-                    i += 16;
-                    continue;
-                }
-            }
-#endif
-            const auto c = static_cast<unsigned char>(s[i]);
-            if (c >= 0x20 && c < 0x80 && c != '"' && c != '\\') {
-                ++i;
-                continue;
-            }
-            if (c >= 0x80) {
-                const std::size_t length = wellFormedSequence(s, i);
-                if (length == 0) {
-                    buffer_.resize(mark);
-                    dump(Json(std::string(s)), 0);
-                    return;
-                }
-                i += length;
-                continue;
-            }
-            buffer_.append(s.data() + run, i - run);
-            escape(c);
-            run = ++i;
-        }
-        buffer_.append(s.data() + run, s.size() - run);
-        buffer_ += '"';
-    }
-    void date(const std::optional<zq::Date>& value)
-    {
-        if (!value) {
-            buffer_ += "null";
-            return;
-        }
-        char digits[zq::Date::kISO8601Capacity];
-        buffer_ += '"';
-        buffer_.append(digits, value->iso8601(digits));
-        buffer_ += '"';
-    }
-    // A member whose "\n", indent, name and colon are written out in `prefix` (",\n..." for
-    // every member but an object's first).
-    void member(std::string_view prefix)
-    {
-        buffer_ += prefix;
-        first_ = false;
-    }
-    template <class Integer>
-    void number(Integer value)
-    {
-        char digits[24];
-        const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-        buffer_.append(digits, static_cast<std::size_t>(end - digits));
-    }
-    void boolean(bool value) { buffer_ += value ? "true" : "false"; }
-    void null() { buffer_ += "null"; }
-    void value(const Json& json, unsigned indent)
-    {
-        dump(json, indent);
-        first_ = false;
-    }
-    void raw(std::string_view text) { buffer_ += text; }
-    void endObject(unsigned indent)
-    {
-        close('}', indent);
-    }
-
-    void flush()
-    {
-        if (!out_)
-            return;
-        out_->write(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
-        buffer_.clear();
-    }
-    // Text gathered by another stream, after what is written so far.
-    void write(const Block& text)
-    {
-        flush();
-        out_->write(text.data(), static_cast<std::streamsize>(text.size()));
-    }
-    Block& gathered() { return buffer_; }
-
-private:
-    static constexpr std::size_t kBlock = 1 << 16;
-
-    // nlohmann's pretty form of `json` at `indent`, into the block.
-    void dump(const Json& json, unsigned indent)
-    {
-        scratch_.clear();
-        serializer_.dump(json, true, false, 2, indent);
-        buffer_ += scratch_;
-    }
-
-    void escape(unsigned char c)
-    {
-        switch (c) {
-        case '\b': buffer_ += "\\b"; break;
-        case '\t': buffer_ += "\\t"; break;
-        case '\n': buffer_ += "\\n"; break;
-        case '\f': buffer_ += "\\f"; break;
-        case '\r': buffer_ += "\\r"; break;
-        case '"': buffer_ += "\\\""; break;
-        case '\\': buffer_ += "\\\\"; break;
-        default: {
-            static constexpr char hex[] = "0123456789abcdef";
-            const char code[] = {'\\', 'u', '0', '0', hex[c >> 4], hex[c & 0xF]};
-            buffer_.append(code, sizeof code);
-        }
-        }
-    }
-    // The length of the well-formed UTF-8 sequence at s[i] (Unicode's table of well-formed
-    // byte sequences), or 0.
-    static std::size_t wellFormedSequence(std::string_view s, std::size_t i)
-    {
-        auto at = [&](std::size_t k) { return i + k < s.size() ? static_cast<unsigned char>(s[i + k]) : 0u; };
-        auto tail = [](unsigned b) { return b >= 0x80 && b <= 0xBF; };
-        const unsigned c = at(0);
-        if (c >= 0xC2 && c <= 0xDF)
-            return tail(at(1)) ? 2 : 0;
-        if (c >= 0xE0 && c <= 0xEF) {
-            const unsigned b = at(1);
-            const bool second = c == 0xE0 ? (b >= 0xA0 && b <= 0xBF) : c == 0xED ? (b >= 0x80 && b <= 0x9F) : tail(b);
-            return second && tail(at(2)) ? 3 : 0;
-        }
-        if (c >= 0xF0 && c <= 0xF4) {
-            const unsigned b = at(1);
-            const bool second = c == 0xF0 ? (b >= 0x90 && b <= 0xBF) : c == 0xF4 ? (b >= 0x80 && b <= 0x8F) : tail(b);
-            return second && tail(at(2)) && tail(at(3)) ? 4 : 0;
-        }
-        return 0;
-    }
-    void flushIfFull()
-    {
-        if (out_ && buffer_.size() >= kBlock)
-            flush();
-    }
-
-    std::ostream* out_; // null for a stream that only gathers
-    Block buffer_;
-    std::string scratch_;
-    nlohmann::detail::serializer<Json> serializer_;
-    bool first_ = true;
-};
-
 // One track object at indent 4, members at 6, in the order programs have always seen. Member
 // names are written with their line breaks and indent in one piece.
 #define ZQPOD_MEMBER(name) ",\n      \"" name "\": "
-void writeTrack(JSONStream& json, const zq::iPodTrack& t)
+void writeTrack(JsonStream& json, const zq::iPodTrack& t)
 {
     using T = zq::iPodTrack;
-    json.open('{', 4);
+    json.open('{');
     json.member("\n      \"trackID\": ");
     json.number(t.trackID());
     auto number = [&](std::string_view member, auto value) {
@@ -423,76 +118,17 @@ void writeTrack(JSONStream& json, const zq::iPodTrack& t)
     optionalNumber(ZQPOD_MEMBER("artworkID"), artworkID);
     optionalNumber(ZQPOD_MEMBER("artworkWidth"), artworkWidth);
     optionalNumber(ZQPOD_MEMBER("artworkHeight"), artworkHeight);
-    json.endObject(4);
+    json.close('}', 4);
 }
 #undef ZQPOD_MEMBER
 
-// The elements of the track list. Making their text is most of the time of a listing, so a
-// second thread makes every other piece of tracks while this one makes the piece before it;
-// the pieces go out in order as they are done. The text is the same as from one thread, and
-// no more than two pieces are held at once.
-void writeTrackElements(JSONStream& json, const zq::ZQCoreiPod::Tracks& tracks)
+// The elements of the track list, each at indent 4: most of the text of a large listing.
+void writeTrackElements(JsonStream& json, const zq::ZQCoreiPod::Tracks& tracks)
 {
-    constexpr std::size_t kPiece = 256;
-    const std::size_t pieces = (tracks.size() + kPiece - 1) / kPiece;
-    auto make = [&](JSONStream& into, std::size_t piece) {
-        const std::size_t end = std::min(tracks.size(), (piece + 1) * kPiece);
-        for (std::size_t i = piece * kPiece; i < end; ++i) {
-            into.element(4);
-            writeTrack(into, *tracks[i]);
-        }
-    };
-    if (pieces < 4 || std::thread::hardware_concurrency() < 2) {
-        for (std::size_t piece = 0; piece < pieces; ++piece)
-            make(json, piece);
-        return;
-    }
-
-    constexpr std::size_t kNone = SIZE_MAX;
-    std::mutex mutex;
-    std::condition_variable_any changed;
-    Block ready(0);              // the odd piece made last, until it is written
-    std::size_t readyPiece = kNone;
-    std::exception_ptr failure;
-    // Asked to stop and waited for on every way out, as a jthread is when it goes.
-    std::jthread other([&](std::stop_token stop) {
-        try {
-            // Its blocks go back and forth with this thread's, so each piece is made in place
-            // in memory that is already there and is written straight from it.
-            JSONStream into;
-            for (std::size_t piece = 1; piece < pieces; piece += 2) {
-                into.gathered().clear();
-                make(into, piece);
-                std::unique_lock lock(mutex);
-                if (!changed.wait(lock, stop, [&] { return readyPiece == kNone; }))
-                    return;
-                ready.swap(into.gathered());
-                readyPiece = piece;
-                changed.notify_all();
-            }
-        } catch (...) {
-            std::lock_guard lock(mutex);
-            failure = std::current_exception();
-            changed.notify_all();
-        }
+    writeElementsInPieces(json, tracks.size(), [&](JsonStream& into, std::size_t i) {
+        into.element(4);
+        writeTrack(into, *tracks[i]);
     });
-
-    Block text(0);
-    for (std::size_t piece = 0; piece < pieces; piece += 2) {
-        make(json, piece);
-        if (piece + 1 == pieces)
-            break;
-        {
-            std::unique_lock lock(mutex);
-            changed.wait(lock, [&] { return readyPiece == piece + 1 || failure; });
-            if (failure)
-                std::rethrow_exception(failure);
-            text.swap(ready);
-            readyPiece = kNone;
-        }
-        changed.notify_all();
-        json.write(text);
-    }
 }
 
 Json ruleJSON(const zq::SmartPlaylistRule& rule)
@@ -515,9 +151,9 @@ Json ruleJSON(const zq::SmartPlaylistRule& rule)
 }
 
 // A list of track IDs at `indent`, one per line, as nlohmann prints an array ("[]" when empty).
-void writeTrackIDs(JSONStream& json, const zq::Playlist::Tracks& tracks, unsigned indent)
+void writeTrackIDs(JsonStream& json, const zq::Playlist::Tracks& tracks, unsigned indent)
 {
-    json.open('[', indent, tracks.empty());
+    json.open('[', tracks.empty());
     for (const auto& track : tracks) {
         json.item(indent + 2);
         json.number(track->trackID());
@@ -527,10 +163,10 @@ void writeTrackIDs(JSONStream& json, const zq::Playlist::Tracks& tracks, unsigne
 
 // One playlist object at `indent` (members at indent + 2), written as it is produced: a master
 // playlist lists every track of the library.
-void writePlaylist(JSONStream& json, const zq::Playlist& playlist, unsigned indent)
+void writePlaylist(JsonStream& json, const zq::Playlist& playlist, unsigned indent)
 {
     const unsigned inner = indent + 2;
-    json.open('{', indent);
+    json.open('{');
     json.key("kind", inner);
     json.text(std::optional<std::string_view>(playlist.kind()));
     json.key("name", inner);
@@ -572,10 +208,10 @@ void writePlaylist(JSONStream& json, const zq::Playlist& playlist, unsigned inde
     } else if (const auto* podcasts = dynamic_cast<const zq::Podcasts*>(&playlist)) {
         const auto& shows = podcasts->podcasts();
         json.key("groups", inner);
-        json.open('[', inner, shows.empty());
+        json.open('[', shows.empty());
         for (const auto& show : shows) {
             json.element(inner + 2);
-            json.open('{', inner + 2);
+            json.open('{');
             json.key("name", inner + 4);
             json.text(show->name());
             json.key("trackIDs", inner + 4);
@@ -586,7 +222,7 @@ void writePlaylist(JSONStream& json, const zq::Playlist& playlist, unsigned inde
     } else if (const auto* folder = dynamic_cast<const zq::PlaylistFolder*>(&playlist)) {
         const auto& children = folder->playlists();
         json.key("children", inner);
-        json.open('[', inner, children.empty());
+        json.open('[', children.empty());
         for (const auto& child : children) {
             json.element(inner + 2);
             writePlaylist(json, *child, inner + 2);
@@ -644,8 +280,8 @@ std::string describeModel(const zq::DeviceModel& model)
 
 void printLibraryJSON(std::ostream& out, const zq::ZQCoreiPod& library)
 {
-    JSONStream json(out);
-    json.open('{', 0);
+    JsonStream json(out);
+    json.open('{');
     json.key("name", 2);
     json.text(library.name());
     const zq::Value* serial = library.properties().find("SerialNumber");
@@ -657,7 +293,7 @@ void printLibraryJSON(std::ostream& out, const zq::ZQCoreiPod& library)
     json.value(modelJSON(library.model()), 2);
     json.key("tracks", 2);
     const auto& tracks = library.allTracks();
-    json.open('[', 2, tracks.empty());
+    json.open('[', tracks.empty());
     writeTrackElements(json, tracks);
     json.close(']', 2, tracks.empty());
     json.key("playlists", 2);
@@ -666,12 +302,12 @@ void printLibraryJSON(std::ostream& out, const zq::ZQCoreiPod& library)
         if (insideSomeFolder(library, *playlist))
             continue;
         if (written++ == 0)
-            json.open('[', 2);
+            json.open('[');
         json.element(4);
         writePlaylist(json, *playlist, 4);
     }
     if (written == 0)
-        json.open('[', 2, true);
+        json.open('[', true);
     json.close(']', 2, written == 0);
     json.close('}', 0);
     json.raw("\n");

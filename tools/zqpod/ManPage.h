@@ -15,8 +15,10 @@ struct HelpPage {
     std::string help;
 };
 
-/// Writes zqpod(1) in roff (man macros): NAME, SYNOPSIS, DESCRIPTION, one section per command
-/// with its help text (option lists become tagged paragraphs), EXIT STATUS and FILES.
-void writeManPage(std::ostream& out, const std::vector<HelpPage>& pages, const std::string& version);
+/// Writes zqpod(1) in roff (man macros): NAME, SYNOPSIS, DESCRIPTION, OPTIONS (from
+/// `globalOptions`, the help of the options every command takes), one section per command with
+/// its help text (option lists become tagged paragraphs), EXIT STATUS and FILES.
+void writeManPage(std::ostream& out, const std::vector<HelpPage>& pages, const std::string& globalOptions,
+                  const std::string& version);
 
 } // namespace zqpod

@@ -24,8 +24,4 @@ int unopenedMobileDevices();
 /// The UDID of a mobile device's reference; no value for a disk-mode iPod.
 std::optional<std::string> udidOf(const zq::ZQCoreiPodRef& reference);
 
-/// zqpod get DEVICE TRACK-ID OUTFILE: copies one track's file off the device ("-" writes to
-/// standard output). Returns the exit status.
-int copyTrack(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
-
 } // namespace zqpod

@@ -599,246 +599,322 @@ private:
     int fd_ = -1;
 };
 
-} // namespace
+/// What a run reports as it goes: routine lines and the summary on `out`, failures and warnings
+/// on `err`, so that a person who keeps the log of a large copy still sees what went wrong,
+/// and a script reads the outcome from one stream and the trouble from the other.
+struct CopyReport {
+    std::ostream& out;
+    std::ostream& err;
 
-void requestInterrupt() noexcept { gInterrupt = 1; }
-bool interruptRequested() noexcept { return gInterrupt != 0; }
-
-CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options, std::ostream& out)
-{
-    const NameTemplate names(options.nameTemplate.empty() ? kDefaultNameTemplate : options.nameTemplate);
-    const fs::path root(options.destination);
-    checkDestination(library, root);
-    const std::vector<TrackPtr> tracks = selectTracks(library, options);
-
-    // A real run holds the destination before it looks at it: what another run into the same
-    // folder writes meanwhile is planned against, not written a second time beside it.
-    std::optional<DestinationLock> lock;
-    if (!options.dryRun) {
-        std::error_code error;
-        fs::create_directories(root, error);
-        if (error)
-            throw CopyRefused("Cannot create the destination " + root.string() + ": " + error.message());
-        lock.emplace(root, out);
-        if (interruptRequested()) {
-            CopySummary stopped;
-            stopped.interrupted = true;
-            return stopped;
-        }
-        removeStaleTemporaries(root);
+    /// The stream for a failure or warning, once what came before it on `out` is out: the two
+    /// streams often end in one log.
+    std::ostream& trouble() const
+    {
+        out.flush();
+        return err;
     }
-    std::vector<PlannedTrack> planned = plan(library, tracks, names, options);
+};
 
+/// The files a run is about: the planned tracks, and what the playlists and covers written
+/// after them may use.
+struct CopyRun {
+    const zq::ZQCoreiPod& library;
+    const CopyOptions& options;
+    const fs::path root;
+    std::vector<PlannedTrack> planned;
     CopySummary summary;
-    std::size_t notCopied = 0;  // left for another run by an interruption
+    std::size_t notCopied = 0;  ///< left for another run by an interruption or a stop
+    std::size_t playlistsWritten = 0;
+    std::size_t coversWritten = 0;
+};
+
+/// A real run holds the destination before it looks at it: what another run into the same
+/// folder writes meanwhile is planned against, not written a second time beside it. False when
+/// interrupted while waiting for the other run.
+bool holdDestination(const fs::path& root, std::ostream& out, std::optional<DestinationLock>& lock)
+{
+    std::error_code error;
+    fs::create_directories(root, error);
+    if (error)
+        throw CopyRefused("Cannot create the destination " + root.string() + ": " + error.message());
+    lock.emplace(root, out);
+    if (interruptRequested())
+        return false;
+    removeStaleTemporaries(root);
+    return true;
+}
+
+/// --dry-run: says what a real run would do with every planned track, the tracks it could not
+/// copy included (the whole plan is the answer, so it all goes to standard output).
+void showPlan(CopyRun& run, std::ostream& out)
+{
+    for (auto& item : run.planned) {
+        const std::string from = devicePath(run.library, *item.track);
+        switch (item.action) {
+        case Action::Copy:
+        case Action::Replace:
+            out << (item.action == Action::Copy ? "would copy     " : "would replace  ") << item.target << "  <- "
+                << from << " (" << formatBytes(item.size) << ")"
+                << (item.target != item.wanted ? "  [" + item.wanted + " exists and differs]" : "") << '\n';
+            ++run.summary.copied;
+            run.summary.bytesCopied += item.size;
+            item.done = true;
+            break;
+        case Action::Skip:
+            out << "would skip     " << item.target << "  (already there, same size)\n";
+            ++run.summary.skipped;
+            item.done = true;
+            break;
+        case Action::Fail:
+            if (item.notOnDevice) {
+                out << "not on device  " << item.wanted << " (only in the cloud)\n";
+                ++run.summary.notOnDevice;
+                break;
+            }
+            out << "cannot copy    " << item.wanted << ": " << item.reason << '\n';
+            ++run.summary.failed;
+            break;
+        }
+    }
+}
+
+/// Copies every planned track that is to be copied, one line (or a step of the bar) each.
+/// Stops at an interruption, and at the first failure that every further track would meet
+/// too (the device gone, the destination full).
+void copyPlannedFiles(CopyRun& run, const CopyReport& report)
+{
+    CopySummary& summary = run.summary;
     std::size_t toCopy = 0;
     std::uint64_t bytesToCopy = 0;
-    for (const auto& item : planned)
+    for (const auto& item : run.planned)
         if (item.action == Action::Copy || item.action == Action::Replace) {
             ++toCopy;
             bytesToCopy += item.size;
         }
 
-    if (options.dryRun) {
-        for (auto& item : planned) {
-            const std::string from = devicePath(library, *item.track);
-            switch (item.action) {
-            case Action::Copy:
-            case Action::Replace:
-                out << (item.action == Action::Copy ? "would copy     " : "would replace  ") << item.target << "  <- "
-                    << from << " (" << formatBytes(item.size) << ")"
-                    << (item.target != item.wanted ? "  [" + item.wanted + " exists and differs]" : "") << '\n';
-                ++summary.copied;
-                summary.bytesCopied += item.size;
-                item.done = true;
-                break;
-            case Action::Skip:
-                out << "would skip     " << item.target << "  (already there, same size)\n";
-                ++summary.skipped;
-                item.done = true;
-                break;
-            case Action::Fail:
-                if (item.notOnDevice) {
-                    out << "not on device  " << item.wanted << " (only in the cloud)\n";
-                    ++summary.notOnDevice;
-                    break;
-                }
-                out << "cannot copy    " << item.wanted << ": " << item.reason << '\n';
-                ++summary.failed;
-                break;
-            }
+    std::size_t copyFailures = 0;  // of the files that were to be copied
+    CopyProgress progress(report.out, report.err, run.options.live, run.options.columns);
+    progress.begin(toCopy, bytesToCopy);
+    for (auto& item : run.planned) {
+        if (item.notOnDevice) {
+            progress.note("not on the device: " + item.wanted + " (only in the cloud)", CopyProgress::Notice);
+            ++summary.notOnDevice;
+            continue;
         }
-    } else {
-        std::size_t copyFailures = 0;  // of the files that were to be copied
-        CopyProgress progress(out, options.live, options.columns);
-        progress.begin(toCopy, bytesToCopy);
-        for (auto& item : planned) {
-            if (item.notOnDevice) {
-                progress.note("not on the device: " + item.wanted + " (only in the cloud)", false);
-                ++summary.notOnDevice;
-                continue;
-            }
-            if (item.action == Action::Fail) {
-                progress.note("failed   " + item.wanted + ": " + item.reason, false);
-                ++summary.failed;
-                continue;
-            }
-            if (item.action == Action::Skip) {
-                progress.note("skipped  " + item.target + " (already there, same size)", true);
-                ++summary.skipped;
-                item.done = true;
-                continue;
-            }
-            if (interruptRequested()) {
-                summary.interrupted = true;
-                break;
-            }
-            if (item.target != item.wanted)
-                progress.note("kept     " + item.wanted + " (a different file); this copy is " + item.target, false);
-            progress.startFile(item.target);
-            bool gone = false, full = false;
-            const std::string why = copyOne(library, item, root, progress, gone, full);
-            progress.finishFile(item.size);
-            if (why == "interrupted") {
-                summary.interrupted = true;
-                break;
-            }
-            if (!why.empty()) {
-                progress.note("failed   " + item.target + ": " + why, false);
-                ++summary.failed;
-                ++copyFailures;
-                if (gone || full) {
-                    // Every further track would fail the same way, each after its own wait.
-                    summary.deviceGone = gone;
-                    summary.destinationFull = full;
-                    break;
-                }
-                continue;
-            }
-            progress.note((item.action == Action::Replace ? "replaced " : "copied   ") + item.target, true);
-            ++summary.copied;
-            summary.bytesCopied += item.size;
-            item.done = true;
-        }
-        progress.end();
-        notCopied = toCopy - summary.copied - copyFailures;
-    }
-
-    // Playlists and covers describe what is in the destination, so they follow a whole run.
-    std::size_t playlistsWritten = 0, coversWritten = 0;
-    if (!summary.interrupted && !summary.deviceGone && !summary.destinationFull && (options.playlists || options.art)) {
-        std::set<std::string> taken;
-        for (const auto& item : planned)
-            if (!item.target.empty())
-                taken.insert(nameKey(item.target));
-        std::unordered_map<const zq::iPodTrack*, std::string> placed;
-        for (const auto& item : planned)
-            if (item.done)
-                placed.emplace(item.track.get(), item.target);
-        const char* verb = options.dryRun ? "would write    " : "wrote    ";
-
-        if (options.playlists) {
-            for (const auto& playlist : library.allPlaylists()) {
-                if (playlist->isMaster())
-                    continue;
-                std::size_t entries = 0;
-                const std::string text = m3u8For(*playlist, placed, entries);
-                if (entries == 0)
-                    continue;
-                std::string target;
-                const std::string wanted = safeName(playlist->name().value_or("Playlist") + ".m3u8", true);
-                switch (writeSmallFile(root, wanted, zq::Data(text), options, target, taken,
-                                       [&](const zq::Data& earlier) { return isEarlierEdition(earlier, text); })) {
-                case SmallFileOutcome::Written:
-                    out << verb << target << " (" << plural(entries, "track", "tracks") << ")\n";
-                    ++playlistsWritten;
-                    break;
-                case SmallFileOutcome::Unchanged:
-                    out << (options.dryRun ? "would keep     " : "kept     ") << target << " (unchanged)\n";
-                    break;
-                case SmallFileOutcome::Failed:
-                    out << "failed   " << wanted << ": cannot write the playlist\n";
-                    ++summary.failed;
-                    break;
-                }
-            }
-        }
-        if (options.art && library.artworkLoadError()) {
-            out << "failed   covers: the device's artwork database could not be read: " << *library.artworkLoadError()
-                << '\n';
+        if (item.action == Action::Fail) {
+            progress.note("failed   " + item.wanted + ": " + item.reason, CopyProgress::Failure);
             ++summary.failed;
-        } else if (options.art) {
-            // One cover per folder, from the first track there whose artwork can be read.
-            std::map<std::string, const zq::iPodTrack*> firstWithArt;
-            std::vector<std::string> folders;
-            for (const auto& item : planned) {
-                if (!item.done || !item.track->hasAlbumArt())
-                    continue;
-                const std::string folder = fs::path(item.target).parent_path().string();
-                if (firstWithArt.emplace(folder, item.track.get()).second)
-                    folders.push_back(folder);
+            continue;
+        }
+        if (item.action == Action::Skip) {
+            progress.note("skipped  " + item.target + " (already there, same size)", CopyProgress::Routine);
+            ++summary.skipped;
+            item.done = true;
+            continue;
+        }
+        if (interruptRequested()) {
+            summary.interrupted = true;
+            break;
+        }
+        if (item.target != item.wanted)
+            progress.note("kept     " + item.wanted + " (a different file); this copy is " + item.target,
+                          CopyProgress::Notice);
+        progress.startFile(item.target);
+        bool gone = false, full = false;
+        const std::string why = copyOne(run.library, item, run.root, progress, gone, full);
+        progress.finishFile(item.size);
+        if (why == "interrupted") {
+            summary.interrupted = true;
+            break;
+        }
+        if (!why.empty()) {
+            progress.note("failed   " + item.target + ": " + why, CopyProgress::Failure);
+            ++summary.failed;
+            ++copyFailures;
+            if (gone || full) {
+                // Every further track would fail the same way, each after its own wait.
+                summary.deviceGone = gone;
+                summary.destinationFull = full;
+                break;
             }
-            for (const std::string& folder : folders) {
-                auto image = bestImage(*firstWithArt[folder]->albumArt());
-                auto png = image ? image->pngData() : std::nullopt;
-                const std::string wanted = (folder.empty() ? "" : folder + "/") + "cover.png";
-                if (!png) {
-                    out << "no cover  " << wanted << ": the device's artwork cannot be read\n";
-                    continue;
-                }
-                std::string target;
-                switch (writeSmallFile(root, wanted, *png, options, target, taken)) {
-                case SmallFileOutcome::Written:
-                    out << verb << target << " (" << image->width() << " x " << image->height() << ")\n";
-                    ++coversWritten;
-                    break;
-                case SmallFileOutcome::Unchanged:
-                    out << (options.dryRun ? "would keep     " : "kept     ") << target << " (unchanged)\n";
-                    break;
-                case SmallFileOutcome::Failed:
-                    out << "failed   " << wanted << ": cannot write the cover\n";
-                    ++summary.failed;
-                    break;
-                }
-            }
+            continue;
+        }
+        progress.note((item.action == Action::Replace ? "replaced " : "copied   ") + item.target, CopyProgress::Routine);
+        ++summary.copied;
+        summary.bytesCopied += item.size;
+        item.done = true;
+    }
+    progress.end();
+    run.notCopied = toCopy - summary.copied - copyFailures;
+}
+
+/// The names of the destination this run has settled, which a playlist or cover must not take.
+std::set<std::string> namesTaken(const CopyRun& run)
+{
+    std::set<std::string> taken;
+    for (const auto& item : run.planned)
+        if (!item.target.empty())
+            taken.insert(nameKey(item.target));
+    return taken;
+}
+
+const char* writtenVerb(const CopyOptions& options) { return options.dryRun ? "would write    " : "wrote    "; }
+const char* keptVerb(const CopyOptions& options) { return options.dryRun ? "would keep     " : "kept     "; }
+
+/// --playlists: an M3U8 file per playlist but the master, listing the tracks that are in the
+/// destination after this run.
+void writePlaylists(CopyRun& run, std::set<std::string>& taken, const CopyReport& report)
+{
+    std::unordered_map<const zq::iPodTrack*, std::string> placed;
+    for (const auto& item : run.planned)
+        if (item.done)
+            placed.emplace(item.track.get(), item.target);
+    for (const auto& playlist : run.library.allPlaylists()) {
+        if (playlist->isMaster())
+            continue;
+        std::size_t entries = 0;
+        const std::string text = m3u8For(*playlist, placed, entries);
+        if (entries == 0)
+            continue;
+        std::string target;
+        const std::string wanted = safeName(playlist->name().value_or("Playlist") + ".m3u8", true);
+        switch (writeSmallFile(run.root, wanted, zq::Data(text), run.options, target, taken,
+                               [&](const zq::Data& earlier) { return isEarlierEdition(earlier, text); })) {
+        case SmallFileOutcome::Written:
+            report.out << writtenVerb(run.options) << target << " (" << plural(entries, "track", "tracks") << ")\n";
+            ++run.playlistsWritten;
+            break;
+        case SmallFileOutcome::Unchanged:
+            report.out << keptVerb(run.options) << target << " (unchanged)\n";
+            break;
+        case SmallFileOutcome::Failed:
+            report.trouble() << "failed   " << wanted << ": cannot write the playlist\n";
+            ++run.summary.failed;
+            break;
         }
     }
+}
 
+/// --art: cover.png in each folder that received tracks, from the first track there whose
+/// artwork can be read.
+void writeCovers(CopyRun& run, std::set<std::string>& taken, const CopyReport& report)
+{
+    if (const auto& why = run.library.artworkLoadError()) {
+        report.trouble() << "failed   covers: the device's artwork database could not be read: " << *why << '\n';
+        ++run.summary.failed;
+        return;
+    }
+    std::map<std::string, const zq::iPodTrack*> firstWithArt;
+    std::vector<std::string> folders;
+    for (const auto& item : run.planned) {
+        if (!item.done || !item.track->hasAlbumArt())
+            continue;
+        const std::string folder = fs::path(item.target).parent_path().string();
+        if (firstWithArt.emplace(folder, item.track.get()).second)
+            folders.push_back(folder);
+    }
+    for (const std::string& folder : folders) {
+        auto image = bestImage(*firstWithArt[folder]->albumArt());
+        auto png = image ? image->pngData() : std::nullopt;
+        const std::string wanted = (folder.empty() ? "" : folder + "/") + "cover.png";
+        if (!png) {
+            // A dry run's every line is its plan; a real run warns beside its failures.
+            (run.options.dryRun ? report.out : report.trouble())
+                << "no cover  " << wanted << ": the device's artwork cannot be read\n";
+            continue;
+        }
+        std::string target;
+        switch (writeSmallFile(run.root, wanted, *png, run.options, target, taken)) {
+        case SmallFileOutcome::Written:
+            report.out << writtenVerb(run.options) << target << " (" << image->width() << " x " << image->height()
+                       << ")\n";
+            ++run.coversWritten;
+            break;
+        case SmallFileOutcome::Unchanged:
+            report.out << keptVerb(run.options) << target << " (unchanged)\n";
+            break;
+        case SmallFileOutcome::Failed:
+            report.trouble() << "failed   " << wanted << ": cannot write the cover\n";
+            ++run.summary.failed;
+            break;
+        }
+    }
+}
+
+/// The last line: what was copied, skipped and failed, and why the run stopped early if it
+/// did. It goes to standard output in every case, failures too, so that a script finds the
+/// counts in one place; the exit status says whether anything failed, and the lines before on
+/// standard error say what.
+void printSummary(const CopyRun& run, std::ostream& out)
+{
+    const CopySummary& summary = run.summary;
+    const CopyOptions& options = run.options;
     std::string extras;
     if (summary.notOnDevice)
         extras += "; " + std::to_string(summary.notOnDevice) + " not on the device";
     if (options.playlists || options.art) {
         extras += options.dryRun ? "; would write " : "; wrote ";
         if (options.playlists)
-            extras += plural(playlistsWritten, "playlist", "playlists");
+            extras += plural(run.playlistsWritten, "playlist", "playlists");
         if (options.playlists && options.art)
             extras += " and ";
         if (options.art)
-            extras += plural(coversWritten, "cover", "covers");
+            extras += plural(run.coversWritten, "cover", "covers");
     }
+    const std::string counts = plural(summary.copied, "file", "files") + " (" + formatBytes(summary.bytesCopied) + ")";
+    const std::string tally = "skipped " + std::to_string(summary.skipped) + ", failed " + std::to_string(summary.failed);
+    const std::string left = std::to_string(run.notCopied) + " not copied. No partial file was left; ";
     if (options.dryRun)
-        out << "Dry run, nothing written: would copy " << plural(summary.copied, "file", "files") << " ("
-            << formatBytes(summary.bytesCopied) << "), skip " << summary.skipped << ", fail " << summary.failed
-            << extras << ".\n";
+        out << "Dry run, nothing written: would copy " << counts << ", skip " << summary.skipped << ", fail "
+            << summary.failed << extras << ".\n";
     else if (summary.deviceGone)
-        out << "Stopped: the device cannot be read any more. Copied " << plural(summary.copied, "file", "files") << " ("
-            << formatBytes(summary.bytesCopied) << "), skipped " << summary.skipped << ", failed " << summary.failed
-            << "; " << notCopied << " not copied. No partial file was left; connect the device again and run the same "
-            << "command to finish.\n";
+        out << "Stopped: the device cannot be read any more. Copied " << counts << ", " << tally << "; " << left
+            << "connect the device again and run the same command to finish.\n";
     else if (summary.destinationFull)
-        out << "Stopped: the destination " << root.string() << " is full. Copied " << plural(summary.copied, "file", "files")
-            << " (" << formatBytes(summary.bytesCopied) << "), skipped " << summary.skipped << ", failed "
-            << summary.failed << "; " << notCopied << " not copied. No partial file was left; make room there and run "
-            << "the same command again to finish.\n";
+        out << "Stopped: the destination " << run.root.string() << " is full. Copied " << counts << ", " << tally
+            << "; " << left << "make room there and run the same command again to finish.\n";
     else if (summary.interrupted)
-        out << "Interrupted: copied " << plural(summary.copied, "file", "files") << " ("
-            << formatBytes(summary.bytesCopied) << "), skipped " << summary.skipped << ", failed " << summary.failed
-            << "; " << notCopied << " not copied. No partial file was left; run the same command again to finish.\n";
+        out << "Interrupted: copied " << counts << ", " << tally << "; " << left
+            << "run the same command again to finish.\n";
     else
-        out << "Copied " << plural(summary.copied, "file", "files") << " (" << formatBytes(summary.bytesCopied)
-            << ") to " << root.string() << ", skipped " << summary.skipped << ", failed " << summary.failed << extras
-            << ".\n";
-    return summary;
+        out << "Copied " << counts << " to " << run.root.string() << ", " << tally << extras << ".\n";
+}
+
+} // namespace
+
+void requestInterrupt() noexcept { gInterrupt = 1; }
+bool interruptRequested() noexcept { return gInterrupt != 0; }
+
+CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options, std::ostream& out, std::ostream& err)
+{
+    const NameTemplate names(options.nameTemplate.empty() ? kDefaultNameTemplate : options.nameTemplate);
+    CopyRun run{library, options, fs::path(options.destination), {}, {}};
+    const CopyReport report{out, err};
+    checkDestination(library, run.root);
+    const std::vector<TrackPtr> tracks = selectTracks(library, options);
+
+    std::optional<DestinationLock> lock;
+    if (!options.dryRun && !holdDestination(run.root, out, lock)) {
+        run.summary.interrupted = true;
+        return run.summary;
+    }
+    run.planned = plan(library, tracks, names, options);
+    if (options.dryRun)
+        showPlan(run, out);
+    else
+        copyPlannedFiles(run, report);
+
+    // Playlists and covers describe what is in the destination, so they follow a whole run.
+    const CopySummary& summary = run.summary;
+    if (!summary.interrupted && !summary.deviceGone && !summary.destinationFull && (options.playlists || options.art)) {
+        std::set<std::string> taken = namesTaken(run);
+        if (options.playlists)
+            writePlaylists(run, taken, report);
+        if (options.art)
+            writeCovers(run, taken, report);
+    }
+    printSummary(run, out);
+    return run.summary;
 }
 
 } // namespace zqpod

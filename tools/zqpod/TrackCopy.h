@@ -50,10 +50,17 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// Copies what `options` selects from `library`, reporting to `out` as it goes and closing with
-/// a summary line. Stops between pieces of a file once interruptRequested() is true, removing
-/// the unfinished file.
-CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options, std::ostream& out);
+/// Copies what `options` selects from `library`, reporting to `out` as it goes (failures and
+/// warnings to `err`) and closing with a summary line on `out`. Stops between pieces of a file
+/// once interruptRequested() is true, removing the unfinished file.
+CopySummary copyTracks(const zq::ZQCoreiPod& library, const CopyOptions& options, std::ostream& out,
+                       std::ostream& err);
+
+/// zqpod get: the file of the track with `trackID` copied as it is to `outfile` ("-" writes to
+/// `out`), which appears only once all of it has come. Says what happened on `out` (a success)
+/// or `err`; returns the exit status.
+int getTrack(const zq::ZQCoreiPod& library, std::uint32_t trackID, const std::string& outfile, std::ostream& out,
+             std::ostream& err);
 
 /// Set from a signal handler (SIGINT, SIGTERM) to stop a copy cleanly.
 void requestInterrupt() noexcept;

@@ -1,6 +1,7 @@
 // zqpod: the command-line face of ZQCore. Reads the music library of an iPod or iPhone.
 
 #include "ArtworkExport.h"
+#include "CommandLine.h"
 #include "DeviceList.h"
 #include "DeviceSelection.h"
 #include "FileNames.h"
@@ -15,10 +16,10 @@
 #include "ZQCore/device/ZQCoreiPodRef.h"
 #include "ZQCore/foundation/Exception.h"
 
+#include <dlfcn.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -27,6 +28,7 @@
 #include <functional>
 #include <iostream>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -43,20 +45,27 @@ struct UsageError {
     std::string message;
 };
 
+using Arguments = zqpod::ParsedCommandLine;
+
 struct Command {
     const char* name;
     const char* usage;
     const char* summary;
     const char* help;
-    std::function<int(const std::vector<std::string>&)> run;
+    std::function<int(Arguments&)> run;
+    std::vector<zqpod::OptionSpec> options = {};
 };
 
-int runLibrary(const std::vector<std::string>& args);
-int runArt(const std::vector<std::string>& args);
-int runDevices(const std::vector<std::string>& args);
-int runWatch(const std::vector<std::string>& args);
-int runCopy(const std::vector<std::string>& args);
-int runGet(const std::vector<std::string>& args);
+int runLibrary(Arguments& args);
+int runArt(Arguments& args);
+int runDevices(Arguments& args);
+int runWatch(Arguments& args);
+int runCopy(Arguments& args);
+int runGet(Arguments& args);
+
+/// Options of zqpod itself, taken before or after the command.
+const std::vector<zqpod::OptionSpec> kGlobalOptions = {
+    {"--timeout", "SECONDS"}, {"--help", nullptr, 'h'}, {"--version"}, {"--man"}};
 
 #define ZQPOD_DEVICE_HELP                                                                            \
     "DEVICE is the mount path of a disk-mode iPod's volume (the folder that holds iPod_Control),\n" \
@@ -83,7 +92,7 @@ const std::vector<Command>& commands()
          "           \"serialNumber\" and \"type\", its \"model\" (\"number\", \"name\", \"generation\",\n"
          "           \"capacity\", \"colour\" and \"displayName\", each null when unknown), every\n"
          "           track with all its fields, and every playlist with its kind and members.\n",
-         runLibrary},
+         runLibrary, {{"--json"}}},
         {"art", "zqpod art [DEVICE] OUTDIR", "write the album covers of a device as PNG files",
          "Opens the device and writes one PNG file per album into OUTDIR (created when missing):\n"
          "the cover that the album's tracks carry, decoded from the device's thumbnail files at\n"
@@ -105,8 +114,9 @@ const std::vector<Command>& commands()
          "answering stops the copy; run the same command again when it is back to finish.\n"
          "\n"
          "On a terminal a bar shows files, bytes, speed and time left; otherwise each file is a\n"
-         "line (\"copied\", \"skipped\", \"failed\"). Ctrl-C stops cleanly, removing the file being\n"
-         "copied. The last line sums up what was copied, skipped and failed.\n"
+         "line (\"copied\", \"skipped\"). A file that fails is a line (\"failed\", with the reason)\n"
+         "on standard error. Ctrl-C stops cleanly, removing the file being copied. The last line,\n"
+         "on standard output even when some failed, sums up what was copied, skipped and failed.\n"
          "\n" ZQPOD_DEVICE_HELP
          "\n"
          "Options:\n"
@@ -132,7 +142,9 @@ const std::vector<Command>& commands()
          "\n"
          "Exit status: 0 when every track was copied or already there, 1 when any failed (or the\n"
          "device could not be opened), 2 for a usage mistake, 130 when interrupted.\n",
-         runCopy},
+         runCopy,
+         {{"--template", "T"}, {"--playlist", "NAME"}, {"--artist", "TEXT"}, {"--album", "TEXT"},
+          {"--genre", "TEXT"}, {"--playlists"}, {"--art"}, {"--overwrite"}, {"--dry-run"}}},
         {"devices", "zqpod devices", "list the iPods connected now",
          "Lists every disk-mode iPod whose volume is mounted as removable media (below /media or\n"
          "/run/media/USER, as a file manager shows it), and every iPhone or iPod touch that\n"
@@ -164,7 +176,11 @@ void printUsage(std::ostream& out)
     out << "\nOption of the commands that read a device:\n"
            "  --timeout SECONDS  give up on a phone that does not answer a request within this time\n"
            "                     (default 10, or the environment variable ZQ_DEVICE_TIMEOUT)\n"
-        << "\nRun 'zqpod COMMAND --help' for the details of one command.\n";
+        << "\nOptions of zqpod itself:\n"
+           "  --help, -h         this text, or with a command the details of that command\n"
+           "  --version          the version of zqpod and of the ZQCore framework it runs on\n"
+        << "\nOptions may stand before or after the command; \"--\" ends them.\n"
+        << "Run 'zqpod COMMAND --help' for the details of one command.\n";
 }
 
 void printCommandHelp(std::ostream& out, const Command& command)
@@ -172,133 +188,81 @@ void printCommandHelp(std::ostream& out, const Command& command)
     out << "usage: " << command.usage << "\n\n" << command.help;
 }
 
-bool wantsHelp(const std::vector<std::string>& args)
+/// zqpod's version, and the framework's: the one it was built with and the library file that
+/// the process runs (an older libZQCore.so.0 installed elsewhere shows here).
+void printVersion(std::ostream& out)
 {
-    for (const auto& arg : args)
-        if (arg == "--help" || arg == "-h")
-            return true;
-    return false;
+    out << "zqpod " << ZQPOD_VERSION << '\n' << "ZQCore " << ZQCORE_VERSION;
+    Dl_info info{};
+    if (::dladdr(reinterpret_cast<void*>(&zq::setRequestTimeout), &info) != 0 && info.dli_fname) {
+        char* real = ::realpath(info.dli_fname, nullptr);
+        out << " (" << (real ? real : info.dli_fname) << ')';
+        std::free(real);
+    }
+    out << '\n';
 }
 
-/// Splits arguments into positional ones and options; `valued` options take the next argument
-/// (or "=value"). Unknown options are usage errors.
-struct ParsedArgs {
-    std::vector<std::string> positional;
-    std::vector<std::pair<std::string, std::string>> options;  ///< name, value ("" for flags)
-
-    std::optional<std::string> value(const std::string& name) const
-    {
-        std::optional<std::string> found;
-        for (const auto& [option, value] : options)
-            if (option == name)
-                found = value;
-        return found;
-    }
-    bool has(const std::string& name) const { return value(name).has_value(); }
-};
-
-ParsedArgs parseArgs(const std::string& command, const std::vector<std::string>& args,
-                     const std::vector<std::string>& flags, const std::vector<std::string>& valued)
+const Command* commandNamed(const std::string& name)
 {
-    ParsedArgs parsed;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if (arg.size() < 2 || arg[0] != '-') {
-            parsed.positional.push_back(arg);
-            continue;
-        }
-        if (arg == "--") {
-            parsed.positional.insert(parsed.positional.end(), args.begin() + static_cast<long>(i) + 1, args.end());
-            break;
-        }
-        const auto equals = arg.find('=');
-        const std::string name = arg.substr(0, equals);
-        if (std::find(flags.begin(), flags.end(), name) != flags.end() && equals == std::string::npos) {
-            parsed.options.emplace_back(name, "");
-        } else if (std::find(valued.begin(), valued.end(), name) != valued.end()) {
-            if (equals != std::string::npos)
-                parsed.options.emplace_back(name, arg.substr(equals + 1));
-            else if (i + 1 < args.size())
-                parsed.options.emplace_back(name, args[++i]);
-            else
-                throw UsageError{"zqpod " + command + ": " + name + " needs a value"};
-        } else
-            throw UsageError{"zqpod " + command + ": unknown option '" + arg + "'"};
-    }
-    return parsed;
+    for (const auto& command : commands())
+        if (name == command.name)
+            return &command;
+    return nullptr;
 }
 
-const Command& commandNamed(const std::string& name);
-
-/// --timeout SECONDS (or =SECONDS), taken out of any command's arguments before "--": the
-/// longest a phone may take to answer one request.
-void takeTimeoutOption(std::vector<std::string>& args)
+/// --timeout SECONDS: the longest a phone may take to answer one request.
+void applyTimeout(const Arguments& args)
 {
-    for (std::size_t i = 0; i < args.size() && args[i] != "--"; ++i) {
-        if (args[i] != "--timeout" && !args[i].starts_with("--timeout="))
-            continue;
-        std::string value;
-        std::size_t count = 1;
-        if (args[i] == "--timeout") {
-            if (i + 1 >= args.size())
-                throw UsageError{"zqpod: --timeout needs a number of seconds"};
-            value = args[i + 1];
-            count = 2;
-        } else
-            value = args[i].substr(10);
-        char* end = nullptr;
-        const double seconds = std::strtod(value.c_str(), &end);
-        if (value.empty() || *end != '\0' || !(seconds > 0) || seconds > 1e6)
-            throw UsageError{"zqpod: --timeout wants a number of seconds above 0, not '" + value + "'"};
-        zq::setRequestTimeout(std::chrono::milliseconds(static_cast<long long>(seconds * 1000 + 0.5)));
-        args.erase(args.begin() + static_cast<long>(i), args.begin() + static_cast<long>(i + count));
-        --i;
-    }
+    const auto value = args.value("--timeout");
+    if (!value)
+        return;
+    char* end = nullptr;
+    const double seconds = std::strtod(value->c_str(), &end);
+    if (value->empty() || *end != '\0' || !(seconds > 0) || seconds > 1e6)
+        throw UsageError{"zqpod: --timeout wants a number of seconds above 0, not '" + *value + "'"};
+    zq::setRequestTimeout(std::chrono::milliseconds(static_cast<long long>(seconds * 1000 + 0.5)));
 }
 
-/// The device and the other positional arguments of a command taking [DEVICE] then `after`.
-std::optional<std::string> deviceArgument(const std::string& command, std::vector<std::string>& positional,
-                                          std::size_t after)
+/// The device and the other words of a command taking [DEVICE] then `after` words.
+std::optional<std::string> deviceArgument(const Command& command, std::vector<std::string>& words, std::size_t after)
 {
-    if (positional.size() == after)
+    if (words.size() == after)
         return std::nullopt;
-    if (positional.size() == after + 1) {
-        std::string device = positional.front();
-        positional.erase(positional.begin());
+    if (words.size() == after + 1) {
+        std::string device = words.front();
+        words.erase(words.begin());
         return device;
     }
-    throw UsageError{"usage: " + std::string(commandNamed(command).usage)};
+    throw UsageError{"usage: " + std::string(command.usage)};
 }
 
 void stopOnInterrupt();
 
-int runLibrary(const std::vector<std::string>& args)
+int runLibrary(Arguments& args)
 {
-    ParsedArgs parsed = parseArgs("library", args, {"--json"}, {});
-    const auto device = deviceArgument("library", parsed.positional, 0);
+    const auto device = deviceArgument(*commandNamed("library"), args.words, 0);
     // A signal during a phone's load stops it where it is; the copies it made go with it.
     stopOnInterrupt();
     auto library = zqpod::openSelectedDevice(device);
     if (zqpod::interruptRequested())
         return kExitInterrupted;
-    if (parsed.has("--json"))
+    if (args.has("--json"))
         zqpod::printLibraryJSON(std::cout, *library);
     else
         zqpod::printLibraryText(std::cout, *library);
     return kExitOK;
 }
 
-int runArt(const std::vector<std::string>& args)
+int runArt(Arguments& args)
 {
-    ParsedArgs parsed = parseArgs("art", args, {}, {});
-    if (parsed.positional.empty())
-        throw UsageError{"usage: " + std::string(commandNamed("art").usage)};
-    const auto device = deviceArgument("art", parsed.positional, 1);
+    if (args.words.empty())
+        throw UsageError{"usage: " + std::string(commandNamed("art")->usage)};
+    const auto device = deviceArgument(*commandNamed("art"), args.words, 1);
     stopOnInterrupt();
     auto library = zqpod::openSelectedDevice(device);
     if (zqpod::interruptRequested())
         return kExitInterrupted;
-    const zqpod::ArtExport exported = zqpod::exportAlbumArt(std::cout, std::cerr, *library, parsed.positional[0]);
+    const zqpod::ArtExport exported = zqpod::exportAlbumArt(std::cout, std::cerr, *library, args.words[0]);
     const std::size_t written = exported.written;
     std::cout << written << (written == 1 ? " file" : " files") << " written\n";
     if (exported.failed) {
@@ -336,45 +300,43 @@ void stopOnInterrupt()
         ::sigaction(signal, &action, nullptr);
 }
 
-int runCopy(const std::vector<std::string>& args)
+int runCopy(Arguments& args)
 {
-    ParsedArgs parsed = parseArgs("copy", args, {"--overwrite", "--dry-run", "--playlists", "--art"},
-                                  {"--template", "--playlist", "--artist", "--album", "--genre"});
-    if (parsed.positional.empty())
-        throw UsageError{"usage: " + std::string(commandNamed("copy").usage)};
-    const auto device = deviceArgument("copy", parsed.positional, 1);
+    if (args.words.empty())
+        throw UsageError{"usage: " + std::string(commandNamed("copy")->usage)};
+    const auto device = deviceArgument(*commandNamed("copy"), args.words, 1);
 
     zqpod::CopyOptions options;
-    options.destination = parsed.positional[0];
-    options.nameTemplate = parsed.value("--template").value_or(zqpod::kDefaultNameTemplate);
+    options.destination = args.words[0];
+    options.nameTemplate = args.value("--template").value_or(zqpod::kDefaultNameTemplate);
     try {
         zqpod::NameTemplate check(options.nameTemplate);  // a bad template is a usage mistake: say so first
     } catch (const zqpod::TemplateError& error) {
         throw UsageError{"zqpod copy: " + std::string(error.what()) + " (see zqpod copy --help)"};
     }
-    options.playlist = parsed.value("--playlist");
-    options.artist = parsed.value("--artist");
-    options.album = parsed.value("--album");
-    options.genre = parsed.value("--genre");
-    options.overwrite = parsed.has("--overwrite");
-    options.dryRun = parsed.has("--dry-run");
-    options.playlists = parsed.has("--playlists");
-    options.art = parsed.has("--art");
+    options.playlist = args.value("--playlist");
+    options.artist = args.value("--artist");
+    options.album = args.value("--album");
+    options.genre = args.value("--genre");
+    options.overwrite = args.has("--overwrite");
+    options.dryRun = args.has("--dry-run");
+    options.playlists = args.has("--playlists");
+    options.art = args.has("--art");
     options.live = ::isatty(STDOUT_FILENO) == 1;
     if (winsize size{}; options.live && ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
         options.columns = size.ws_col;
 
     stopOnInterrupt();
     auto library = zqpod::openSelectedDevice(device);
-    const zqpod::CopySummary summary = zqpod::copyTracks(*library, options, std::cout);
+    const zqpod::CopySummary summary = zqpod::copyTracks(*library, options, std::cout, std::cerr);
     if (summary.interrupted)
         return kExitInterrupted;
     return summary.failed ? kExitFailure : kExitOK;
 }
 
-int runDevices(const std::vector<std::string>& args)
+int runDevices(Arguments& args)
 {
-    if (!args.empty())
+    if (!args.words.empty())
         throw UsageError{"usage: zqpod devices"};
     zqpod::collectMobileDevices();
     zqpod::printConnectedDevices(std::cout);
@@ -382,28 +344,39 @@ int runDevices(const std::vector<std::string>& args)
     return zqpod::mobileDevicesUnreachable() || zqpod::unopenedMobileDevices() ? kExitFailure : kExitOK;
 }
 
-int runGet(const std::vector<std::string>& args)
+int runGet(Arguments& args)
 {
-    ParsedArgs parsed = parseArgs("get", args, {}, {});
+    if (args.words.size() != 3)
+        throw UsageError{"usage: " + std::string(commandNamed("get")->usage)};
+    std::uint32_t trackID = 0;
+    try {
+        trackID = static_cast<std::uint32_t>(std::stoul(args.words[1]));
+    } catch (const std::exception&) {
+        throw UsageError{"zqpod get: '" + args.words[1] + "' is not a track ID"};
+    }
     stopOnInterrupt();
-    return zqpod::copyTrack(parsed.positional, std::cout, std::cerr);
+    auto library = zqpod::openSelectedDevice(args.words[0]);
+    return zqpod::getTrack(*library, trackID, args.words[2], std::cout, std::cerr);
 }
 
-int runWatch(const std::vector<std::string>& args)
+int runWatch(Arguments& args)
 {
-    if (!args.empty())
+    if (!args.words.empty())
         throw UsageError{"usage: zqpod watch"};
     zqpod::collectMobileDevices();
     zqpod::watchDevices(std::cout);
     return kExitOK;
 }
 
-const Command& commandNamed(const std::string& name)
+/// The global options' help, in the commands' layout, for the manual page.
+std::string globalOptionsHelp()
 {
-    for (const auto& command : commands())
-        if (name == command.name)
-            return command;
-    throw std::logic_error("no command " + name);
+    std::ostringstream text;
+    printUsage(text);
+    const std::string all = text.str();
+    const auto start = all.find("\nOption of the commands");
+    const auto end = all.find("Run 'zqpod COMMAND");
+    return all.substr(start + 1, end - start - 1);
 }
 
 void writeManual(std::ostream& out)
@@ -411,61 +384,109 @@ void writeManual(std::ostream& out)
     std::vector<zqpod::HelpPage> pages;
     for (const auto& command : commands())
         pages.push_back({command.name, command.usage, command.summary, command.help});
-    zqpod::writeManPage(out, pages, ZQPOD_VERSION);
+    zqpod::writeManPage(out, pages, globalOptionsHelp(), ZQPOD_VERSION);
+}
+
+/// Every option any command knows, for finding the command among the words: an option's value
+/// is no command, whichever command the option belongs to.
+std::vector<zqpod::OptionSpec> everyOption()
+{
+    std::vector<zqpod::OptionSpec> all = kGlobalOptions;
+    for (const auto& command : commands())
+        all.insert(all.end(), command.options.begin(), command.options.end());
+    return all;
+}
+
+/// The words taken apart by the options of zqpod and of `command`, the command's name taken
+/// out; unknown options and missing values are usage mistakes.
+Arguments argumentsOf(const Command& command, const std::vector<std::string>& words)
+{
+    std::vector<zqpod::OptionSpec> specs = kGlobalOptions;
+    specs.insert(specs.end(), command.options.begin(), command.options.end());
+    Arguments args;
+    try {
+        args = zqpod::parseCommandLine(words, specs);
+    } catch (const zqpod::CommandLineError& error) {
+        if (error.optionWithoutValue == "--timeout")
+            throw UsageError{"zqpod: --timeout needs a number of seconds"};
+        if (error.optionWithoutValue)
+            throw UsageError{"zqpod " + std::string(command.name) + ": " + *error.optionWithoutValue + " needs a value"};
+        throw UsageError{"zqpod " + std::string(command.name) + ": " + error.message};
+    }
+    if (!args.unknown.empty())
+        throw UsageError{"zqpod " + std::string(command.name) + ": unknown option '" + args.unknown.front() + "'"};
+    args.words.erase(args.words.begin());  // the command's name
+    return args;
+}
+
+int runCommand(const Command& command, const std::vector<std::string>& words)
+{
+    try {
+        Arguments args = argumentsOf(command, words);
+        applyTimeout(args);
+        return command.run(args);
+    } catch (const UsageError& error) {
+        std::cerr << error.message << '\n';
+        return kExitUsage;
+    } catch (const zqpod::DeviceSelectionError& error) {
+        std::cerr << "zqpod " << command.name << ": " << zqpod::terminalSafe(error.what()) << '\n';
+        return kExitFailure;
+    } catch (const zqpod::CopyRefused& error) {
+        std::cerr << "zqpod " << command.name << ": " << zqpod::terminalSafe(error.what()) << '\n';
+        return kExitFailure;
+    } catch (const zq::Exception& error) {
+        if (zqpod::interruptRequested()) {
+            std::cerr << "zqpod " << command.name << ": interrupted\n";
+            return kExitInterrupted;
+        }
+        std::cerr << "zqpod " << command.name << ": " << zqpod::terminalSafe(error.reason()) << " (" << error.name()
+                  << ")\n";
+        return kExitFailure;
+    }
 }
 
 int runCommandLine(int argc, char** argv)
 {
-    std::vector<std::string> args(argv + 1, argv + argc);
-    if (args.empty()) {
-        printUsage(std::cerr);
-        return kExitUsage;
+    const std::vector<std::string> words(argv + 1, argv + argc);
+    // First the command and zqpod's own options, wherever they stand; the command's options
+    // are checked once it is known.
+    zqpod::ParsedCommandLine found;
+    try {
+        found = zqpod::parseCommandLine(words, everyOption());
+    } catch (const zqpod::CommandLineError& error) {
+        // A value missing at the end: the command, found without that last word, says so.
+        try {
+            found = zqpod::parseCommandLine(std::vector<std::string>(words.begin(), words.end() - 1), everyOption());
+        } catch (const zqpod::CommandLineError&) {
+            std::cerr << "zqpod: " << error.message << '\n';
+            return kExitUsage;
+        }
     }
-    if (args[0] == "--man") {  // not listed: the build writes zqpod.1 with it
+    if (found.has("--man")) {  // not listed: the build writes zqpod.1 with it
         writeManual(std::cout);
         return kExitOK;
     }
-    if (args[0] == "--help" || args[0] == "-h" || args[0] == "help") {
-        if (args.size() > 1)
-            for (const auto& command : commands())
-                if (args[1] == command.name) {
-                    printCommandHelp(std::cout, command);
-                    return kExitOK;
-                }
-        printUsage(std::cout);
+    if (found.has("--version")) {
+        printVersion(std::cout);
         return kExitOK;
     }
-    for (const auto& command : commands()) {
-        if (args[0] != command.name)
-            continue;
-        std::vector<std::string> rest(args.begin() + 1, args.end());
-        if (wantsHelp(rest)) {
-            printCommandHelp(std::cout, command);
-            return kExitOK;
-        }
-        try {
-            takeTimeoutOption(rest);
-            return command.run(rest);
-        } catch (const UsageError& error) {
-            std::cerr << error.message << '\n';
-            return kExitUsage;
-        } catch (const zqpod::DeviceSelectionError& error) {
-            std::cerr << "zqpod " << command.name << ": " << zqpod::terminalSafe(error.what()) << '\n';
-            return kExitFailure;
-        } catch (const zqpod::CopyRefused& error) {
-            std::cerr << "zqpod " << command.name << ": " << zqpod::terminalSafe(error.what()) << '\n';
-            return kExitFailure;
-        } catch (const zq::Exception& error) {
-            if (zqpod::interruptRequested()) {
-                std::cerr << "zqpod " << command.name << ": interrupted\n";
-                return kExitInterrupted;
-            }
-            std::cerr << "zqpod " << command.name << ": " << zqpod::terminalSafe(error.reason()) << " ("
-                      << error.name() << ")\n";
-            return kExitFailure;
-        }
+    const std::string name = found.words.empty() ? "" : found.words.front();
+    const Command* command = commandNamed(name);
+    if (name == "help" || (found.has("--help") && (name.empty() || command))) {
+        // "zqpod help copy", "zqpod --help copy", "zqpod copy --help"
+        const Command* topic = name == "help" ? (found.words.size() > 1 ? commandNamed(found.words[1]) : nullptr) : command;
+        if (topic)
+            printCommandHelp(std::cout, *topic);
+        else
+            printUsage(std::cout);
+        return kExitOK;
     }
-    std::cerr << "zqpod: unknown command '" << args[0] << "'\n\n";
+    if (command)
+        return runCommand(*command, words);
+    if (!name.empty())
+        std::cerr << "zqpod: unknown command '" << name << "'\n\n";
+    else if (!found.unknown.empty())
+        std::cerr << "zqpod: unknown option '" << found.unknown.front() << "'\n\n";
     printUsage(std::cerr);
     return kExitUsage;
 }
