@@ -16,7 +16,9 @@ PACKAGES      := build-essential cmake pkg-config libplist-dev libpng-dev nlohma
                  dosfstools fusefat util-linux mount libimobiledevice-dev libusbmuxd-dev tree \
                  pybind11-dev python3-dev python3-pytest doxygen dpkg-dev file lintian \
                  libfuse3-dev fuse3 \
-                 libturbojpeg0-dev zlib1g-dev
+                 libturbojpeg0-dev zlib1g-dev \
+                 qt6-base-dev qt6-qpa-plugins xvfb xauth appstream desktop-file-utils \
+                 fonts-wqy-microhei
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 # Only for `make bench`: libgpod is the peer the whole-process figures are compared with, and
 # GNU time measures peak memory.
@@ -63,7 +65,7 @@ install: build
 	cmake -S . -B $(BUILD) -DCMAKE_INSTALL_PREFIX=$(PREFIX)
 	DESTDIR=$(DESTDIR) cmake --install $(BUILD)
 
-# The Debian packages (libzqcore0, libzqcore-dev, zqpod, python3-zqcore) in $(DEB_BUILD), built
+# The Debian packages (libzqcore0, libzqcore-dev, zqpod, python3-zqcore, zqpod-gui) in $(DEB_BUILD), built
 # with prefix /usr in a folder of their own and checked with lintian (accepted findings, with
 # the reasons: packaging/lintian-suppressed). Compiled with Debian's own build flags (hardening:
 # fortified functions, stack protector, RELRO).
@@ -74,7 +76,7 @@ deb: deps
 		-DZQ_TESTS=OFF -DZQ_BENCH=OFF -DCMAKE_SKIP_INSTALL_ALL_DEPENDENCY=ON \
 		-DCMAKE_CXX_FLAGS="$(DEB_CXXFLAGS)" -DCMAKE_EXE_LINKER_FLAGS="$(DEB_LDFLAGS)" \
 		-DCMAKE_SHARED_LINKER_FLAGS="$(DEB_LDFLAGS)" -DCMAKE_MODULE_LINKER_FLAGS="$(DEB_LDFLAGS)"
-	cmake --build $(DEB_BUILD) -j$(JOBS) --target ZQCore zqpod zqpod-man-gz zqcore_python zqcore-debian-docs
+	cmake --build $(DEB_BUILD) -j$(JOBS) --target ZQCore zqpod zqpod-man-gz zqcore_python zqcore-debian-docs zqpod-gui
 	rm -f $(DEB_BUILD)/*.deb
 	cd $(DEB_BUILD) && cpack -G DEB
 	lintian --info --suppress-tags-from-file packaging/lintian-suppressed --fail-on error,warning $(DEB_BUILD)/*.deb

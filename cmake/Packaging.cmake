@@ -4,6 +4,7 @@
 #   libzqcore-dev   dev       headers, the libZQCore.so link, zqcore.pc, the CMake package
 #   zqpod           tool      the command-line tool and its manual page
 #   python3-zqcore  python    the Python module
+#   zqpod-gui       gui       the desktop application (built in gui/, see cmake/Gui.cmake)
 # Dependencies on other Debian packages come from dpkg-shlibdeps; those between these four are
 # stated here. The runtime package carries a shlibs file, so packages built against it depend on
 # libzqcore0 (>= the version they were built with). The runtime package's name follows the
@@ -15,6 +16,9 @@ set(ZQ_MAINTAINER "ZQCore Developers <zqcore@packages.debian.invalid>" CACHE STR
   "The Maintainer field of the Debian packages")
 
 set(ZQ_DEB_PACKAGES runtime libzqcore${ZQ_SOVERSION} dev libzqcore-dev tool zqpod python python3-zqcore)
+if(TARGET zqpod-gui)
+  list(APPEND ZQ_DEB_PACKAGES gui zqpod-gui)
+endif()
 
 # Every Debian package carries its copyright file and a compressed changelog in
 # /usr/share/doc/PACKAGE.
@@ -38,6 +42,9 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL runtime dev tool)
 if(TARGET zqcore_python)
   list(APPEND CPACK_COMPONENTS_ALL python)
+endif()
+if(TARGET zqpod-gui)
+  list(APPEND CPACK_COMPONENTS_ALL gui)
 endif()
 set(CPACK_PACKAGE_NAME zqcore)
 set(CPACK_PACKAGE_VENDOR "ZQCore")
@@ -97,6 +104,21 @@ if(TARGET zqcore_python)
 The module zqcore lists the iPods and iPhones connected, loads their music
 library (tracks and playlists with their fields as attributes), reads or copies
 track files and covers, and follows devices as they come and go.")
+endif()
+
+if(TARGET zqpod-gui)
+  set(CPACK_DEBIAN_GUI_PACKAGE_SECTION sound)
+  # Qt finds its X11 (and offscreen) platform plugins in qt6-qpa-plugins, which its libraries
+  # do not depend on; without one the program cannot open a window. Wayland's is qt6-wayland.
+  set(CPACK_DEBIAN_GUI_PACKAGE_DEPENDS "libzqcore${ZQ_SOVERSION} (>= ${ZQ_DEBIAN_VERSION}), qt6-qpa-plugins")
+  # Phones are reached through usbmuxd, as for the library itself.
+  set(CPACK_DEBIAN_GUI_PACKAGE_RECOMMENDS "usbmuxd, qt6-wayland")
+  set(CPACK_COMPONENT_GUI_DESCRIPTION "see the music on iPods and iPhones
+ZQPod is a desktop application that shows the music library of the iPods and
+iPhones connected, as they are plugged in: tracks with every field, sortable
+and filtered as you type, albums with their covers, playlists, smart
+playlists and podcasts. Copied device folders can be opened too. It only
+reads the devices.")
 endif()
 
 include(CPack)

@@ -32,6 +32,9 @@ expect libzqcore-dev $headers usr/$libdir/libZQCore.so usr/$libdir/pkgconfig/zqc
 expect zqpod usr/bin/zqpod usr/share/man/man1/zqpod.1.gz
 expect python3-zqcore usr/lib/python3/dist-packages/zqcore/__init__.py \
     usr/lib/python3/dist-packages/zqcore/_zqcore$python_tag
+icons=$(for size in 16 24 32 48 64 128 256 512; do echo "usr/share/icons/hicolor/${size}x$size/apps/org.zqcore.ZQPod.png"; done)
+expect zqpod-gui usr/bin/zqpod-gui usr/share/man/man1/zqpod-gui.1.gz usr/share/applications/org.zqcore.ZQPod.desktop \
+    usr/share/metainfo/org.zqcore.ZQPod.metainfo.xml $icons
 
 # Dependencies: on each other by version, on Debian's libraries through dpkg-shlibdeps.
 depends() { dpkg-deb -f "$debs/${1}_${version}_$(dpkg --print-architecture).deb" Depends; }
@@ -39,6 +42,9 @@ depends libzqcore0 | grep -q 'libimobiledevice6'
 depends libzqcore0 | grep -q 'zlib1g'  # the compressed library database (iTunesCDB)
 depends libzqcore-dev | grep -qx "libzqcore0 (= $version)"
 depends zqpod | grep -q "libzqcore0 (>= $version)"
+depends zqpod-gui | grep -q "libzqcore0 (>= $version)"
+depends zqpod-gui | grep -q 'libqt6widgets6'
+depends zqpod-gui | grep -q 'qt6-qpa-plugins'
 depends python3-zqcore | grep -q "libzqcore0 (= $version), python3 (>= 3.11), python3 (<< 3.12)"
 dpkg-deb -I "$debs/libzqcore0_${version}_$(dpkg --print-architecture).deb" shlibs | grep -qx "libZQCore 0 libzqcore0 (>= $version)"
 # apt resolves them together against this system's package lists, without installing anything.
@@ -64,4 +70,8 @@ assert zqcore.__file__.startswith(sys.argv[1]), zqcore.__file__
 library = zqcore.open(sys.argv[2])
 print("python3-zqcore from the packages:", library.name, len(library.tracks), "tracks")
 ' "$root/tree" "$root/ipod"
-echo "Debian packages: contents, dependencies, dpkg --root install, example, zqpod and Python checked"
+# The desktop application from the packages draws the sample device's library (offscreen).
+LD_LIBRARY_PATH="$root/tree/usr/$libdir" QT_QPA_PLATFORM=offscreen XDG_RUNTIME_DIR="$root" \
+    "$root/tree/usr/bin/zqpod-gui" --screenshot "$root/window.png" "$root/ipod" 2>/dev/null
+test -s "$root/window.png"
+echo "Debian packages: contents, dependencies, dpkg --root install, example, zqpod, Python and zqpod-gui checked"
