@@ -63,6 +63,22 @@ public:
     void setDelegate(const std::shared_ptr<AFCDeviceDelegate>& delegate) { delegate_ = delegate; }
     const std::shared_ptr<AFCDeviceRef>& device() const { return device_; }
     const std::shared_ptr<AFCInterface>& deviceInterface() const { return deviceInterface_; }
+    /// The conduit for a new request: after a piece of work was cancelled in the middle of a
+    /// request, a new one from the session (when the calling thread is not cancelled itself).
+    /// Every request made outside this class goes through it.
+    const std::shared_ptr<AFCInterface>& liveInterface()
+    {
+        reopenIfCancelled();
+        return deviceInterface_;
+    }
+    /// After a request on liveInterface() came back empty: throws as the reads do when the
+    /// device has gone, stopped answering or the work was cancelled, so that none of these is
+    /// taken for a missing file. Returns when the device simply said no.
+    void raiseIfGone(const std::string& path) const
+    {
+        if (hasGone())
+            raiseFailure(path, 0);
+    }
 
     // ---- files ----
     // A read that fails is an error, never a short file: the reads below throw a zq::Exception

@@ -23,11 +23,13 @@ std::optional<Data> AFCFiles::chunkOfFile(const std::string& path, Range range) 
 
 std::optional<std::uint64_t> AFCFiles::sizeOfFile(const std::string& path) const
 {
-    if (!device_ || !device_->deviceInterface())
+    if (!device_ || !device_->liveInterface())
         return std::nullopt;
-    const auto attributes = device_->deviceInterface()->getAttributesAtPath(path);
-    if (!attributes)
+    const auto attributes = device_->liveInterface()->getAttributesAtPath(path);
+    if (!attributes) {
+        device_->raiseIfGone(path);
         return std::nullopt;
+    }
     const auto type = attributes->find("st_ifmt");
     const auto size = attributes->find("st_size");
     if (type == attributes->end() || type->second != "S_IFREG" || size == attributes->end())
@@ -43,7 +45,7 @@ std::optional<std::uint64_t> AFCFiles::sizeOfFile(const std::string& path) const
 
 bool AFCFiles::fileExists(const std::string& path) const
 {
-    return device_->fileExistsAtPath(path) || device_->deviceInterface()->isDirectoryAtPath(path);
+    return device_->fileExistsAtPath(path) || device_->liveInterface()->isDirectoryAtPath(path);
 }
 
 FileCopyResult AFCFiles::copyFile(const std::string& path, int destination, const FileCopyProgress& progress) const
@@ -62,7 +64,7 @@ int AFCFiles::openFile(const std::string&, int) const
 Value::Dictionary AFCFiles::fileSystemInfo() const
 {
     Value::Dictionary info;
-    if (auto attributes = device_->deviceInterface()->getDeviceAttributes())
+    if (auto attributes = device_->liveInterface()->getDeviceAttributes())
         for (const auto& [key, value] : *attributes)
             info[key] = value;
     return info;

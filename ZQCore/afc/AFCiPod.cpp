@@ -55,7 +55,7 @@ void AFCiPod::loadFromDevice(const std::shared_ptr<AFCiPodRef>& reference)
     properties_ = std::move(properties);
     additionalData_ = {};
 
-    if (auto attributes = device_->deviceInterface()->getDeviceAttributes()) {
+    if (auto attributes = device_->liveInterface()->getDeviceAttributes()) {
         if (auto model = attributes->find("Model"); model != attributes->end())
             autodetectedType_ = model->second.find("iPod") != std::string::npos ? 15 : 16;
     }

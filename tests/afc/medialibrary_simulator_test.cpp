@@ -9,12 +9,17 @@
 #include "ZQCore/afc/AFCFactory.h"
 #include "ZQCore/afc/AFCiPod.h"
 #include "ZQCore/afc/AFCiPodRef.h"
+#include "ZQCore/afc/MobileDevice.h"
+#include "ZQCore/foundation/Exception.h"
 #include "ZQCore/device/ZQCore.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <unistd.h>
+
+#include <optional>
+#include <thread>
 
 namespace zq::test {
 namespace {
@@ -116,6 +121,45 @@ TEST_F(PhoneOverAFC, ZqpodCopiesEveryLocalTrackAndNamesTheCloudOnes)
         expected.insert(std::string(contents.stringView()));
     EXPECT_TRUE(copied == expected);
     EXPECT_THAT(contentsOf(out.file("Quiet Evenings.m3u8")), HasSubstr("Cicha noc.wav"));
+}
+
+} // namespace
+} // namespace zq::test
+
+namespace zq::test {
+namespace {
+
+// A load that the application cancels ends with an error and leaves nothing behind it: the next
+// load of the same phone reads the whole library, never an empty one.
+TEST_F(PhoneOverAFC, ALoadCancelledMidReadIsFollowedByAWholeOne)
+{
+    const PhoneSpec phone = makeSamplePhone(MediaLibraryGeneration::Modern);
+    writePhone(root.path(), phone);
+    setup.faults = "stallAt=/iTunes_Control/iTunes/MediaLibrary.sqlitedb@0";
+    const auto before = temporaryEntries();
+    attach();
+    auto token = std::make_shared<CancellationToken>();
+    std::optional<ErrorKind> failure;
+    std::shared_ptr<ZQCoreiPod> cancelled;
+    std::thread load([&, reference = listed()] {
+        CancellationScope scope(token);
+        try {
+            cancelled = ZQCoreiPod::initWithiPodReference(reference);
+        } catch (const Exception& error) {
+            failure = error.kind();
+        }
+    });
+    std::this_thread::sleep_for(400ms);
+    token->cancel();
+    load.join();
+    EXPECT_EQ(cancelled, nullptr);
+    EXPECT_EQ(failure, ErrorKind::Cancelled);
+    EXPECT_EQ(temporaryEntries(), before);
+
+    auto library = ZQCoreiPod::initWithiPodReference(listed());
+    ASSERT_NE(library, nullptr);
+    EXPECT_EQ(library->librarySource(), ZQCoreiPod::LibrarySource::MediaLibrary);
+    EXPECT_EQ(library->allTracks().size(), phone.database.tracks.size());
 }
 
 } // namespace

@@ -518,6 +518,8 @@ private:
         for (const Device::Fault* fault : faults == faults_.end() ? std::vector<const Device::Fault*>() : faults->second) {
             if (at < 0)
                 break;
+            if (fault->kind == Device::Fault::Stall && *fault->spent)
+                continue;
             if (std::uint64_t(at) < fault->offset) {
                 wanted = std::size_t(std::min<std::uint64_t>(wanted, fault->offset - std::uint64_t(at)));
                 continue;
@@ -529,6 +531,8 @@ private:
                 device_.frozen = true;
                 return hang();
             case Device::Fault::Stall:
+                if (fault->spent->exchange(true))
+                    break;  // struck already (by another connection): this read is served
                 return hang();
             case Device::Fault::Depart:
                 if (device_.depart)

@@ -37,10 +37,12 @@ struct Device {
     struct Fault {
         /// an I/O error; the device leaves; it stops answering; nothing (only the read before
         /// it comes back short, as a device's reads may); this one connection stops answering
-        /// (a read that takes for ever, while new connections are served)
+        /// (a read that takes for ever, while new connections are served; it strikes once)
         enum Kind { ReadError, Depart, Freeze, ShortRead, Stall } kind;
         std::string path;
         std::uint64_t offset = 0;
+        /// Set once a fault that strikes once has struck (shared by the device's connections).
+        std::shared_ptr<std::atomic<bool>> spent = std::make_shared<std::atomic<bool>>(false);
     };
     std::vector<Fault> faults;     ///< for trying how clients meet a failing device
     std::atomic<bool> frozen{false};
