@@ -11,6 +11,7 @@
 #include "ZQCore/foundation/File.h"
 
 #include <algorithm>
+#include <mutex>
 
 namespace zq {
 
@@ -31,6 +32,14 @@ bool isPresent(const ZQCoreiPodRef& reference, const std::vector<MountedVolume>&
     if (!reference.isMountedVolume())
         return true;
     return std::any_of(volumes.begin(), volumes.end(), [&](const MountedVolume& volume) { return volume.mountPath == *path; });
+}
+
+// The registry of loaded libraries is the one part of the shared instance that other threads
+// touch: an application loads libraries off its main thread, and each load registers itself.
+std::mutex& registryMutex()
+{
+    static std::mutex mutex;
+    return mutex;
 }
 
 // Library objects loaded while there was no shared instance yet, and that instance once made.
@@ -57,8 +66,12 @@ std::shared_ptr<ZQCoreiPod> firstWithSerialOf(const std::vector<std::shared_ptr<
 
 } // namespace
 
-ZQCore::ZQCore() : iPodInstances_(std::move(librariesLoadedEarly()))
+ZQCore::ZQCore()
 {
+    {
+        std::lock_guard lock(registryMutex());
+        iPodInstances_ = std::move(librariesLoadedEarly());
+    }
     // libimobiledevice is linked in, so mobile devices are always looked for; without a
     // running usbmuxd none arrive. The factory's delegate is set by sharedInstance, which
     // holds the owning pointer.
@@ -97,23 +110,38 @@ std::vector<std::shared_ptr<ZQCoreiPodRef>> ZQCore::connectediPodsOfSharedInstan
 
 std::shared_ptr<ZQCoreiPod> ZQCore::existingiPodForReference(const std::shared_ptr<ZQCoreiPodRef>& reference) const
 {
+    std::lock_guard lock(registryMutex());
     return firstWithSerialOf(iPodInstances_, reference);
 }
 
-void ZQCore::iPodWasCreated(const std::shared_ptr<ZQCoreiPod>& library) { iPodInstances_.push_back(library); }
+std::vector<std::shared_ptr<ZQCoreiPod>> ZQCore::iPodInstances() const
+{
+    std::lock_guard lock(registryMutex());
+    return iPodInstances_;
+}
+
+void ZQCore::iPodWasCreated(const std::shared_ptr<ZQCoreiPod>& library)
+{
+    std::lock_guard lock(registryMutex());
+    iPodInstances_.push_back(library);
+}
 
 std::shared_ptr<ZQCoreiPod> ZQCore::existingLibraryForReference(const std::shared_ptr<ZQCoreiPodRef>& reference)
 {
-    return madeInstance ? madeInstance->existingiPodForReference(reference)
-                        : firstWithSerialOf(librariesLoadedEarly(), reference);
+    if (madeInstance)
+        return madeInstance->existingiPodForReference(reference);
+    std::lock_guard lock(registryMutex());
+    return firstWithSerialOf(librariesLoadedEarly(), reference);
 }
 
 void ZQCore::libraryWasLoaded(const std::shared_ptr<ZQCoreiPod>& library)
 {
-    if (madeInstance)
+    if (madeInstance) {
         madeInstance->iPodWasCreated(library);
-    else
-        librariesLoadedEarly().push_back(library);
+        return;
+    }
+    std::lock_guard lock(registryMutex());
+    librariesLoadedEarly().push_back(library);
 }
 
 void ZQCore::checkForNewiPods()

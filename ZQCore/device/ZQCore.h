@@ -50,7 +50,8 @@ public:
     void setDelegate(std::shared_ptr<ZQCoreDelegate> delegate) { delegate_ = std::move(delegate); }
 
     const std::vector<std::shared_ptr<ZQCoreiPodRef>>& connectediPods() const { return connectedDevices_; }
-    const std::vector<std::shared_ptr<ZQCoreiPod>>& iPodInstances() const { return iPodInstances_; }
+    /// The library objects loaded so far (a copy: libraries may be loaded on other threads).
+    std::vector<std::shared_ptr<ZQCoreiPod>> iPodInstances() const;
     bool supportsAFCDevices() const { return supportsAFCDevices_; }
 
     /// The first library object whose "SerialNumber" property equals the reference's serial
