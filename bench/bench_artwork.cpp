@@ -141,15 +141,15 @@ BENCHMARK(BM_LinkArtwork)->Unit(benchmark::kMillisecond);
 void BM_WalkArtworkDB(benchmark::State& state)
 {
     static const zq::Data database = [] {
-        zq::test::ArtworkDBSpec spec;
-        spec.images.reserve(kCovers);
+        zq::test::ArtworkDBSpec layout;
+        layout.images.reserve(kCovers);
         for (std::uint32_t i = 0; i < kCovers; ++i) {
             zq::test::ArtworkImageSpec image{.imageID = 100 + i, .songID = 0x5000000000000000ULL + i};
             image.thumbnails = {{.formatID = 1028, .width = 100, .height = 100, .writePixels = false},
                                 {.formatID = 1029, .width = 200, .height = 200, .writePixels = false}};
-            spec.images.push_back(std::move(image));
+            layout.images.push_back(std::move(image));
         }
-        return zq::test::buildArtwork(spec).artworkDB;
+        return zq::test::buildArtwork(layout).artworkDB;
     }();
     const LinkingSetup& setup = linkingSetup();
     for (auto _ : state)

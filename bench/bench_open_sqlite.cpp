@@ -41,10 +41,10 @@ std::string volume()
         if (!fs::exists(fs::path(root) / "done")) {
             std::cerr << "generating " << root << " ...\n";
             fs::remove_all(root);
-            zq::test::VolumeSpec spec;
-            spec.database = zq::test::makeLargeLibrary(kTracks, kPlaylists, 5);
-            spec.format = zq::test::LibraryFormat::Both;
-            zq::test::writeVolume(root, spec);
+            zq::test::VolumeSpec setup;
+            setup.database = zq::test::makeLargeLibrary(kTracks, kPlaylists, 5);
+            setup.format = zq::test::LibraryFormat::Both;
+            zq::test::writeVolume(root, setup);
             std::FILE* done = std::fopen((fs::path(root) / "done").c_str(), "w");
             if (done)
                 std::fclose(done);

@@ -30,17 +30,17 @@ using namespace zq::test;
 // not a single path component, a child of an unknown type and an unknown data set.
 ArtworkDBSpec oddArtwork()
 {
-    ArtworkDBSpec spec;
+    ArtworkDBSpec setup;
     const std::uint64_t firstTrack = 0x7A3E000000000000ULL + 0x1111ULL;
-    spec.images.push_back({.imageID = 0x64, .songID = firstTrack,
+    setup.images.push_back({.imageID = 0x64, .songID = firstTrack,
                            .thumbnails = {ThumbnailSpec{.width = 41, .height = 41},
                                           ThumbnailSpec{.formatID = 1029, .width = 198, .height = 190,
                                                         .horizontalPadding = 2, .verticalPadding = 9}}});
-    spec.images.push_back({.imageID = 0x65,
+    setup.images.push_back({.imageID = 0x65,
                            .thumbnails = {ThumbnailSpec{.width = 3, .height = 5, .fileName = ":..:F1028_1.ithmb"}},
                            .extraChildren = {RawArtworkChild{.type = 6, .body = {1, 2, 3, 4}}}});
-    spec.dataSets = {ArtworkDataSet(1), ArtworkDataSet(9), ArtworkDataSet(3)};
-    return spec;
+    setup.dataSets = {ArtworkDataSet(1), ArtworkDataSet(9), ArtworkDataSet(3)};
+    return setup;
 }
 
 // Inputs that once made the walks loop, read past a record or take a count at its word; kept

@@ -79,11 +79,11 @@ void DevicesTest::cleanupTestCase()
 // goes when it is detached.
 void DevicesTest::appearsAndDisappears()
 {
-    zq::test::SimulatedDeviceSpec spec;
-    spec.udid = "00008101-1001GUI";
-    spec.root = phone_->path().toStdString();
-    spec.deviceName = "Alex iPhone";
-    simulator_->attach(spec);
+    zq::test::SimulatedDeviceSpec setup;
+    setup.udid = "00008101-1001GUI";
+    setup.root = phone_->path().toStdString();
+    setup.deviceName = "Alex iPhone";
+    simulator_->attach(setup);
     QTRY_COMPARE_WITH_TIMEOUT(devicesSection(*window_)->childCount(), 1, 15000);
     QTreeWidgetItem* item = devicesSection(*window_)->child(0);
     window_->sidebar()->setCurrentItem(item);
@@ -94,7 +94,7 @@ void DevicesTest::appearsAndDisappears()
     const QJsonObject listing = libraryListing(phone_->path());
     QCOMPARE(window_->trackModel()->rowCount(), listing.value(QStringLiteral("tracks")).toArray().size());
 
-    simulator_->detach(spec.udid);
+    simulator_->detach(setup.udid);
     // Shown, so it stays listed as gone rather than vanishing under the person's eyes.
     QTRY_VERIFY_WITH_TIMEOUT(item->text(0).contains(QStringLiteral("Disconnected")), 15000);
     QVERIFY(item->isDisabled());
@@ -102,7 +102,7 @@ void DevicesTest::appearsAndDisappears()
     QCOMPARE(window_->trackModel()->rowCount(), listing.value(QStringLiteral("tracks")).toArray().size());
 
     // Back again: the same entry, connected.
-    simulator_->attach(spec);
+    simulator_->attach(setup);
     QTRY_VERIFY_WITH_TIMEOUT(!item->isDisabled(), 15000);
     QCOMPARE(devicesSection(*window_)->childCount(), 1);
 }
@@ -128,13 +128,13 @@ void DevicesTest::leavesWhileShown()
 // A phone that does not trust this computer is listed with what to do about it.
 void DevicesTest::untrustedPhoneSaysWhatToDo()
 {
-    zq::test::SimulatedDeviceSpec spec;
-    spec.udid = "00008101-1003GUI";
-    spec.root = phone_->path().toStdString();
-    spec.serialNumber = "F2LZK0UNPAIR";
-    spec.paired = false;
+    zq::test::SimulatedDeviceSpec setup;
+    setup.udid = "00008101-1003GUI";
+    setup.root = phone_->path().toStdString();
+    setup.serialNumber = "F2LZK0UNPAIR";
+    setup.paired = false;
     const int before = devicesSection(*window_)->childCount();
-    simulator_->attach(spec);
+    simulator_->attach(setup);
     QTRY_COMPARE_WITH_TIMEOUT(devicesSection(*window_)->childCount(), before + 1, 15000);
     QTreeWidgetItem* item = nullptr;
     for (int i = 0; i < devicesSection(*window_)->childCount(); ++i)
@@ -144,7 +144,7 @@ void DevicesTest::untrustedPhoneSaysWhatToDo()
     QVERIFY(item->toolTip(0).contains(QStringLiteral("tap Trust")));
     window_->sidebar()->setCurrentItem(item);
     QVERIFY(window_->noticeLabel()->text().contains(QStringLiteral("unlock it and tap Trust")));
-    simulator_->detach(spec.udid);
+    simulator_->detach(setup.udid);
     QTRY_COMPARE_WITH_TIMEOUT(devicesSection(*window_)->childCount(), before, 15000);
 }
 
@@ -152,13 +152,13 @@ void DevicesTest::untrustedPhoneSaysWhatToDo()
 // before the request timeout), and the next open of the same phone loads it.
 void DevicesTest::cancelStopsAStalledPhone()
 {
-    zq::test::SimulatedDeviceSpec spec;
-    spec.udid = "00008101-1004GUI";
-    spec.root = phone_->path().toStdString();
-    spec.serialNumber = "F2LZK0STALLS";
-    spec.faults = "stallAt=/iTunes_Control/iTunes/MediaLibrary.sqlitedb@0";
+    zq::test::SimulatedDeviceSpec setup;
+    setup.udid = "00008101-1004GUI";
+    setup.root = phone_->path().toStdString();
+    setup.serialNumber = "F2LZK0STALLS";
+    setup.faults = "stallAt=/iTunes_Control/iTunes/MediaLibrary.sqlitedb@0";
     const int before = devicesSection(*window_)->childCount();
-    simulator_->attach(spec);
+    simulator_->attach(setup);
     QTRY_COMPARE_WITH_TIMEOUT(devicesSection(*window_)->childCount(), before + 1, 15000);
     QTreeWidgetItem* item = findItem(devicesSection(*window_), QStringLiteral("F2LZK0STALLS"));
     for (int i = 0; !item && i < devicesSection(*window_)->childCount(); ++i)
@@ -181,7 +181,7 @@ void DevicesTest::cancelStopsAStalledPhone()
     QTRY_VERIFY_WITH_TIMEOUT(!window_->loader()->isLoading(), 15000);
     QVERIFY2(window_->noticeLabel()->isHidden(), qPrintable(window_->noticeLabel()->text()));
     const QJsonObject listing = libraryListing(phone_->path());
-    simulator_->detach(spec.udid);
+    simulator_->detach(setup.udid);
     QCOMPARE(window_->trackModel()->rowCount(), listing.value(QStringLiteral("tracks")).toArray().size());
 }
 

@@ -11,11 +11,11 @@
 
 namespace zq::test {
 
-/// Lays `spec` out under `root` as a mobile device keeps it (iTunes_Control). Track locations
+/// Lays `setup` out under `root` as a mobile device keeps it (iTunes_Control). Track locations
 /// should name ":iTunes_Control:..." paths, and `files` keys "iTunes_Control/...".
-inline void writeMobileDevice(const std::string& root, const VolumeSpec& spec)
+inline void writeMobileDevice(const std::string& root, const VolumeSpec& setup)
 {
-    writeVolume(root, spec);
+    writeVolume(root, setup);
     namespace fs = std::filesystem;
     const fs::path from = fs::path(root) / "iPod_Control";
     const fs::path to = fs::path(root) / "iTunes_Control";

@@ -91,11 +91,11 @@ protected:
 
     SimulatedDeviceSpec device(const std::string& folder)
     {
-        SimulatedDeviceSpec spec;
-        spec.udid = unique("00008030-");
-        spec.serialNumber = unique("SIM");
-        spec.root = folder;
-        return spec;
+        SimulatedDeviceSpec setup;
+        setup.udid = unique("00008030-");
+        setup.serialNumber = unique("SIM");
+        setup.root = folder;
+        return setup;
     }
 
     std::shared_ptr<AFCiPodRef> listed(const std::string& serial) const
@@ -107,19 +107,19 @@ protected:
         return found;
     }
 
-    std::shared_ptr<AFCiPodRef> attach(const SimulatedDeviceSpec& spec)
+    std::shared_ptr<AFCiPodRef> attach(const SimulatedDeviceSpec& setup)
     {
-        sharedSimulator().attach(spec);
-        attached.emplace_back(spec.udid, spec.serialNumber);
-        runMainLoopUntil([&] { return listed(spec.serialNumber) != nullptr; });
-        return listed(spec.serialNumber);
+        sharedSimulator().attach(setup);
+        attached.emplace_back(setup.udid, setup.serialNumber);
+        runMainLoopUntil([&] { return listed(setup.serialNumber) != nullptr; });
+        return listed(setup.serialNumber);
     }
 
-    void detach(const SimulatedDeviceSpec& spec)
+    void detach(const SimulatedDeviceSpec& setup)
     {
-        sharedSimulator().detach(spec.udid);
-        std::erase(attached, std::make_pair(spec.udid, spec.serialNumber));
-        runMainLoopUntil([&] { return listed(spec.serialNumber) == nullptr; });
+        sharedSimulator().detach(setup.udid);
+        std::erase(attached, std::make_pair(setup.udid, setup.serialNumber));
+        runMainLoopUntil([&] { return listed(setup.serialNumber) == nullptr; });
     }
 
     std::shared_ptr<AFCiPod> open(const std::shared_ptr<AFCiPodRef>& reference)
@@ -142,36 +142,36 @@ TEST_F(MobileDevices, AnArrivingDeviceIsListedUntilItDeparts)
     const auto token = core->addObserver("connectediPods", [&](const std::string&, Observable::Phase phase) {
         notices.push_back(phase == Observable::Phase::WillChange ? "will" : "did");
     });
-    auto spec = device(root.path());
-    spec.deviceName = "Anna's iPhone";
+    auto setup = device(root.path());
+    setup.deviceName = "Anna's iPhone";
 
-    auto reference = attach(spec);
+    auto reference = attach(setup);
     ASSERT_NE(reference, nullptr);
     EXPECT_EQ(reference->name(), "Anna's iPhone");
     EXPECT_EQ(reference->path(), "/");
     EXPECT_FALSE(reference->isMountedVolume());
     ASSERT_NE(reference->icon(), nullptr);
     EXPECT_EQ(reference->icon()->width(), 128u);
-    EXPECT_EQ(reference->device()->device()->serialNumber(), spec.serialNumber);
-    EXPECT_EQ(reference->device()->device()->name(), spec.serialNumber);
+    EXPECT_EQ(reference->device()->device()->serialNumber(), setup.serialNumber);
+    EXPECT_EQ(reference->device()->device()->name(), setup.serialNumber);
 
-    detach(spec);
-    EXPECT_EQ(listed(spec.serialNumber), nullptr);
+    detach(setup);
+    EXPECT_EQ(listed(setup.serialNumber), nullptr);
     core->removeObserver(token);
     EXPECT_THAT(notices, ElementsAre("will", "did", "will", "did"));
 }
 
 TEST_F(MobileDevices, AnUntrustedDeviceIsRefusedWithAReasonAndNotListed)
 {
-    auto spec = device(root.path());
-    spec.paired = false;
-    sharedSimulator().attach(spec);
-    attached.emplace_back(spec.udid, spec.serialNumber);
+    auto setup = device(root.path());
+    setup.paired = false;
+    sharedSimulator().attach(setup);
+    attached.emplace_back(setup.udid, setup.serialNumber);
 
     ASSERT_TRUE(runMainLoopUntil([&] { return !logLines.empty(); }));
-    EXPECT_THAT(logLines, Contains("AFC device " + spec.serialNumber +
+    EXPECT_THAT(logLines, Contains("AFC device " + setup.serialNumber +
                                    " could not be opened: AFCDevice: Device pairing failed"));
-    EXPECT_EQ(listed(spec.serialNumber), nullptr);
+    EXPECT_EQ(listed(setup.serialNumber), nullptr);
 }
 
 // ---- files over the real conduit -------------------------------------------------------------
@@ -229,7 +229,7 @@ INSTANTIATE_TEST_SUITE_P(
 /// master playlist naming the device; as iTunesDB, as the SQLite databases, or both.
 VolumeSpec twoTrackLibrary(const std::string& masterName, LibraryFormat format = LibraryFormat::Binary)
 {
-    VolumeSpec spec;
+    VolumeSpec setup;
     DatabaseSpec database;
     TrackSpec first;
     first.trackID = 11;
@@ -250,20 +250,20 @@ VolumeSpec twoTrackLibrary(const std::string& masterName, LibraryFormat format =
     master.playlistID = 1;
     master.items = {11, 12};
     database.playlists = {master};
-    spec.database = database;
-    spec.format = format;
-    spec.files["iTunes_Control/Music/F00/AAAA.mp3"] = Data(std::string_view(patterned(300000, 5)));
-    return spec;
+    setup.database = database;
+    setup.format = format;
+    setup.files["iTunes_Control/Music/F00/AAAA.mp3"] = Data(std::string_view(patterned(300000, 5)));
+    return setup;
 }
 
 TEST_F(MobileDevices, TheSQLiteLibraryIsCopiedLoadedAndItsCopiesRemoved)
 {
     writeMobileDevice(root.path(), twoTrackLibrary("Anna's iPhone", LibraryFormat::SQLite));
     const auto before = temporaryEntries();
-    auto spec = device(root.path());
-    spec.deviceName = "Lockdown Name";
+    auto setup = device(root.path());
+    setup.deviceName = "Lockdown Name";
 
-    auto library = open(attach(spec));
+    auto library = open(attach(setup));
 
     ASSERT_NE(library, nullptr);
     EXPECT_EQ(temporaryEntries(), before);
@@ -274,7 +274,7 @@ TEST_F(MobileDevices, TheSQLiteLibraryIsCopiedLoadedAndItsCopiesRemoved)
     EXPECT_EQ(library->path(), "/");
     EXPECT_EQ(library->type(), 16);
     ASSERT_NE(library->properties().find("SerialNumber"), nullptr);
-    EXPECT_EQ(*library->properties().find("SerialNumber")->string(), spec.serialNumber);
+    EXPECT_EQ(*library->properties().find("SerialNumber")->string(), setup.serialNumber);
     EXPECT_TRUE(library->isConnected());
 
     const auto& track = library->allTracks().front();
@@ -320,7 +320,7 @@ TEST_F(MobileDevices, ACompressedLibraryIsReadFromiTunesCDB)
 
 TEST_F(MobileDevices, ArtworkOfAMobileDeviceIsDecodedAsARGB1555)
 {
-    VolumeSpec spec = twoTrackLibrary("Art Phone");
+    VolumeSpec setup = twoTrackLibrary("Art Phone");
     ThumbnailSpec thumbnail;
     thumbnail.width = 2;
     thumbnail.height = 2;
@@ -331,8 +331,8 @@ TEST_F(MobileDevices, ArtworkOfAMobileDeviceIsDecodedAsARGB1555)
     image.imageID = 100;
     image.songID = 0x1001;
     image.thumbnails = {thumbnail};
-    spec.artwork = ArtworkDBSpec{{image}};
-    writeMobileDevice(root.path(), spec);
+    setup.artwork = ArtworkDBSpec{{image}};
+    writeMobileDevice(root.path(), setup);
 
     auto library = open(attach(device(root.path())));
     ASSERT_NE(library, nullptr);

@@ -35,34 +35,34 @@ VolumeSpec oneTrackLibrary(bool mobile)
     master.master = 1;
     master.items = {41};
     database.playlists = {master};
-    VolumeSpec spec;
-    spec.database = database;
-    spec.files[control + "/Music/F00/COPY.mp3"] = Data(std::string_view(trackBytes()));
-    return spec;
+    VolumeSpec setup;
+    setup.database = database;
+    setup.files[control + "/Music/F00/COPY.mp3"] = Data(std::string_view(trackBytes()));
+    return setup;
 }
 
 class ZqpodMobile : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        spec.udid = "00008101-" + std::to_string(::getpid()) + "ZQPOD";
-        spec.serialNumber = "ZQP" + std::to_string(::getpid());
-        spec.deviceName = "Desk Phone";
-        spec.root = root.path();
+        setup.udid = "00008101-" + std::to_string(::getpid()) + "ZQPOD";
+        setup.serialNumber = "ZQP" + std::to_string(::getpid());
+        setup.deviceName = "Desk Phone";
+        setup.root = root.path();
     }
     void TearDown() override
     {
         if (attached)
-            sharedSimulator().detach(spec.udid);
+            sharedSimulator().detach(setup.udid);
     }
     void attach()
     {
-        sharedSimulator().attach(spec);
+        sharedSimulator().attach(setup);
         attached = true;
     }
 
     TempDir root;
-    SimulatedDeviceSpec spec;
+    SimulatedDeviceSpec setup;
     bool attached = false;
 };
 
@@ -73,7 +73,7 @@ TEST_F(ZqpodMobile, DevicesListsTheSimulatedIPhone)
     const auto run = zqpod({"devices"});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_THAT(run.out, HasSubstr("Desk Phone"));
-    EXPECT_THAT(run.out, HasSubstr(spec.serialNumber));
+    EXPECT_THAT(run.out, HasSubstr(setup.serialNumber));
 }
 
 TEST_F(ZqpodMobile, WatchSeesThePhoneArriveAndLeave)
@@ -82,9 +82,9 @@ TEST_F(ZqpodMobile, WatchSeesThePhoneArriveAndLeave)
     RunningTool watch("watch");
     EXPECT_EQ(watch.nextLine(), "Watching for devices; press Ctrl-C to stop.");
     attach();
-    const std::string line = " Desk Phone (serial " + spec.serialNumber + ", type 0) at /";
+    const std::string line = " Desk Phone (serial " + setup.serialNumber + ", type 0) at /";
     EXPECT_EQ(watch.nextLine(), "arrived:" + line);
-    sharedSimulator().detach(spec.udid);
+    sharedSimulator().detach(setup.udid);
     attached = false;
     EXPECT_EQ(watch.nextLine(), "departed:" + line);
     const int status = watch.interrupt();
@@ -99,9 +99,9 @@ TEST_F(ZqpodMobile, LibraryReadsTheSimulatedIPhoneAsItReadsADiskModeIPod)
     attach();
 
     const auto fromDisk = zqpod({"library", disk.path()});
-    const auto bySerial = zqpod({"library", spec.serialNumber});
+    const auto bySerial = zqpod({"library", setup.serialNumber});
     const auto byName = zqpod({"library", "Desk Phone"});
-    const auto byUDID = zqpod({"library", spec.udid});
+    const auto byUDID = zqpod({"library", setup.udid});
 
     ASSERT_EQ(bySerial.status, 0) << bySerial.err;
     EXPECT_EQ(byName.out, bySerial.out);
@@ -110,7 +110,7 @@ TEST_F(ZqpodMobile, LibraryReadsTheSimulatedIPhoneAsItReadsADiskModeIPod)
         EXPECT_THAT(fromDisk.out, HasSubstr(expected));
         EXPECT_THAT(bySerial.out, HasSubstr(expected));
     }
-    EXPECT_THAT(bySerial.out, HasSubstr(spec.serialNumber));
+    EXPECT_THAT(bySerial.out, HasSubstr(setup.serialNumber));
     EXPECT_THAT(bySerial.out, HasSubstr("Model type:    16"));  // an iPhone, by the device's model attribute
 }
 
@@ -120,21 +120,21 @@ TEST_F(ZqpodMobile, GetAndCopyTakeTracksOffTheSimulatedIPhone)
     attach();
     TempDir out;
 
-    const auto run = zqpod({"get", spec.serialNumber, "41", out.file("song.mp3")});
+    const auto run = zqpod({"get", setup.serialNumber, "41", out.file("song.mp3")});
 
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_THAT(run.out, HasSubstr("copied 140000 bytes"));
     EXPECT_TRUE(contentsOf(out.file("song.mp3")) == trackBytes());
-    EXPECT_EQ(zqpod({"get", spec.serialNumber, "99", out.file("none")}).status, 1);
+    EXPECT_EQ(zqpod({"get", setup.serialNumber, "99", out.file("none")}).status, 1);
 
     // The full copy, checked against the size the device's file service reports; run again,
     // the file already there is skipped.
-    const auto copy = zqpod({"copy", spec.udid, out.file("music")});
+    const auto copy = zqpod({"copy", setup.udid, out.file("music")});
     ASSERT_EQ(copy.status, 0) << copy.err;
     const auto copied = filesBelow(out.file("music"));
     ASSERT_EQ(copied.size(), 1u);
     EXPECT_TRUE(contentsOf(out.file("music/" + *copied.begin())) == trackBytes());
-    const auto again = zqpod({"copy", spec.udid, out.file("music")});
+    const auto again = zqpod({"copy", setup.udid, out.file("music")});
     EXPECT_EQ(again.status, 0) << again.err;
     EXPECT_THAT(again.out, HasSubstr("skipped 1"));
 }

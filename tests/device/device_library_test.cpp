@@ -30,9 +30,9 @@ std::string serialEndingIn(const std::string& suffix)
     return "ZQDL" + std::to_string(++counter) + suffix;
 }
 
-std::shared_ptr<ZQCoreiPod> load(const std::string& root, const VolumeSpec& spec)
+std::shared_ptr<ZQCoreiPod> load(const std::string& root, const VolumeSpec& setup)
 {
-    test::writeVolume(root, spec);
+    test::writeVolume(root, setup);
     return ZQCoreiPod::initWithiPodReference(ZQCoreiPodRef::initWithPath(root));
 }
 

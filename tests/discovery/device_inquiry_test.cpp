@@ -142,14 +142,14 @@ class DiscoveryInquiryLoad : public testing::Test {
 protected:
     void make(const std::string& serial, const std::string& answer, std::optional<std::string> sysInfoExtended = {})
     {
-        VolumeSpec spec;
-        spec.database = test::DatabaseSpec{.tracks = {{.trackID = 1, .title = "One", .location = ":iPod_Control:Music:F00:A.mp3"}},
+        VolumeSpec setup;
+        setup.database = test::DatabaseSpec{.tracks = {{.trackID = 1, .title = "One", .location = ":iPod_Control:Music:F00:A.mp3"}},
                                            .playlists = {{.name = "Scripted iPod", .master = 1, .items = {1}}}};
         if (!serial.empty())
-            spec.sysInfo = test::sysInfoText(serial);
-        spec.sysInfoExtended = sysInfoExtended;
-        spec.files["iPod_Control/Music/F00/A.mp3"] = Data(std::string("ID3 audio"));
-        test::writeVolume(root_, spec);
+            setup.sysInfo = test::sysInfoText(serial);
+        setup.sysInfoExtended = sysInfoExtended;
+        setup.files["iPod_Control/Music/F00/A.mp3"] = Data(std::string("ID3 audio"));
+        test::writeVolume(root_, setup);
         script_ = std::make_shared<SCSIScript>(SCSIScript::servingText(answer, 97));
         before_ = snapshot(root_);
     }

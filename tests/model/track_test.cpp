@@ -16,8 +16,8 @@ class ModelTrackFile : public testing::Test {
 protected:
     void SetUp() override
     {
-        TrackSpec spec{.trackID = 7, .fileSize = 80, .location = ":iPod_Control:Music:F00:SVN.mp3"};
-        library_ = loadVolume(root_, {.database = DatabaseSpec{.tracks = {spec}},
+        TrackSpec setup{.trackID = 7, .fileSize = 80, .location = ":iPod_Control:Music:F00:SVN.mp3"};
+        library_ = loadVolume(root_, {.database = DatabaseSpec{.tracks = {setup}},
                                       .files = {{"iPod_Control/Music/F00/SVN.mp3", Data(run(0, 100))}}});
         ASSERT_EQ(library_->allTracks().size(), 1u);
         track_ = library_->allTracks()[0];

@@ -49,10 +49,10 @@ std::string parsedThroughWindow(const std::string& path, std::size_t window)
 TEST(ReaderFileWindow, WalkSeesTheSameLibraryAsInMemoryForEveryWindowSize)
 {
     TempDir dir;
-    DatabaseSpec spec = makeLargeLibrary(300, 4, 11);
+    DatabaseSpec setup = makeLargeLibrary(300, 4, 11);
     // A string far longer than the small windows, so one read must grow the window.
-    spec.tracks[5].comment = std::string(5000, 'x');
-    const zq::Data data = buildITunesDB(spec);
+    setup.tracks[5].comment = std::string(5000, 'x');
+    const zq::Data data = buildITunesDB(setup);
     writeFile(dir.file("iTunesDB"), data);
 
     const std::string expected = parsedInMemory(data);

@@ -87,10 +87,10 @@ std::string caseName(const testing::TestParamInfo<Case>& param)
 
 PlaylistSpec list(const char* name, std::uint64_t id, std::uint64_t parent = 0, bool folder = false, Ids items = {})
 {
-    PlaylistSpec spec{.name = name, .creationTimestamp = 5000, .playlistID = id, .parentID = parent, .folder = folder};
+    PlaylistSpec setup{.name = name, .creationTimestamp = 5000, .playlistID = id, .parentID = parent, .folder = folder};
     for (auto item : items)
-        spec.items.push_back(item);
-    return spec;
+        setup.items.push_back(item);
+    return setup;
 }
 
 /// One container row (NULL columns spelled "NULL"), the class it must get ("none", "playlist",

@@ -48,13 +48,13 @@ inline bool insideMountSandbox()
 /// SysInfo giving `serial`.
 inline VolumeSpec deviceVolume(const std::string& name, const std::string& serial)
 {
-    VolumeSpec spec;
-    spec.database = DatabaseSpec{.tracks = {{.trackID = 7, .title = "Song of " + name, .location = ":iPod_Control:Music:F01:S.mp3",
+    VolumeSpec setup;
+    setup.database = DatabaseSpec{.tracks = {{.trackID = 7, .title = "Song of " + name, .location = ":iPod_Control:Music:F01:S.mp3",
                                              .album = "Album", .artist = "Artist"}},
                                  .playlists = {{.name = name, .master = 1, .items = {7}}}};
-    spec.sysInfo = sysInfoText(serial);
-    spec.files["iPod_Control/Music/F01/S.mp3"] = Data(std::string_view("audio"));
-    return spec;
+    setup.sysInfo = sysInfoText(serial);
+    setup.files["iPod_Control/Music/F01/S.mp3"] = Data(std::string_view("audio"));
+    return setup;
 }
 
 /// The full path of a program found in PATH or the system folders (mkfs.vfat lives in sbin).

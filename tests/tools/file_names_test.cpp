@@ -16,12 +16,12 @@ namespace {
 
 using test::TrackSpec;
 
-/// The one track of a device written with `spec`.
-std::shared_ptr<iPodTrack> loadTrack(const test::TempDir& dir, TrackSpec spec)
+/// The one track of a device written with `setup`.
+std::shared_ptr<iPodTrack> loadTrack(const test::TempDir& dir, TrackSpec setup)
 {
-    if (!spec.location)
-        spec.location = ":iPod_Control:Music:F00:ABCD.MP3";
-    test::writeVolume(dir.path(), {.database = test::DatabaseSpec{.tracks = {spec}}});
+    if (!setup.location)
+        setup.location = ":iPod_Control:Music:F00:ABCD.MP3";
+    test::writeVolume(dir.path(), {.database = test::DatabaseSpec{.tracks = {setup}}});
     auto library = ZQCoreiPod::initWithiPodReference(ZQCoreiPodRef::initWithPath(dir.path()));
     return library->allTracks().at(0);
 }

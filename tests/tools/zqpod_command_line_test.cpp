@@ -117,10 +117,10 @@ TEST(CommandLine, HelpAndVersion)
 // Values are taken byte for byte, as names on a device or a disk may be in any encoding.
 TEST(CommandLine, ValuesAreTakenAsTheyAre)
 {
-    const std::vector<zqpod::OptionSpec> specs = {{"--playlist", "NAME"}, {"--art"}, {"--help", nullptr, 'h'}};
+    const std::vector<zqpod::OptionSpec> declared = {{"--playlist", "NAME"}, {"--art"}, {"--help", nullptr, 'h'}};
     const std::string latin1 = "Caf\xE9";
     const auto parsed = zqpod::parseCommandLine(
-        {"copy", "--playlist", latin1, "-", "--art", "-h", "--playlist=second", "-x", "--", "--art", "-h"}, specs);
+        {"copy", "--playlist", latin1, "-", "--art", "-h", "--playlist=second", "-x", "--", "--art", "-h"}, declared);
     EXPECT_EQ(parsed.words, (std::vector<std::string>{"copy", "-", "--art", "-h"}));
     EXPECT_EQ(parsed.unknown, (std::vector<std::string>{"-x"}));
     EXPECT_EQ(parsed.options, (std::vector<std::pair<std::string, std::string>>{

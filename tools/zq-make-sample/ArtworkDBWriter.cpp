@@ -258,28 +258,28 @@ std::uint16_t thumbnailWord(zq::Image::Pixel pixel, ThumbnailLayout layout)
                                       (pixel.green >> 3) << 5 | (pixel.blue >> 3));
 }
 
-ArtworkFiles buildArtwork(const ArtworkDBSpec& spec)
+ArtworkFiles buildArtwork(const ArtworkDBSpec& setup)
 {
     std::map<std::string, std::vector<std::uint8_t>> files;
     Sink sink;
-    Record mhfd(sink, "mhfd", spec.headerLength);
+    Record mhfd(sink, "mhfd", setup.headerLength);
     mhfd.put(16, 2, 4);
-    mhfd.put(20, spec.dataSetCount ? *spec.dataSetCount : spec.dataSets.size(), 4);
+    mhfd.put(20, setup.dataSetCount ? *setup.dataSetCount : setup.dataSets.size(), 4);
     std::uint32_t nextImageID = 100;
     std::vector<const ArtworkImageSpec*> allImages;
-    for (const auto& set : spec.dataSets)
-        for (const auto& image : set.images ? *set.images : spec.images)
+    for (const auto& set : setup.dataSets)
+        for (const auto& image : set.images ? *set.images : setup.images)
             if (set.type == 1) {
                 nextImageID = std::max(nextImageID, image.imageID + 1);
                 allImages.push_back(&image);
             }
     mhfd.put(28, nextImageID, 4);
 
-    for (const auto& set : spec.dataSets) {
+    for (const auto& set : setup.dataSets) {
         Record mhsd(sink, "mhsd", kDataSetHeaderLength);
         mhsd.put(12, set.type, 2);
         if (set.type == 1) {
-            const auto& images = set.images ? *set.images : spec.images;
+            const auto& images = set.images ? *set.images : setup.images;
             Record mhli(sink, "mhli", kListHeaderLength);
             mhli.put(8, images.size(), 4);
             for (const auto& image : images)

@@ -540,18 +540,18 @@ DataSet DataSet::withPlaylists(std::uint32_t type, std::vector<PlaylistSpec> pla
     return set;
 }
 
-Data buildSmartRuleBlob(const SmartRulesSpec& spec)
+Data buildSmartRuleBlob(const SmartRulesSpec& setup)
 {
     std::vector<std::uint8_t> out;
-    out.reserve(kRuleBlobHeaderLength + spec.rules.size() * (4 + kNumericRuleLength));
+    out.reserve(kRuleBlobHeaderLength + setup.rules.size() * (4 + kNumericRuleLength));
     const char tag[] = {'S', 'L', 's', 't'};
     out.insert(out.end(), tag, tag + 4);
     appendBE(out, 0x00010001, 4);  // version
-    appendBE(out, spec.ruleCount ? *spec.ruleCount : spec.rules.size(), 4);
-    appendBE(out, spec.conjunction, 4);
+    appendBE(out, setup.ruleCount ? *setup.ruleCount : setup.rules.size(), 4);
+    appendBE(out, setup.conjunction, 4);
     out.resize(kRuleBlobHeaderLength, 0);
 
-    for (const auto& rule : spec.rules) {
+    for (const auto& rule : setup.rules) {
         appendBE(out, rule.field, 4);
         appendBE(out, rule.action, 4);
         if (rule.text) {
@@ -574,23 +574,23 @@ Data buildSmartRuleBlob(const SmartRulesSpec& spec)
     return Data(out.data(), out.size());
 }
 
-Data buildITunesDB(const DatabaseSpec& spec)
+Data buildITunesDB(const DatabaseSpec& setup)
 {
     ByteSink sink;
-    sink.reserve(estimateSize(spec));
+    sink.reserve(estimateSize(setup));
 
-    Header h(sink, "mhbd", spec.headerLength);
+    Header h(sink, "mhbd", setup.headerLength);
     h.put32(12, 1);
-    h.put32(16, spec.version);
-    h.put32(20, spec.dataSetCount ? *spec.dataSetCount : static_cast<std::uint32_t>(spec.dataSets.size()));
-    h.put64(24, spec.databaseID);
+    h.put32(16, setup.version);
+    h.put32(20, setup.dataSetCount ? *setup.dataSetCount : static_cast<std::uint32_t>(setup.dataSets.size()));
+    h.put64(24, setup.databaseID);
     h.put16(32, 2);  // platform: 2 is a Windows iTunes, 1 a Mac
     h.put8(0x46, 'e');
     h.put8(0x47, 'n');
-    h.put64(0x48, spec.databaseID ^ 0x5A5A5A5A5A5A5A5AULL);  // library persistent ID
+    h.put64(0x48, setup.databaseID ^ 0x5A5A5A5A5A5A5A5AULL);  // library persistent ID
 
-    for (const auto& set : spec.dataSets)
-        writeDataSet(sink, set, spec);
+    for (const auto& set : setup.dataSets)
+        writeDataSet(sink, set, setup);
     h.finish();
     return Data(sink.bytes().data(), sink.size());
 }

@@ -196,7 +196,7 @@ private:
     sqlite3* db_ = nullptr;
 };
 
-/// Track dates: 1904-based local seconds in the spec, seconds after 2001-01-01 UTC here.
+/// Track dates: 1904-based local seconds in the layout given, seconds after 2001-01-01 UTC here.
 std::int64_t sqliteDate(std::uint32_t value1904)
 {
     if (value1904 == 0)

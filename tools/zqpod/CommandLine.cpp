@@ -9,25 +9,25 @@ namespace zqpod {
 namespace {
 
 struct Parse {
-    const std::vector<OptionSpec>& specs;
+    const std::vector<OptionSpec>& declared;
     ParsedCommandLine& result;
 };
 
 /// The option's name as specified, for what GLib reports in the form it was written ("-h").
-std::string specifiedName(const std::vector<OptionSpec>& specs, const char* written)
+std::string specifiedName(const std::vector<OptionSpec>& declared, const char* written)
 {
     const std::string name(written);
     if (name.size() == 2 && name[0] == '-')
-        for (const auto& spec : specs)
-            if (spec.shortName == name[1])
-                return spec.name;
+        for (const auto& option : declared)
+            if (option.shortName == name[1])
+                return option.name;
     return name;
 }
 
 gboolean takeOption(const gchar* name, const gchar* value, gpointer data, GError**)
 {
     auto* parse = static_cast<Parse*>(data);
-    parse->result.options.emplace_back(specifiedName(parse->specs, name), value ? value : "");
+    parse->result.options.emplace_back(specifiedName(parse->declared, name), value ? value : "");
     return TRUE;
 }
 
@@ -46,21 +46,21 @@ std::optional<std::string> ParsedCommandLine::value(const std::string& name) con
     return found;
 }
 
-ParsedCommandLine parseCommandLine(const std::vector<std::string>& args, const std::vector<OptionSpec>& specs)
+ParsedCommandLine parseCommandLine(const std::vector<std::string>& args, const std::vector<OptionSpec>& declared)
 {
     ParsedCommandLine result;
-    Parse parse{specs, result};
+    Parse parse{declared, result};
 
     std::vector<GOptionEntry> entries;
-    for (const auto& spec : specs) {
+    for (const auto& option : declared) {
         GOptionEntry entry{};
-        entry.long_name = spec.name + 2;  // without the "--"
-        entry.short_name = spec.shortName;
+        entry.long_name = option.name + 2;  // without the "--"
+        entry.short_name = option.shortName;
         // A value is taken as a file name is: bytes as they are, no conversion from the locale.
-        entry.flags = spec.valueName ? G_OPTION_FLAG_FILENAME : G_OPTION_FLAG_NO_ARG;
+        entry.flags = option.valueName ? G_OPTION_FLAG_FILENAME : G_OPTION_FLAG_NO_ARG;
         entry.arg = G_OPTION_ARG_CALLBACK;
         entry.arg_data = reinterpret_cast<gpointer>(&takeOption);
-        entry.arg_description = spec.valueName;
+        entry.arg_description = option.valueName;
         entries.push_back(entry);
     }
     entries.push_back(GOptionEntry{});
@@ -91,9 +91,9 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& args, const s
         g_error_free(error);
         // GLib misses a value only when its option comes last.
         if (!args.empty())
-            for (const auto& spec : specs)
-                if (spec.valueName && args.back() == spec.name)
-                    failure.optionWithoutValue = spec.name;
+            for (const auto& option : declared)
+                if (option.valueName && args.back() == option.name)
+                    failure.optionWithoutValue = option.name;
         throw failure;
     }
 
@@ -101,8 +101,8 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& args, const s
     for (const auto& arg : args) {
         if (arg == "--")
             break;
-        for (const auto& spec : specs)
-            if (!spec.valueName && arg.starts_with(std::string(spec.name) + "="))
+        for (const auto& option : declared)
+            if (!option.valueName && arg.starts_with(std::string(option.name) + "="))
                 result.unknown.push_back(arg);
     }
     bool ended = false;  // by "--": everything after it is a word, however it looks

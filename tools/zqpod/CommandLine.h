@@ -22,7 +22,7 @@ struct OptionSpec {
 struct ParsedCommandLine {
     std::vector<std::string> words;                            ///< the words that are no option, in order
     std::vector<std::pair<std::string, std::string>> options;  ///< name and value ("" for a flag), in order
-    std::vector<std::string> unknown;                          ///< options no spec names, as written
+    std::vector<std::string> unknown;                          ///< options that none of the declared ones names, as written
 
     /// The value of the option's last occurrence.
     std::optional<std::string> value(const std::string& name) const;
@@ -36,8 +36,8 @@ struct CommandLineError {
     std::optional<std::string> optionWithoutValue;
 };
 
-/// Takes `args` (the program's name not among them) apart by `specs`. Options no spec names are
+/// Takes `args` (the program's name not among them) apart by `declared`. Options that none of them names are
 /// kept in `unknown`, for the caller to name in its own words. Throws CommandLineError.
-ParsedCommandLine parseCommandLine(const std::vector<std::string>& args, const std::vector<OptionSpec>& specs);
+ParsedCommandLine parseCommandLine(const std::vector<std::string>& args, const std::vector<OptionSpec>& declared);
 
 } // namespace zqpod

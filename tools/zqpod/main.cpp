@@ -401,11 +401,11 @@ std::vector<zqpod::OptionSpec> everyOption()
 /// out; unknown options and missing values are usage mistakes.
 Arguments argumentsOf(const Command& command, const std::vector<std::string>& words)
 {
-    std::vector<zqpod::OptionSpec> specs = kGlobalOptions;
-    specs.insert(specs.end(), command.options.begin(), command.options.end());
+    std::vector<zqpod::OptionSpec> declared = kGlobalOptions;
+    declared.insert(declared.end(), command.options.begin(), command.options.end());
     Arguments args;
     try {
-        args = zqpod::parseCommandLine(words, specs);
+        args = zqpod::parseCommandLine(words, declared);
     } catch (const zqpod::CommandLineError& error) {
         if (error.optionWithoutValue == "--timeout")
             throw UsageError{"zqpod: --timeout needs a number of seconds"};
