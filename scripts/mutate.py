@@ -356,9 +356,9 @@ MUTATIONS = [
      "afc/read-longer-than-asked"),
 
     # ---- error kinds
-    ("ZQCore/afc/AFCiPod.cpp",
-     "    case ErrorKind::DeviceGone:\n    case ErrorKind::NotAnswering:\n    case ErrorKind::Cancelled:\n        return true;",
-     "    case ErrorKind::DeviceGone:\n    case ErrorKind::Cancelled:\n        return true;",
+    ("ZQCore/foundation/Exception.h",
+     "return kind == ErrorKind::DeviceGone || kind == ErrorKind::NotAnswering || kind == ErrorKind::Cancelled;",
+     "return kind == ErrorKind::DeviceGone || kind == ErrorKind::Cancelled;",
      "errors/frozen-phone-not-gone"),
     ("ZQCore/afc/AFCDevice.cpp",
      "raise(ErrorKind::Refused, \"Device pairing failed\");",

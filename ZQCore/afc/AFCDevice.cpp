@@ -214,17 +214,7 @@ void AFCDevice::raiseFailure(const std::string& path, std::uint64_t offset) cons
     }
 }
 
-bool AFCDevice::hasGone() const
-{
-    switch (kindOfAFCError(deviceInterface_->lastError())) {
-    case ErrorKind::DeviceGone:
-    case ErrorKind::NotAnswering:
-    case ErrorKind::Cancelled:
-        return true;
-    default:
-        return false;
-    }
-}
+bool AFCDevice::hasGone() const { return endsDeviceAccess(kindOfAFCError(deviceInterface_->lastError())); }
 
 std::optional<std::uint64_t> AFCDevice::regularFile(const std::string& path)
 {

@@ -125,17 +125,7 @@ void AFCiPod::setIsConnected(bool connected)
     afcFiles_->setStopped(!connected && loaded_);
 }
 
-bool AFCiPod::isDeviceGone(const Exception& error)
-{
-    switch (error.kind()) {
-    case ErrorKind::DeviceGone:
-    case ErrorKind::NotAnswering:
-    case ErrorKind::Cancelled:
-        return true;
-    default:
-        return false;
-    }
-}
+bool AFCiPod::isDeviceGone(const Exception& error) { return endsDeviceAccess(error.kind()); }
 
 void AFCiPod::deviceWasDisconnected(const std::shared_ptr<AFCDevice>&) { setIsConnected(false); }
 

@@ -34,6 +34,13 @@ enum class ErrorKind {
     Other,              ///< none of the above: an error the device or the system gave without saying why
 };
 
+/// Whether the device can no longer be read for the work at hand: it left, stopped answering,
+/// or the work was cancelled. Loads stop on these rather than falling back to another database.
+constexpr bool endsDeviceAccess(ErrorKind kind) noexcept
+{
+    return kind == ErrorKind::DeviceGone || kind == ErrorKind::NotAnswering || kind == ErrorKind::Cancelled;
+}
+
 /// "not found", "damaged", ...: the kind as words for messages and bindings.
 ZQ_EXPORT const char* errorKindName(ErrorKind kind) noexcept;
 
